@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <type_traits>
+
+#include "Log.h"
+#include "kvo/media/hardware/Return.h"
+
+/// Keeps a reclaim and the calls into a codec apart. A call enters and leaves; a reclaim closes the
+/// guard to new calls, waits a bounded time for those in flight, and marks the codec reclaimed.
+struct ProcessingGuard {
+    enum class State : std::int32_t {
+        kIdle = 0,
+        kProcessing = 1,  ///< At least one call has entered since the last idle point.
+        kReclaiming = 2,  ///< A reclaim has closed the guard and waits, or found no codec to stop.
+        kReclaimed = 3,   ///< The codec has been stopped; closed for good.
+    };
+
+    /// Enters the guard. Returns false, and changes nothing, when a reclaim has closed it. Never
+    /// waits for a reclaim.
+    bool startProcessing();
+
+    /// Leaves the guard: exactly once after each startProcessing() that returned true.
+    void finishProcessing();
+
+    /// Closes the guard and waits at most 3 seconds for the calls in flight; on a timeout logs on
+    /// behalf of `site` and goes on. Returns false, at once, when the codec is reclaimed already.
+    /// For the reclaim's thread.
+    bool startReclaim(LogSite const& site);
+
+    /// Marks the codec reclaimed, after startReclaim() returned true and the codec was stopped.
+    void finishReclaim();
+
+    std::atomic<std::uint32_t> mProcessingCount{0};  ///< Calls in flight; changed under mMutex.
+    State mState = State::kIdle;                     ///< Guarded by mMutex.
+    std::mutex mMutex;
+    std::condition_variable mCondition;  ///< Signalled when a call leaves.
+};
+
+/// Enters a guard for the length of a scope, so that every path leaves it exactly once.
+class ProcessingScope {
+public:
+    explicit ProcessingScope(ProcessingGuard& guard)
+        : mGuard(guard), mEntered(guard.startProcessing()) {}
+    ProcessingScope(ProcessingScope const&) = delete;
+    ProcessingScope& operator=(ProcessingScope const&) = delete;
+    ~ProcessingScope() {
+        if (mEntered) {
+            mGuard.finishProcessing();
+        }
+    }
+
+    /// False when the guard refused; the codec must not be called.
+    [[nodiscard]] bool entered() const { return mEntered; }
+
+private:
+    ProcessingGuard& mGuard;
+    bool const mEntered;
+};
+
+/// Makes `call` inside the guard and returns its result, or `refusal` with the default value of the
+/// result's type when the guard refuses.
+template <typename Call>
+std::invoke_result_t<Call> whileProcessing(
+    ProcessingGuard& guard, Call call,
+    kvo::media::hardware::Status refusal = kvo::media::hardware::status::kReclaimed) {
+    ProcessingScope const scope(guard);
+    if (!scope.entered()) {
+        return refusal;
+    }
+    return call();
+}

@@ -1,0 +1,411 @@
+#include "VideoDecoderClientWrapperResource.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "SystemUtils.h"
+#include "VideoDecoderClientWrapperResourceImpl.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+
+namespace kvo::media::hardware {
+
+namespace {
+
+using platform::SystemUtils;
+
+constexpr char kLogTag[] = "VideoClient";
+
+/// When 1, the port that a released decoder had learned from its buffers is cleared.
+constexpr char kClearDisplayProperty[] = "ro.vendor.kvo.omx.clear_display";
+
+constexpr std::int32_t kAdaptiveMinWidth = 1920;
+constexpr std::int32_t kAdaptiveMinHeight = 1080;
+constexpr std::int32_t kMinWidth = 1280;
+constexpr std::int32_t kMinHeight = 720;
+
+constexpr std::int32_t kDefaultColorFormat = 4;
+constexpr std::int32_t kFirstExactColorFormat = 5;
+constexpr std::int32_t kLastExactColorFormat = 12;
+
+/// Indexed by the CodecType's value less 1.
+constexpr std::array<char const*, 12> kMimeTypes{
+    "video/avc",  "video/hevc",          "video/x-vnd.on2.vp9",
+    "video/av01", "video/mp4v-es",       "video/mpeg2",
+    "video/3gpp", "video/mjpeg",         "video/dolby-vision",
+    "",           "video/x-vnd.on2.vp8", "video/vvc"};
+
+char const* mimeType(CodecType type) {
+    auto const value = static_cast<std::int32_t>(type);
+    bool const known = value >= 1 && value <= static_cast<std::int32_t>(kMimeTypes.size());
+    return known ? kMimeTypes[static_cast<std::size_t>(value) - 1] : "";
+}
+
+}  // namespace
+
+// --- The state of a wrapper.
+
+VideoDecoderClientWrapperResource::Impl::~Impl() { releaseResources(mGrant.mResourceClient); }
+
+int VideoDecoderClientWrapperResource::Impl::acquireResources(CodecType type,
+                                                              Configuration const* config) {
+    if (mGrant.mCoreType != 0) {
+        TVHW_LOG(kLogState, "Already acquired resource mCoreType=%d", mGrant.mCoreType);
+        return 0;
+    }
+    mGrant.mResourceClient = initializeResource(shared_from_this());
+    if (mGrant.mResourceClient == nullptr) {
+        TVHW_LOG(kLogRefused, "acquire resource not implement");
+        mGrant.forgetSizes();
+        return -1;
+    }
+
+    std::int32_t width = config->getInt32(key::kWidth, 0);
+    std::int32_t height = config->getInt32(key::kHeight, 0);
+    std::int32_t const adaptive = config->getInt32(key::kAdaptiveEnable, 0);
+    std::int32_t const adaptiveMaxWidth = config->getInt32(key::kAdaptiveMaxWidth, 0);
+    std::int32_t const adaptiveMaxHeight = config->getInt32(key::kAdaptiveMaxHeight, 0);
+    std::int32_t const frameRate = config->getInt32(key::kFrameRate, 0);
+    std::int32_t const callingPid = config->getInt32(key::kCallingPid, 0);
+    std::int32_t const colorFormat = config->getInt32(key::kColorFormat, kDefaultColorFormat);
+    TVHW_LOG(kLogDetail,
+             "acquire-resource: adaptive=%u, w/h=%u/%u, max=%u/%u, calling-pid=%d, color=%d",
+             adaptive, width, height, adaptiveMaxWidth, adaptiveMaxHeight, callingPid, colorFormat);
+
+    if (adaptive != 0) {
+        width = std::max({width, adaptiveMaxWidth, kAdaptiveMinWidth});
+        height = std::max({height, adaptiveMaxHeight, kAdaptiveMinHeight});
+    } else if (colorFormat < kFirstExactColorFormat || colorFormat > kLastExactColorFormat) {
+        width = std::max(width, kMinWidth);
+        height = std::max(height, kMinHeight);
+    }
+
+    bool const tryOnly =
+        callingPid >= 1 && !SystemUtils::getInstance().allowsForcedAcquire(callingPid);
+    if (mGrant.mResourceClient->acquireResource(mimeType(type), width, height, frameRate, false,
+                                                false, tryOnly) != 0) {
+        TVHW_LOG(kLogRefused, "acquire resource fail");
+        mGrant.forgetSizes();
+        return -1;
+    }
+    if (int const ret = mGrant.readBack(TVHW_LOG_SITE); ret != 0) {
+        return ret;
+    }
+
+    std::int32_t const port =
+        CodecGrant::portIndex(mGrant.mVdoPort.load(std::memory_order_relaxed));
+    if (port < 0) {
+        TVHW_LOG(kLogState, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
+        mGrant.mVdoPort.store(-1, std::memory_order_relaxed);
+    } else {
+        mDisplayAcquired.store(1, std::memory_order_relaxed);
+        mGrant.mVdoPort.store(port, std::memory_order_relaxed);
+        TVHW_LOG(kLogState, "vdoPort=%d", port);
+    }
+    mCallingPid.store(callingPid, std::memory_order_relaxed);
+    return 0;
+}
+
+void VideoDecoderClientWrapperResource::Impl::releaseResource() {
+    if (mGrant.mResourceClient == nullptr) {
+        return;
+    }
+    if (SystemUtils::getInstance().getIntProperty(kClearDisplayProperty, 0) == 1 &&
+        mDisplayAcquired.load(std::memory_order_relaxed) == 0) {
+        clearDisplayResources(false);
+    }
+    mGrant.giveBack();
+    mDisplayAcquired.store(0, std::memory_order_relaxed);
+}
+
+int VideoDecoderClientWrapperResource::Impl::acquireDisplayResources() {
+    std::int32_t const held = mGrant.mVdoPort.load(std::memory_order_relaxed);
+    if (held != -1) {
+        TVHW_LOG(kLogState, "Already acquired display resource mVdoPort=%d", held);
+        return 0;
+    }
+    if (mGrant.mResourceClient == nullptr) {
+        TVHW_LOG(kLogState, "acquire resource client not init");
+        mGrant.mResourceClient = initializeResource(shared_from_this());
+    }
+    if (mGrant.mResourceClient == nullptr ||
+        mGrant.mResourceClient->acquireDisplayResource(false) != 0) {
+        TVHW_LOG(kLogRefused, "acquire display resource fail");
+        return -1;
+    }
+
+    int grantedPort = 0;
+    if (mGrant.mResourceClient->getDisplayResource(&grantedPort) != 0) {
+        return 0;
+    }
+    std::int32_t const port = CodecGrant::portIndex(grantedPort);
+    if (port < 0) {
+        TVHW_LOG(kLogFailure, "vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
+        mGrant.mVdoPort.store(-1, std::memory_order_relaxed);
+        return -1;
+    }
+    mDisplayAcquired.store(1, std::memory_order_relaxed);
+    mGrant.mVdoPort.store(port, std::memory_order_relaxed);
+    TVHW_LOG(kLogState, "vdoPort=%d", port);
+    return 0;
+}
+
+int VideoDecoderClientWrapperResource::Impl::clearDisplayResources(bool all) {
+    if (mGrant.mResourceClient == nullptr) {
+        TVHW_LOG(kLogState, "resource client not init");
+        mGrant.mResourceClient = initializeResource(shared_from_this());
+    }
+    std::int32_t const port = mGrant.mVdoPort.load(std::memory_order_relaxed);
+    if (!all && (port < 0 || port >= ResourceClient::sMaxVdoPort)) {
+        return -1;
+    }
+    _TVHW_CRM_VIDEO_PORT const ports = all ? TVHW_CRM_VIDEO_PORT_ALL : CodecGrant::portBit(port);
+    TVHW_LOG(kLogState, "clear display resource all %u, port %d", all ? 1U : 0U, port);
+    if (mGrant.mResourceClient != nullptr &&
+        mGrant.mResourceClient->clearDisplayResource(ports) == 0) {
+        return 0;
+    }
+    TVHW_LOG(kLogRefused, "clear display resource fail");
+    return -1;
+}
+
+void VideoDecoderClientWrapperResource::Impl::learnPort(BufferInfo const& buffer) {
+    if (mDisplayAcquired.load(std::memory_order_relaxed) != 1 && buffer.videoPort >= 0 &&
+        buffer.videoPort < ResourceClient::sMaxVdoPort) {
+        mGrant.mVdoPort.store(buffer.videoPort, std::memory_order_relaxed);
+    }
+}
+
+void VideoDecoderClientWrapperResource::Impl::writeGrant(Configuration& config) const {
+    config.setInt32(key::kResourceCoreType, mGrant.mCoreType);
+    config.setInt32(key::kVideoPort, mGrant.mVdoPort.load(std::memory_order_relaxed));
+    config.setInt32(key::kMaxWidth, mGrant.mMaxWidth);
+    config.setInt32(key::kMaxHeight, mGrant.mMaxHeight);
+}
+
+void VideoDecoderClientWrapperResource::Impl::writeGrantWithId(Configuration& config) const {
+    writeGrant(config);
+    config.setInt32(key::kResourceId, mGrant.mResourceId.load(std::memory_order_relaxed));
+}
+
+bool VideoDecoderClientWrapperResource::Impl::startReclaim() {
+    return mGuard.startReclaim(TVHW_LOG_SITE);
+}
+
+bool VideoDecoderClientWrapperResource::Impl::reclaim() {
+    TVHW_LOG(kLogState, "reclaim: start, calling-pid=%d",
+             mCallingPid.load(std::memory_order_relaxed));
+    auto const client = mClient.lock();
+    bool const ok = startReclaim();
+    if (client != nullptr && ok) {
+        client->release();
+        if (auto const pid = mCallingPid.load(std::memory_order_relaxed); pid >= 1) {
+            SystemUtils::getInstance().onProcessReclaimed(pid);
+        }
+        mGuard.finishReclaim();
+    }
+    TVHW_LOG(kLogState, "reclaim: end");
+    return true;
+}
+
+// --- The wrapper.
+
+VideoDecoderClientWrapperResource::VideoDecoderClientWrapperResource(
+    std::shared_ptr<IVideoDecoderClient> client)
+    : VideoDecoderClientWrapper(client), mImpl(std::make_shared<Impl>(client)) {}
+
+VideoDecoderClientWrapperResource::~VideoDecoderClientWrapperResource() { releaseInternal(); }
+
+Return<void> VideoDecoderClientWrapperResource::release() { return releaseInternal(); }
+
+Return<void> VideoDecoderClientWrapperResource::releaseInternal() {
+    {
+        std::lock_guard<std::mutex> const lock(mImpl->mGuard.mMutex);
+        if (mImpl->mGuard.mState == ProcessingGuard::State::kReclaimed) {
+            if (auto const pid = mImpl->mCallingPid.load(std::memory_order_relaxed); pid >= 1) {
+                SystemUtils::getInstance().onReclaimedClientReleased(pid);
+            }
+            return status::kSuccess;
+        }
+    }
+    Return<void> result = VideoDecoderClientWrapper::release();
+    mImpl->releaseResource();
+    return result;
+}
+
+Return<void> VideoDecoderClientWrapperResource::configureTunnelMode(CodecType type,
+                                                                    Configuration const& config) {
+    Configuration granted = config;
+    if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
+        return Status(ret);
+    }
+    if (int const ret = mImpl->acquireDisplayResources(); ret < 0) {
+        mImpl->releaseResource();
+        return Status(ret);
+    }
+    return whileProcessing(mImpl->mGuard, [&] {
+        mImpl->writeGrantWithId(granted);
+        return VideoDecoderClientWrapper::configureTunnelMode(type, granted);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::configureReferenceMode(
+    CodecType type, Configuration const& config) {
+    Configuration granted = config;
+    if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
+        return Status(ret);
+    }
+    return whileProcessing(mImpl->mGuard, [&] {
+        mImpl->writeGrantWithId(granted);
+        return VideoDecoderClientWrapper::configureReferenceMode(type, granted);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::configurePixelMode(CodecType type,
+                                                                   Configuration const& config) {
+    Configuration granted = config;
+    if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
+        return Status(ret);
+    }
+    if (int const ret = mImpl->clearDisplayResources(true); ret < 0) {
+        return Status(ret);
+    }
+    return whileProcessing(mImpl->mGuard, [&] {
+        mImpl->writeGrantWithId(granted);
+        return VideoDecoderClientWrapper::configurePixelMode(type, granted);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::configureNativeBufferMode(
+    CodecType type, Configuration const& config) {
+    Configuration granted = config;
+    if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
+        return Status(ret);
+    }
+    return whileProcessing(mImpl->mGuard, [&] {
+        mImpl->writeGrantWithId(granted);
+        return VideoDecoderClientWrapper::configureNativeBufferMode(type, granted);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::reconfigureOutputBuffer(
+    CodecType type, Configuration const& config) {
+    return whileProcessing(mImpl->mGuard, [&]() -> Return<void> {
+        mImpl->releaseResource();
+        Configuration granted = config;
+        if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
+            return Status(ret);
+        }
+        mImpl->writeGrant(granted);
+        return VideoDecoderClientWrapper::reconfigureOutputBuffer(type, granted);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::writeInputData(unsigned char const* data,
+                                                               unsigned int length,
+                                                               unsigned int flags) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        return VideoDecoderClientWrapper::writeInputData(data, length, flags);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::writeInputFrame(unsigned int flags,
+                                                                unsigned long long timestampUs,
+                                                                unsigned char const* data,
+                                                                unsigned int length) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        return VideoDecoderClientWrapper::writeInputFrame(flags, timestampUs, data, length);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::writeInputEndOfStream() {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::writeInputEndOfStream(); });
+}
+
+Return<void> VideoDecoderClientWrapperResource::writeHdrInfo(ColorAspect const& aspect,
+                                                             HdrInfo const& info) {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::writeHdrInfo(aspect, info); });
+}
+
+Return<BufferInfo> VideoDecoderClientWrapperResource::dequeueOutputBuffer() {
+    return whileProcessing(mImpl->mGuard, [&]() -> Return<BufferInfo> {
+        Return<BufferInfo> result = VideoDecoderClientWrapper::dequeueOutputBuffer();
+        if (result.status().isError()) {
+            return result.status();
+        }
+        BufferInfo& buffer = result.value();
+        buffer.videoPort = mImpl->mGrant.mVdoPort.load(std::memory_order_relaxed);
+        buffer.resourceId = mImpl->mGrant.mResourceId.load(std::memory_order_relaxed);
+        buffer.callingPid = mImpl->mCallingPid.load(std::memory_order_relaxed);
+        return {status::kSuccess, buffer};
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::releaseOutputBuffer(BufferInfo const& buffer) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        mImpl->learnPort(buffer);
+        return VideoDecoderClientWrapper::releaseOutputBuffer(buffer);
+    });
+}
+
+Return<PixelInfo> VideoDecoderClientWrapperResource::dequeuePixelBuffer() {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::dequeuePixelBuffer(); });
+}
+
+Return<void> VideoDecoderClientWrapperResource::copyFromPixelBuffer(unsigned char* destination,
+                                                                    unsigned int length,
+                                                                    PixelInfo& pixel) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        return VideoDecoderClientWrapper::copyFromPixelBuffer(destination, length, pixel);
+    });
+}
+
+Return<void> VideoDecoderClientWrapperResource::releasePixelBuffer(PixelInfo const& pixel) {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::releasePixelBuffer(pixel); });
+}
+
+Return<void> VideoDecoderClientWrapperResource::queueNativeBuffer(
+    std::shared_ptr<NativeBuffer> buffer) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        return VideoDecoderClientWrapper::queueNativeBuffer(std::move(buffer));
+    });
+}
+
+Return<std::shared_ptr<NativeBuffer>> VideoDecoderClientWrapperResource::dequeueNativeBuffer() {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::dequeueNativeBuffer(); });
+}
+
+Return<RenderEvent> VideoDecoderClientWrapperResource::dequeueRenderEvent() {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::dequeueRenderEvent(); });
+}
+
+Return<void> VideoDecoderClientWrapperResource::flush() {
+    return whileProcessing(
+        mImpl->mGuard, [&] { return VideoDecoderClientWrapper::flush(); }, status::kSuccess);
+}
+
+Return<void> VideoDecoderClientWrapperResource::getInputBufferStatus(unsigned int* freeBytes,
+                                                                     unsigned int* totalBytes,
+                                                                     bool* ready) {
+    return whileProcessing(mImpl->mGuard, [&] {
+        return VideoDecoderClientWrapper::getInputBufferStatus(freeBytes, totalBytes, ready);
+    });
+}
+
+Return<Configuration> VideoDecoderClientWrapperResource::getConfiguration() {
+    return whileProcessing(mImpl->mGuard,
+                           [&] { return VideoDecoderClientWrapper::getConfiguration(); });
+}
+
+}  // namespace kvo::media::hardware
+
+std::shared_ptr<ResourceClient> initializeResource(
+    std::shared_ptr<ResourceClient::Reclaimable> const& owner) {
+    return ResourceClient::open(owner);
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <memory>
+
+#include "ResourceClient.h"
+#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
+
+namespace kvo::media::hardware {
+
+/// A decoder that takes a codec core, and for tunnel mode a display port, from the resource manager
+/// before its client is configured, and gives it back on release.
+///
+/// When the resource manager reclaims the core, it waits at most 3 seconds for the calls in flight,
+/// releases the client and refuses every later call: with status -19 and the default value, and
+/// without touching out-parameters. pause(), resume(), step(), setTunnelPeek(), setSpeed(),
+/// getFrameInfo(), getColorAspect(), getHdrInfo(), currentSTCTime() and the test operations are the
+/// base class's: forwarded to the client whatever has happened.
+///
+/// Threads: the configure operations, reconfigureOutputBuffer(), release() and the destructor are
+/// the owner's, one at a time. All others may be called from several threads at once, also while a
+/// reclaim runs on the resource manager's thread, but not while the destructor runs.
+class KVO_MEDIA_EXPORT VideoDecoderClientWrapperResource : public VideoDecoderClientWrapper {
+public:
+    /// Keeps `client` alive. Nothing is acquired yet.
+    explicit VideoDecoderClientWrapperResource(std::shared_ptr<IVideoDecoderClient> client);
+
+    /// Releases as release() does, also after release().
+    ~VideoDecoderClientWrapperResource() override;
+
+    /// The configure operations acquire a core that fits `type` and `config`, unless one is held,
+    /// and configure the client with a copy of `config` in which the granted core, id, port and
+    /// size limits are written. They return the client's status, -1 when the resource manager does
+    /// not grant what is needed, or -19, with everything acquired still held, after a reclaim.
+
+    /// Acquires a display port as well. When none is granted, gives the core back.
+    Return<void> configureTunnelMode(CodecType type, Configuration const& config) override;
+    Return<void> configureReferenceMode(CodecType type, Configuration const& config) override;
+    /// Clears both display ports first. When that fails, keeps the core.
+    Return<void> configurePixelMode(CodecType type, Configuration const& config) override;
+    Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override;
+
+    /// Releases the client, then gives everything back; returns the client's status. After a
+    /// reclaim, which has released the client, only tells the platform and returns 0.
+    Return<void> release() override;
+
+    // Forwarded to the client, unless refused.
+    Return<void> writeInputData(unsigned char const* data, unsigned int length,
+                                unsigned int flags) override;
+    Return<void> writeInputFrame(unsigned int flags, unsigned long long timestampUs,
+                                 unsigned char const* data, unsigned int length) override;
+    Return<void> writeInputEndOfStream() override;
+    Return<void> writeHdrInfo(ColorAspect const& aspect, HdrInfo const& info) override;
+
+    /// Returns the client's buffer with this decoder's port, resource id and calling process in it
+    /// and status 0, or the client's error with a default buffer.
+    Return<BufferInfo> dequeueOutputBuffer() override;
+    /// Forwarded. A decoder without a display port of its own learns from `buffer` the port on
+    /// which its pictures are shown.
+    Return<void> releaseOutputBuffer(BufferInfo const& buffer) override;
+
+    // Forwarded to the client, unless refused.
+    Return<PixelInfo> dequeuePixelBuffer() override;
+    Return<void> copyFromPixelBuffer(unsigned char* destination, unsigned int length,
+                                     PixelInfo& pixel) override;
+    Return<void> releasePixelBuffer(PixelInfo const& pixel) override;
+    Return<void> queueNativeBuffer(std::shared_ptr<NativeBuffer> buffer) override;
+    Return<std::shared_ptr<NativeBuffer>> dequeueNativeBuffer() override;
+    Return<RenderEvent> dequeueRenderEvent() override;
+
+    /// Gives the core back, acquires one for `type` and `config` and hands it on to the client, as
+    /// the configure operations do, but for the resource id. After a reclaim does nothing.
+    Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override;
+
+    /// Forwarded; status 0 when refused.
+    Return<void> flush() override;
+
+    // Forwarded to the client, unless refused.
+    Return<void> getInputBufferStatus(unsigned int* freeBytes, unsigned int* totalBytes,
+                                      bool* ready) override;
+    Return<Configuration> getConfiguration() override;
+
+private:
+    class Impl;
+
+    KVO_MEDIA_HIDDEN Return<void> releaseInternal();
+
+    /// Shared with a reclaim in progress, which may outlive this object.
+    std::shared_ptr<Impl> mImpl;
+};
+
+}  // namespace kvo::media::hardware
+
+/// Returns a connected resource client whose reclaims reach `owner`, which it does not keep alive,
+/// or null when the resource manager cannot be reached.
+KVO_MEDIA_EXPORT std::shared_ptr<ResourceClient> initializeResource(
+    std::shared_ptr<ResourceClient::Reclaimable> const& owner);

@@ -1,0 +1,126 @@
+#include "host/HostPlatform.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "host/PlatformCall.h"
+
+namespace kvo::host {
+
+namespace {
+
+struct Fault {
+    std::string operation;
+    int code;
+    std::uint64_t callsLeft;  ///< Until it happens; 1 means the next call.
+};
+
+std::atomic<bool> gRecording{false};
+std::atomic<bool> gHasFaults{false};
+std::atomic<std::uint64_t> gCallCount{0};
+
+/// The parts that need the lock. A function-local object, since the stand-in libraries may call
+/// while they are being loaded.
+struct State {
+    std::mutex mutex;
+    std::vector<JournalEntry> journal;
+    std::vector<Fault> faults;
+    std::vector<void (*)()> resetHandlers;
+};
+
+State& state() {
+    static State theState;
+    return theState;
+}
+
+void record(JournalEntry entry) {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    if (gRecording.load(std::memory_order_relaxed)) {
+        state().journal.push_back(std::move(entry));
+    }
+}
+
+/// Takes the code of a fault that happens with this call of `operation`.
+std::optional<int> takeFault(std::string const& operation) {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    std::vector<Fault>& faults = state().faults;
+    std::optional<int> code;
+    for (auto fault = faults.begin(); fault != faults.end();) {
+        bool const counts = fault->operation == "*" || fault->operation == operation;
+        if (counts && --fault->callsLeft == 0) {
+            code = fault->code;
+            fault = faults.erase(fault);
+        } else {
+            ++fault;
+        }
+    }
+    gHasFaults.store(!faults.empty(), std::memory_order_relaxed);
+    return code;
+}
+
+}  // namespace
+
+void reset() {
+    std::vector<void (*)()> handlers;
+    {
+        std::lock_guard<std::mutex> const lock(state().mutex);
+        gRecording.store(false, std::memory_order_relaxed);
+        gHasFaults.store(false, std::memory_order_relaxed);
+        state().journal.clear();
+        state().faults.clear();
+        handlers = state().resetHandlers;
+    }
+    for (auto* const handler : handlers) {
+        handler();
+    }
+}
+
+void startJournal() {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    state().journal.clear();
+    gRecording.store(true, std::memory_order_relaxed);
+}
+
+std::vector<JournalEntry> stopJournal() {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    gRecording.store(false, std::memory_order_relaxed);
+    return std::exchange(state().journal, {});
+}
+
+void note(std::string text) { record({JournalEntry::Kind::kNote, std::move(text), {}, 0}); }
+
+void failCall(std::string operation, int code, std::uint64_t nth) {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    state().faults.push_back({std::move(operation), code, nth});
+    gHasFaults.store(true, std::memory_order_relaxed);
+}
+
+std::uint64_t platformCallCount() { return gCallCount.load(std::memory_order_relaxed); }
+
+bool isRecording() { return gRecording.load(std::memory_order_relaxed); }
+
+std::optional<int> enterPlatformCall(char const* operation, std::string const& arguments) {
+    gCallCount.fetch_add(1, std::memory_order_relaxed);
+    if (isRecording()) {
+        record({JournalEntry::Kind::kPlatformCall,
+                std::string(operation) + "(" + arguments + ")",
+                {},
+                0});
+    }
+    if (!gHasFaults.load(std::memory_order_relaxed)) {
+        return std::nullopt;
+    }
+    return takeFault(operation);
+}
+
+void recordLogLine(std::string text, char const* file, int line) {
+    record({JournalEntry::Kind::kLogLine, std::move(text), file, line});
+}
+
+void onReset(void (*handler)()) {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    state().resetHandlers.push_back(handler);
+}
+
+}  // namespace kvo::host

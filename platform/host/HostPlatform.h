@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kvo/media/hardware/Export.h"
+
+/// The controls of the host platform: what a test, a demo or an integrator sets, breaks and reads
+/// back. The library itself knows nothing of it. Every operation may be called from any thread.
+namespace kvo::host {
+
+/// Returns everything to its first state: the default pool and panel, no property, policy, forced
+/// grant, fault or journal. Clients, channels and outputs that are open stay open.
+KVO_MEDIA_EXPORT void reset();
+
+// --- The journal: what the library did, in order.
+
+/// One thing that happened. `text` alone tells it in full, except where a log line came from.
+struct JournalEntry {
+    enum class Kind { kPlatformCall, kLogLine, kNote };
+
+    Kind kind = Kind::kNote;
+    /// A call with its arguments as "TVHW_CRM_ClientInit(VDC, 0, 1)", a client being named by its
+    /// unique id and a record by the fields in use; a log line as
+    /// "2 VideoClient acquireResources: core_type: 801", a note as given.
+    std::string text;
+    std::string file;  ///< Of a log line: the path given by the logger.
+    int line = 0;      ///< Of a log line.
+};
+
+/// Empties the journal and records from now on. Nothing is recorded before the first call.
+KVO_MEDIA_EXPORT void startJournal();
+
+/// Stops recording and returns what was recorded since startJournal.
+KVO_MEDIA_EXPORT std::vector<JournalEntry> stopJournal();
+
+/// Puts an entry of the caller's own into the journal, to see where it falls among the others.
+KVO_MEDIA_EXPORT void note(std::string text);
+
+/// Prints log lines up to `level` to standard error; -1 prints none. The level at the start is that
+/// of the environment variable KVO_MEDIA_LOG_LEVEL, else 1.
+KVO_MEDIA_EXPORT void setLogLevel(int level);
+
+// --- Faults: platform calls that fail.
+
+/// Makes call number `nth` from now of `operation` ("TVHW_CRM_ClientInit"; "*" counts all calls)
+/// return `code` instead of its own result. A call that fails in this way does nothing, except that
+/// one that gives something back (Free, Release, Close) gives it back all the same, since its
+/// caller has no second try. Faults add up until they have happened or reset() is called.
+KVO_MEDIA_EXPORT void failCall(std::string operation, int code, std::uint64_t nth = 1);
+
+/// Returns the number of platform calls since the start of the process.
+KVO_MEDIA_EXPORT std::uint64_t platformCallCount();
+
+// --- The resource manager.
+
+/// One codec core of the pool.
+struct CodecCore {
+    int type = 1;  ///< 1 to 4, as the manager reports it.
+    bool encoder = false;
+    int maxWidth = 3840;   ///< Pixels.
+    int maxHeight = 2160;  ///< Pixels.
+};
+
+/// Replaces the pool. A client that holds a core of the old pool keeps it.
+KVO_MEDIA_EXPORT void setPool(std::vector<CodecCore> const& cores);
+
+/// Values that every description of a held resource reports instead of its own; a field without a
+/// value stays as it is.
+struct ForcedGrant {
+    std::optional<int> core;
+    std::optional<int> videoPort;
+    std::optional<int> maxWidth;
+    std::optional<int> maxHeight;
+};
+KVO_MEDIA_EXPORT void forceGrant(ForcedGrant grant);
+
+/// An open client of the manager and what it holds.
+struct CrmClient {
+    int uniqueId = 0;
+    std::string name;
+    std::uintptr_t cookie = 0;
+    int core = 0;       ///< Type of the core it holds, 0 for none.
+    int videoPort = 0;  ///< Display port it holds, counted from 1; 0 for none.
+};
+/// Returns the open clients, oldest first.
+KVO_MEDIA_EXPORT std::vector<CrmClient> crmClients();
+
+/// Reclaims from the client with this unique id, on a thread of its own. The future yields the
+/// client's answer, or -1 when there is no such client. What the client holds is taken when the
+/// answer is 1.
+KVO_MEDIA_EXPORT std::future<int> reclaim(int uniqueId);
+
+// --- The system.
+
+/// Sets a system property; without a value, removes it.
+KVO_MEDIA_EXPORT void setProperty(std::string const& name, std::optional<int> value);
+
+/// Decides for a process id whether it may take another client's core. At first every one may.
+KVO_MEDIA_EXPORT void setForcedAcquirePolicy(std::function<bool(int)> policy);
+
+}  // namespace kvo::host

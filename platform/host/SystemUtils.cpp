@@ -1,0 +1,98 @@
+#include "SystemUtils.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "host/HostPlatform.h"
+#include "host/PlatformCall.h"
+
+namespace kvo::host {
+
+namespace {
+
+class HostSystemUtils final : public media::platform::SystemUtils {
+public:
+    HostSystemUtils() = default;
+
+    int getIntProperty(char const* name, int defaultValue) override {
+        if (auto const forced = platformCall("getIntProperty", name, defaultValue)) {
+            return *forced;
+        }
+        std::lock_guard<std::mutex> const lock(mMutex);
+        auto const property = mProperties.find(name);
+        return property == mProperties.end() ? defaultValue : property->second;
+    }
+
+    bool allowsForcedAcquire(int pid) override {
+        if (auto const forced = platformCall("allowsForcedAcquire", pid)) {
+            return *forced != 0;
+        }
+        std::function<bool(int)> policy;
+        {
+            std::lock_guard<std::mutex> const lock(mMutex);
+            policy = mPolicy;
+        }
+        return policy == nullptr || policy(pid);
+    }
+
+    void onProcessReclaimed(int pid) override { platformCall("onProcessReclaimed", pid); }
+
+    void onReclaimedClientReleased(int pid) override {
+        platformCall("onReclaimedClientReleased", pid);
+    }
+
+    void setProperty(std::string const& name, std::optional<int> value) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (value) {
+            mProperties[name] = *value;
+        } else {
+            mProperties.erase(name);
+        }
+    }
+
+    void setPolicy(std::function<bool(int)> policy) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPolicy = std::move(policy);
+    }
+
+    void reset() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mProperties.clear();
+        mPolicy = nullptr;
+    }
+
+private:
+    std::mutex mMutex;
+    std::map<std::string, int> mProperties;
+    std::function<bool(int)> mPolicy;
+};
+
+HostSystemUtils& instance() {
+    static HostSystemUtils theInstance;
+    return theInstance;
+}
+
+[[maybe_unused]] bool const gResets = [] {
+    onReset([] { instance().reset(); });
+    return true;
+}();
+
+}  // namespace
+
+void setProperty(std::string const& name, std::optional<int> value) {
+    instance().setProperty(name, value);
+}
+
+void setForcedAcquirePolicy(std::function<bool(int)> policy) {
+    instance().setPolicy(std::move(policy));
+}
+
+}  // namespace kvo::host
+
+namespace kvo::media::platform {
+
+SystemUtils& SystemUtils::getInstance() { return host::instance(); }
+
+}  // namespace kvo::media::platform

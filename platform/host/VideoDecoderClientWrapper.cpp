@@ -1,0 +1,163 @@
+#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
+
+#include <utility>
+
+#include "host/forwardToClient.h"
+
+namespace kvo::media::hardware {
+
+VideoDecoderClientWrapper::VideoDecoderClientWrapper(std::shared_ptr<IVideoDecoderClient> client)
+    : mClient(std::move(client)) {}
+
+VideoDecoderClientWrapper::~VideoDecoderClientWrapper() = default;
+
+Return<void> VideoDecoderClientWrapper::configureTunnelMode(CodecType type,
+                                                            Configuration const& config) {
+    return forward(mClient, &IVideoDecoderClient::configureTunnelMode, type, config);
+}
+
+Return<void> VideoDecoderClientWrapper::configureReferenceMode(CodecType type,
+                                                               Configuration const& config) {
+    return forward(mClient, &IVideoDecoderClient::configureReferenceMode, type, config);
+}
+
+Return<void> VideoDecoderClientWrapper::configurePixelMode(CodecType type,
+                                                           Configuration const& config) {
+    return forward(mClient, &IVideoDecoderClient::configurePixelMode, type, config);
+}
+
+Return<void> VideoDecoderClientWrapper::configureNativeBufferMode(CodecType type,
+                                                                  Configuration const& config) {
+    return forward(mClient, &IVideoDecoderClient::configureNativeBufferMode, type, config);
+}
+
+Return<void> VideoDecoderClientWrapper::release() {
+    return forward(mClient, &IVideoDecoderClient::release);
+}
+
+Return<void> VideoDecoderClientWrapper::writeInputData(unsigned char const* data,
+                                                       unsigned int length, unsigned int flags) {
+    return forward(mClient, &IVideoDecoderClient::writeInputData, data, length, flags);
+}
+
+Return<void> VideoDecoderClientWrapper::writeInputFrame(unsigned int flags,
+                                                        unsigned long long timestampUs,
+                                                        unsigned char const* data,
+                                                        unsigned int length) {
+    return forward(mClient, &IVideoDecoderClient::writeInputFrame, flags, timestampUs, data,
+                   length);
+}
+
+Return<void> VideoDecoderClientWrapper::writeInputEndOfStream() {
+    return forward(mClient, &IVideoDecoderClient::writeInputEndOfStream);
+}
+
+Return<void> VideoDecoderClientWrapper::writeHdrInfo(ColorAspect const& aspect,
+                                                     HdrInfo const& info) {
+    return forward(mClient, &IVideoDecoderClient::writeHdrInfo, aspect, info);
+}
+
+Return<void> VideoDecoderClientWrapper::pause() {
+    return forward(mClient, &IVideoDecoderClient::pause);
+}
+
+Return<void> VideoDecoderClientWrapper::resume() {
+    return forward(mClient, &IVideoDecoderClient::resume);
+}
+
+Return<void> VideoDecoderClientWrapper::step() {
+    return forward(mClient, &IVideoDecoderClient::step);
+}
+
+Return<void> VideoDecoderClientWrapper::setTunnelPeek(bool enable) {
+    return forward(mClient, &IVideoDecoderClient::setTunnelPeek, enable);
+}
+
+Return<void> VideoDecoderClientWrapper::setSpeed(double speed) {
+    return forward(mClient, &IVideoDecoderClient::setSpeed, speed);
+}
+
+Return<FrameInfo> VideoDecoderClientWrapper::getFrameInfo() {
+    return forward(mClient, &IVideoDecoderClient::getFrameInfo);
+}
+
+Return<ColorAspect> VideoDecoderClientWrapper::getColorAspect() {
+    return forward(mClient, &IVideoDecoderClient::getColorAspect);
+}
+
+Return<HdrInfo> VideoDecoderClientWrapper::getHdrInfo() {
+    return forward(mClient, &IVideoDecoderClient::getHdrInfo);
+}
+
+Return<BufferInfo> VideoDecoderClientWrapper::dequeueOutputBuffer() {
+    return forward(mClient, &IVideoDecoderClient::dequeueOutputBuffer);
+}
+
+Return<void> VideoDecoderClientWrapper::releaseOutputBuffer(BufferInfo const& buffer) {
+    return forward(mClient, &IVideoDecoderClient::releaseOutputBuffer, buffer);
+}
+
+Return<PixelInfo> VideoDecoderClientWrapper::dequeuePixelBuffer() {
+    return forward(mClient, &IVideoDecoderClient::dequeuePixelBuffer);
+}
+
+Return<void> VideoDecoderClientWrapper::copyFromPixelBuffer(unsigned char* destination,
+                                                            unsigned int length, PixelInfo& pixel) {
+    return forward(mClient, &IVideoDecoderClient::copyFromPixelBuffer, destination, length, pixel);
+}
+
+Return<void> VideoDecoderClientWrapper::releasePixelBuffer(PixelInfo const& pixel) {
+    return forward(mClient, &IVideoDecoderClient::releasePixelBuffer, pixel);
+}
+
+Return<void> VideoDecoderClientWrapper::queueNativeBuffer(std::shared_ptr<NativeBuffer> buffer) {
+    return forward(mClient, &IVideoDecoderClient::queueNativeBuffer, std::move(buffer));
+}
+
+Return<std::shared_ptr<NativeBuffer>> VideoDecoderClientWrapper::dequeueNativeBuffer() {
+    return forward(mClient, &IVideoDecoderClient::dequeueNativeBuffer);
+}
+
+Return<RenderEvent> VideoDecoderClientWrapper::dequeueRenderEvent() {
+    return forward(mClient, &IVideoDecoderClient::dequeueRenderEvent);
+}
+
+Return<void> VideoDecoderClientWrapper::reconfigureOutputBuffer(CodecType type,
+                                                                Configuration const& config) {
+    return forward(mClient, &IVideoDecoderClient::reconfigureOutputBuffer, type, config);
+}
+
+Return<void> VideoDecoderClientWrapper::flush() {
+    return forward(mClient, &IVideoDecoderClient::flush);
+}
+
+Return<void> VideoDecoderClientWrapper::getInputBufferStatus(unsigned int* freeBytes,
+                                                             unsigned int* totalBytes,
+                                                             bool* ready) {
+    return forward(mClient, &IVideoDecoderClient::getInputBufferStatus, freeBytes, totalBytes,
+                   ready);
+}
+
+Return<Configuration> VideoDecoderClientWrapper::getConfiguration() {
+    return forward(mClient, &IVideoDecoderClient::getConfiguration);
+}
+
+Return<std::int64_t> VideoDecoderClientWrapper::currentSTCTime() {
+    return forward(mClient, &IVideoDecoderClient::currentSTCTime);
+}
+
+Return<void> VideoDecoderClientWrapper::testConnection() {
+    return forward(mClient, &IVideoDecoderClient::testConnection);
+}
+
+Return<void> VideoDecoderClientWrapper::testInvalidConnection() {
+    return forward(mClient, &IVideoDecoderClient::testInvalidConnection);
+}
+
+Return<void> VideoDecoderClientWrapper::testWriteInputData(unsigned char const* data,
+                                                           unsigned int length,
+                                                           unsigned int flags) {
+    return forward(mClient, &IVideoDecoderClient::testWriteInputData, data, length, flags);
+}
+
+}  // namespace kvo::media::hardware

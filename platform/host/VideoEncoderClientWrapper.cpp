@@ -1,0 +1,70 @@
+#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
+
+#include <utility>
+
+#include "host/forwardToClient.h"
+
+namespace kvo::media::hardware {
+
+VideoEncoderClientWrapper::VideoEncoderClientWrapper(std::shared_ptr<IVideoEncoderClient> client)
+    : mClient(std::move(client)) {}
+
+VideoEncoderClientWrapper::~VideoEncoderClientWrapper() = default;
+
+Return<void> VideoEncoderClientWrapper::configure(Configuration const& config) {
+    return forward(mClient, &IVideoEncoderClient::configure, config);
+}
+
+Return<void> VideoEncoderClientWrapper::release() {
+    return forward(mClient, &IVideoEncoderClient::release);
+}
+
+Return<void> VideoEncoderClientWrapper::writeColorAspect(ColorAspect const& aspect) {
+    return forward(mClient, &IVideoEncoderClient::writeColorAspect, aspect);
+}
+
+Return<void> VideoEncoderClientWrapper::writeInputFrame(unsigned long long timestampUs,
+                                                        unsigned char const* data,
+                                                        unsigned int length) {
+    return forward(mClient, &IVideoEncoderClient::writeInputFrame, timestampUs, data, length);
+}
+
+Return<void> VideoEncoderClientWrapper::writeInputImage(unsigned long long timestampUs,
+                                                        Image const& image) {
+    return forward(mClient, &IVideoEncoderClient::writeInputImage, timestampUs, image);
+}
+
+Return<int> VideoEncoderClientWrapper::readOutputFrame(unsigned long long* timestampUs,
+                                                       unsigned char* data, unsigned int* length,
+                                                       PicType* type) {
+    return forward(mClient, &IVideoEncoderClient::readOutputFrame, timestampUs, data, length, type);
+}
+
+Return<void> VideoEncoderClientWrapper::pause() {
+    return forward(mClient, &IVideoEncoderClient::pause);
+}
+
+Return<void> VideoEncoderClientWrapper::resume() {
+    return forward(mClient, &IVideoEncoderClient::resume);
+}
+
+Return<void> VideoEncoderClientWrapper::flush() {
+    return forward(mClient, &IVideoEncoderClient::flush);
+}
+
+Return<void> VideoEncoderClientWrapper::setParameters(Configuration const& config) {
+    return forward(mClient, &IVideoEncoderClient::setParameters, config);
+}
+
+Return<void> VideoEncoderClientWrapper::getInputBufferStatus(unsigned int* freeBuffers,
+                                                             unsigned int* totalBuffers, int* width,
+                                                             int* height, int* stride) {
+    return forward(mClient, &IVideoEncoderClient::getInputBufferStatus, freeBuffers, totalBuffers,
+                   width, height, stride);
+}
+
+Return<Configuration> VideoEncoderClientWrapper::getConfiguration() {
+    return forward(mClient, &IVideoEncoderClient::getConfiguration);
+}
+
+}  // namespace kvo::media::hardware

@@ -1,0 +1,98 @@
+#pragma once
+
+// The resource manager's client library, libkvo_hal_crm.
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" {
+
+/// One client connection; null is no connection.
+typedef struct TVHW_CRM_CLIENT* TVHW_CRM_HANDLE;
+
+/// A set of display ports. A grant names one of them, a clear request any.
+typedef enum _TVHW_CRM_VIDEO_PORT {
+    TVHW_CRM_VIDEO_PORT_NONE = 0,
+    TVHW_CRM_VIDEO_PORT_0 = 1,
+    TVHW_CRM_VIDEO_PORT_1 = 2,
+    TVHW_CRM_VIDEO_PORT_ALL = 3,
+} TVHW_CRM_VIDEO_PORT;
+
+/// The codec type of a request for a display port instead of a codec core.
+enum { TVHW_CRM_CODEC_TYPE_DISPLAY = 0x4001 };
+
+/// A request for a codec core or a display port. Unused fields are 0.
+typedef struct TVHW_CRM_ACQUIRE_PARAM {
+    std::int32_t codecType;  ///< From TVHW_CRM_CodecTypeFromMIME, or TVHW_CRM_CODEC_TYPE_DISPLAY.
+    std::int32_t width;      ///< Pixels.
+    std::int32_t height;     ///< Pixels.
+    std::int32_t frameRate;  ///< Frames per second.
+    std::int32_t isEncoder;  ///< 0 or 1.
+    std::int32_t extraFlag;  ///< 0 or 1.
+    std::int32_t reserved[10];
+} TVHW_CRM_ACQUIRE_PARAM;
+
+/// What a client holds, or, in a clear request, the display ports to clear.
+typedef struct TVHW_CRM_RESOURCE {
+    std::int32_t core;       ///< Type of the codec core, 1 to 4.
+    std::int32_t videoPort;  ///< TVHW_CRM_VIDEO_PORT; below 1 when no port is held.
+    std::int32_t reserved1[2];
+    std::int32_t maxWidth;   ///< Largest picture width of the core, in pixels.
+    std::int32_t maxHeight;  ///< Largest picture height of the core, in pixels.
+    std::int32_t reserved2[10];
+} TVHW_CRM_RESOURCE;
+
+/// What the manager tells of a reclaim; its content is the manager's own.
+typedef struct _TVHW_CRM_RECLAIM_PARAM TVHW_CRM_RECLAIM_PARAM;
+
+/// Asks a client to give up what it holds; called on a thread of the manager. Returns 1 when the
+/// manager may take the resources, 0 when the client keeps them.
+typedef int (*TVHW_CRM_RECLAIM_CALLBACK)(TVHW_CRM_RECLAIM_PARAM const* param, void* cookie);
+
+// Unless stated otherwise an operation returns 0 on success and an error code otherwise, and may
+// be called from any thread, the callback's too.
+
+/// Opens a client and writes its handle. From now on the manager may call `reclaim` with `cookie`
+/// at any time, and once more while or just after the client is freed.
+int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* name,
+                        TVHW_CRM_RECLAIM_CALLBACK reclaim, int reserved, void* cookie);
+
+/// Closes a client, gives back all that it holds and sets the handle to null.
+int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client);
+
+/// Returns the manager's codec type for a MIME type, 0 when there is none.
+int TVHW_CRM_CodecTypeFromMIME(char const* mime);
+
+/// Grants the requested resource to a client, taking it from another client if need be.
+int TVHW_CRM_ClientAcquireResource(TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request);
+
+/// Grants the requested resource only if it is free.
+int TVHW_CRM_ClientTryAcquireResource(TVHW_CRM_HANDLE client,
+                                      TVHW_CRM_ACQUIRE_PARAM const* request);
+
+/// Describes what a client holds; fails when it holds nothing.
+int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client, TVHW_CRM_RESOURCE* resource);
+
+/// Clears the display ports that `resource` names.
+int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client, TVHW_CRM_RESOURCE const* resource);
+
+/// Gives back all that a client holds.
+int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client);
+
+/// Writes the id by which the whole system knows a client.
+int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id);
+
+}  // extern "C"
+
+static_assert(sizeof(TVHW_CRM_ACQUIRE_PARAM) == 64);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, codecType) == 0);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, width) == 4);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, height) == 8);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, frameRate) == 12);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, isEncoder) == 16);
+static_assert(offsetof(TVHW_CRM_ACQUIRE_PARAM, extraFlag) == 20);
+static_assert(sizeof(TVHW_CRM_RESOURCE) == 64);
+static_assert(offsetof(TVHW_CRM_RESOURCE, core) == 0);
+static_assert(offsetof(TVHW_CRM_RESOURCE, videoPort) == 4);
+static_assert(offsetof(TVHW_CRM_RESOURCE, maxWidth) == 16);
+static_assert(offsetof(TVHW_CRM_RESOURCE, maxHeight) == 20);
