@@ -29,24 +29,35 @@ void ProcessingGuard::finishProcessing() {
 }
 
 bool ProcessingGuard::startReclaim(LogSite const& site) {
-    std::unique_lock<std::mutex> lock(mMutex);
+    std::lock_guard<std::mutex> const lock(mMutex);
     if (mState == State::kReclaimed) {
         return false;
     }
     mState = State::kReclaiming;
-    auto const deadline = std::chrono::steady_clock::now() + kReclaimWaitLimit;
-    while (mProcessingCount != 0) {
-        if (mCondition.wait_until(lock, deadline) == std::cv_status::timeout) {
-            break;
-        }
-    }
+    waitForCalls();
     if (std::uint32_t const count = mProcessingCount; count != 0) {
         TVHW_LOG_AT(site, kLogFailure, "reclaim timeout waiting: processing count=%u", count);
     }
     return true;
 }
 
+void ProcessingGuard::waitForCalls() {
+    auto const deadline = std::chrono::steady_clock::now() + kReclaimWaitLimit;
+    std::unique_lock<std::mutex> lock(mMutex, std::adopt_lock);
+    while (mProcessingCount != 0) {
+        if (mCondition.wait_until(lock, deadline) == std::cv_status::timeout) {
+            break;
+        }
+    }
+    lock.release();  // The caller goes on holding the mutex.
+}
+
 void ProcessingGuard::finishReclaim() {
     std::lock_guard<std::mutex> const lock(mMutex);
     mState = State::kReclaimed;
+}
+
+bool ProcessingGuard::isReclaimed() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    return mState == State::kReclaimed;
 }

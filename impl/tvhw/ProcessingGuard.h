@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "Log.h"
+#include "ThreadAnnotations.h"
 #include "kvo/media/hardware/Return.h"
 
 /// Keeps a reclaim and the calls into a codec apart. A call enters and leaves; a reclaim closes the
@@ -21,23 +22,29 @@ struct ProcessingGuard {
 
     /// Enters the guard. Returns false, and changes nothing, when a reclaim has closed it. Never
     /// waits for a reclaim.
-    bool startProcessing();
+    bool startProcessing() TVHW_EXCLUDES(mMutex);
 
     /// Leaves the guard: exactly once after each startProcessing() that returned true.
-    void finishProcessing();
+    void finishProcessing() TVHW_EXCLUDES(mMutex);
 
     /// Closes the guard and waits at most 3 seconds for the calls in flight; on a timeout logs on
     /// behalf of `site` and goes on. Returns false, at once, when the codec is reclaimed already.
     /// For the reclaim's thread.
-    bool startReclaim(LogSite const& site);
+    bool startReclaim(LogSite const& site) TVHW_EXCLUDES(mMutex);
 
     /// Marks the codec reclaimed, after startReclaim() returned true and the codec was stopped.
-    void finishReclaim();
+    void finishReclaim() TVHW_EXCLUDES(mMutex);
 
-    std::atomic<std::uint32_t> mProcessingCount{0};  ///< Calls in flight; changed under mMutex.
-    State mState = State::kIdle;                     ///< Guarded by mMutex.
+    /// Says whether the codec has been reclaimed.
+    bool isReclaimed() TVHW_EXCLUDES(mMutex);
+
+    std::atomic<std::uint32_t> mProcessingCount TVHW_GUARDED_BY(mMutex){0};  ///< Calls in flight.
+    State mState TVHW_GUARDED_BY(mMutex) = State::kIdle;
     std::mutex mMutex;
     std::condition_variable mCondition;  ///< Signalled when a call leaves.
+
+private:
+    void waitForCalls() TVHW_REQUIRES(mMutex);
 };
 
 /// Enters a guard for the length of a scope, so that every path leaves it exactly once.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
 
+#include "ThreadAnnotations.h"
 #include "kvo/media/hardware/Export.h"
 #include "tvhw_crm.h"
 
@@ -12,15 +14,21 @@
 class ReferenceHolder {
 public:
     /// Registers `object` and returns its new id: 1, 2, ... and never 0 or one issued before.
-    unsigned int holdWeakReference(std::shared_ptr<void> const& object);
+    unsigned int holdWeakReference(std::shared_ptr<void> const& object) TVHW_EXCLUDES(mMutex);
 
     /// Forgets `id`; one that is not registered is ignored.
-    void release(unsigned int id);
+    void release(unsigned int id) TVHW_EXCLUDES(mMutex);
+
+    /// Returns the number of registrations, dead ones included.
+    [[nodiscard]] std::size_t size() TVHW_EXCLUDES(mMutex) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mReferences.size();
+    }
 
     /// Returns the object under `id`, which must have been registered as a T, or null when there is
     /// none or it has died.
     template <typename T>
-    std::shared_ptr<T> lock(unsigned int id) {
+    std::shared_ptr<T> lock(unsigned int id) TVHW_EXCLUDES(mMutex) {
         std::lock_guard<std::mutex> const lock(mMutex);
         auto const reference = mReferences.find(id);
         if (reference == mReferences.end()) {
@@ -31,7 +39,7 @@ public:
 
 private:
     std::mutex mMutex;
-    std::map<unsigned int, std::weak_ptr<void>> mReferences;
+    std::map<unsigned int, std::weak_ptr<void>> mReferences TVHW_GUARDED_BY(mMutex);
 };
 
 /// One client connection to the resource manager, for one codec wrapper: asks for a codec core or a

@@ -211,6 +211,7 @@ bool VideoDecoderClientWrapperResource::Impl::reclaim() {
 // --- The wrapper.
 
 VideoDecoderClientWrapperResource::VideoDecoderClientWrapperResource(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is the callers' contract.
     std::shared_ptr<IVideoDecoderClient> client)
     : VideoDecoderClientWrapper(client), mImpl(std::make_shared<Impl>(client)) {}
 

@@ -17,9 +17,9 @@ public:
     Return(Status status) : mStatus(status) {}
     Return(Status status, T value) : mStatus(status), mValue(std::move(value)) {}
     Return(Return const&) = default;
-    Return(Return&&) = default;
+    Return(Return&&) noexcept = default;
     Return& operator=(Return const&) = default;
-    Return& operator=(Return&&) = default;
+    Return& operator=(Return&&) noexcept = default;
     virtual ~Return() = default;
 
     [[nodiscard]] Status status() const { return mStatus; }
@@ -42,9 +42,9 @@ public:
     // NOLINTNEXTLINE(google-explicit-constructor): `return status;` is how operations fail.
     Return(Status status) : mStatus(status) {}
     Return(Return const&) = default;
-    Return(Return&&) = default;
+    Return(Return&&) noexcept = default;
     Return& operator=(Return const&) = default;
-    Return& operator=(Return&&) = default;
+    Return& operator=(Return&&) noexcept = default;
     virtual ~Return() = default;
 
     [[nodiscard]] Status status() const { return mStatus; }
