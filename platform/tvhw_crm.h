@@ -11,6 +11,7 @@ extern "C" {
 typedef struct TVHW_CRM_CLIENT* TVHW_CRM_HANDLE;
 
 /// A set of display ports. A grant names one of them, a clear request any.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): part of mangled names.
 typedef enum _TVHW_CRM_VIDEO_PORT {
     TVHW_CRM_VIDEO_PORT_NONE = 0,
     TVHW_CRM_VIDEO_PORT_0 = 1,
@@ -43,6 +44,7 @@ typedef struct TVHW_CRM_RESOURCE {
 } TVHW_CRM_RESOURCE;
 
 /// What the manager tells of a reclaim; its content is the manager's own.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): part of mangled names.
 typedef struct _TVHW_CRM_RECLAIM_PARAM TVHW_CRM_RECLAIM_PARAM;
 
 /// Asks a client to give up what it holds; called on a thread of the manager. Returns 1 when the

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +16,7 @@
 namespace kvo::host {
 
 /// Returns everything to its first state: the default pool and panel, no property, policy, forced
-/// grant, fault or journal. Clients, channels and outputs that are open stay open.
+/// grant, memory handle, fault or journal. Clients, channels and outputs that are open stay open.
 KVO_MEDIA_EXPORT void reset();
 
 // --- The journal: what the library did, in order.
@@ -95,6 +96,80 @@ KVO_MEDIA_EXPORT std::vector<CrmClient> crmClients();
 /// client's answer, or -1 when there is no such client. What the client holds is taken when the
 /// answer is 1.
 KVO_MEDIA_EXPORT std::future<int> reclaim(int uniqueId);
+
+// --- The panel and the video scaler.
+
+struct Panel {
+    int width = 1920;      ///< Pixels.
+    int height = 1080;     ///< Pixels.
+    bool readable = true;  ///< False: its size is there, but cannot be asked for.
+};
+
+/// Replaces the panel. What the scaler shows on it stays as it is.
+KVO_MEDIA_EXPORT void setPanel(Panel panel);
+
+KVO_MEDIA_EXPORT Panel panel();
+
+/// The scaler's channels count from 0.
+inline constexpr unsigned int kScalerChannels = 2;
+
+/// What a scaler channel was told since it was opened; the first state again once it is closed.
+struct ScalerChannel {
+    struct Source {
+        int type = 0;
+        int port = 0;
+    };
+    struct Window {
+        int x = 0;
+        int y = 0;
+        int width = 0;
+        int height = 0;
+    };
+
+    bool opened = false;
+    std::optional<Source> source;  ///< The connected one.
+    bool adaptive = false;
+    bool blank = true;
+    /// The part of the source's picture to show: in pixels of the source or, when
+    /// `inputInPanelPixels`, as if the whole picture filled the panel.
+    Window input;
+    bool inputInPanelPixels = false;
+    Window output;  ///< Pixels of the panel.
+};
+
+/// Returns the state of a channel below kScalerChannels.
+KVO_MEDIA_EXPORT ScalerChannel scalerChannel(unsigned int index);
+
+// --- The video output and the memory it shows.
+
+/// Bytes that a platform record can refer to by a handle of 32 bits.
+using Memory = std::shared_ptr<std::vector<unsigned char> const>;
+
+/// Gives `memory`, which must not be null, a handle: never 0 or one given before.
+KVO_MEDIA_EXPORT std::uint32_t registerMemory(Memory memory);
+
+/// Forgets a handle. A picture that is being shown keeps its memory.
+KVO_MEDIA_EXPORT void unregisterMemory(std::uint32_t handle);
+
+/// A picture on the video output.
+struct ShownPicture {
+    std::uint32_t handle = 0;
+    Memory memory;   ///< Lines of pixels of four bytes: red, green, blue and one that is not used.
+    int x = 0;       ///< Pixels.
+    int y = 0;       ///< Pixels.
+    int width = 0;   ///< Pixels.
+    int height = 0;  ///< Pixels.
+    int stride = 0;  ///< Bytes from one line to the next.
+};
+
+/// What video output 0 was told since it was opened; the first state again once it is closed.
+struct VideoOutput {
+    int opens = 0;   ///< How often it was opened and not closed.
+    int width = 0;   ///< Of the largest picture, in pixels; 0 before a configuration.
+    int height = 0;  ///< Of the largest picture, in pixels; 0 before a configuration.
+    std::optional<ShownPicture> picture;
+};
+KVO_MEDIA_EXPORT VideoOutput videoOutput();
 
 // --- The system.
 

@@ -33,7 +33,7 @@ std::optional<int> platformCall(char const* operation, Arguments const&... argum
         return enterPlatformCall(operation, {});
     }
     std::ostringstream text;
-    char const* separator = "";
+    [[maybe_unused]] char const* separator = "";
     ((text << std::exchange(separator, ", ") << arguments), ...);
     return enterPlatformCall(operation, text.str());
 }

@@ -15,7 +15,12 @@ constexpr int kDefaultLevel = 1;
 
 int levelOfEnvironment() {
     char const* const value = std::getenv("KVO_MEDIA_LOG_LEVEL");
-    return value == nullptr || *value == '\0' ? kDefaultLevel : std::atoi(value);
+    if (value == nullptr) {
+        return kDefaultLevel;
+    }
+    char* end = nullptr;
+    long const level = std::strtol(value, &end, 10);
+    return end == value ? kDefaultLevel : static_cast<int>(level);
 }
 
 std::atomic<int>& printedLevel() {
@@ -23,7 +28,7 @@ std::atomic<int>& printedLevel() {
     return level;
 }
 
-std::string format(char const* text, std::va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string format(char const* text, std::va_list arguments) {
     std::va_list measured;
     va_copy(measured, arguments);
     int const length = std::vsnprintf(nullptr, 0, text, measured);
@@ -32,7 +37,7 @@ std::string format(char const* text, std::va_list arguments) {
         return text;
     }
     std::string message(static_cast<std::size_t>(length), '\0');
-    std::vsnprintf(message.data(), message.size() + 1, text, arguments);
+    static_cast<void>(std::vsnprintf(message.data(), message.size() + 1, text, arguments));
     return message;
 }
 
@@ -71,6 +76,6 @@ extern "C" KVO_MEDIA_EXPORT void kvo_media_log_printf(int level, char const* tag
         // One write for the whole line, so that lines of several threads do not mix.
         std::string const whole =
             levelAndTag + file + ":" + std::to_string(line) + " " + functionAndMessage + "\n";
-        std::fwrite(whole.data(), 1, whole.size(), stderr);
+        static_cast<void>(std::fwrite(whole.data(), 1, whole.size(), stderr));
     }
 }

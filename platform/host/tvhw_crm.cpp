@@ -42,7 +42,7 @@ constexpr int kBusy = -16;         ///< Nothing is free, or its holder keeps it.
 constexpr int kNothingHeld = -61;
 
 constexpr int kPortCount = 2;
-constexpr int kFirstUniqueId = 1001;
+constexpr int kFirstUniqueId = 70001;
 
 constexpr std::array<char const*, 11> kMimeTypes{
     "video/avc",   "video/hevc", "video/x-vnd.on2.vp9", "video/av01",         "video/mp4v-es",
@@ -91,7 +91,7 @@ public:
         client->reclaim = reclaim;
         client->cookie = cookie;
         *handle = client.get();
-        mClients.push_back(std::move(client));
+        mClients.emplace(*handle, std::move(client));
         return 0;
     }
 
@@ -102,7 +102,7 @@ public:
             return kInvalid;
         }
         takeAll(*client);
-        mClients.erase(std::find(mClients.begin(), mClients.end(), client));
+        mClients.erase(*handle);
         *handle = nullptr;
         return 0;
     }
@@ -192,9 +192,9 @@ public:
     int reclaimById(int uniqueId) {
         std::unique_lock<std::mutex> lock(mMutex);
         auto const client = std::find_if(mClients.begin(), mClients.end(), [&](auto const& entry) {
-            return entry->uniqueId == uniqueId;
+            return entry.second->uniqueId == uniqueId;
         });
-        return client == mClients.end() ? -1 : reclaimFrom(*client, lock);
+        return client == mClients.end() ? -1 : reclaimFrom(client->second, lock);
     }
 
     void setPool(std::vector<CodecCore> const& cores) {
@@ -210,11 +210,14 @@ public:
     std::vector<CrmClient> clients() {
         std::lock_guard<std::mutex> const lock(mMutex);
         std::vector<CrmClient> result;
-        for (auto const& client : mClients) {
+        for (auto const& [handle, client] : mClients) {
             result.push_back({client->uniqueId, client->name,
                               reinterpret_cast<std::uintptr_t>(client->cookie),
                               client->core == nullptr ? 0 : client->core->type, client->port});
         }
+        std::sort(result.begin(), result.end(), [](auto const& left, auto const& right) {
+            return left.uniqueId < right.uniqueId;
+        });
         return result;
     }
 
@@ -222,9 +225,8 @@ private:
     // The lock is held in all of these.
 
     std::shared_ptr<Client> find(TVHW_CRM_HANDLE handle) const {
-        auto const client = std::find_if(mClients.begin(), mClients.end(),
-                                         [&](auto const& entry) { return entry.get() == handle; });
-        return client == mClients.end() ? nullptr : *client;
+        auto const client = mClients.find(handle);
+        return client == mClients.end() ? nullptr : client->second;
     }
 
     static bool isDisplay(TVHW_CRM_ACQUIRE_PARAM const& request) {
@@ -248,9 +250,10 @@ private:
 
     bool grantFreePort(Client& client) {
         for (int port = 1; port <= kPortCount; ++port) {
-            bool const taken = std::any_of(
-                mClients.begin(), mClients.end(),
-                [&](auto const& other) { return other.get() != &client && other->port == port; });
+            bool const taken =
+                std::any_of(mClients.begin(), mClients.end(), [&](auto const& other) {
+                    return other.first != &client && other.second->port == port;
+                });
             if (!taken) {
                 client.port = port;
                 client.grantedAt = ++mGrantCount;
@@ -262,9 +265,10 @@ private:
 
     bool grantFreeCore(Client& client, TVHW_CRM_ACQUIRE_PARAM const& request) {
         for (auto const& core : mPool) {
-            bool const taken = std::any_of(
-                mClients.begin(), mClients.end(),
-                [&](auto const& other) { return other.get() != &client && other->core == core; });
+            bool const taken =
+                std::any_of(mClients.begin(), mClients.end(), [&](auto const& other) {
+                    return other.first != &client && other.second->core == core;
+                });
             if (!taken && fits(*core, request)) {
                 client.core = core;
                 client.grantedAt = ++mGrantCount;
@@ -278,11 +282,11 @@ private:
     std::shared_ptr<Client> longestHolder(TVHW_CRM_ACQUIRE_PARAM const& request,
                                           Client const& newcomer) const {
         std::shared_ptr<Client> longest;
-        for (auto const& client : mClients) {
+        for (auto const& [handle, client] : mClients) {
             bool const holds = isDisplay(request)
                                    ? client->port != 0
                                    : client->core != nullptr && fits(*client->core, request);
-            if (client.get() != &newcomer && holds &&
+            if (handle != &newcomer && holds &&
                 (longest == nullptr || client->grantedAt < longest->grantedAt)) {
                 longest = client;
             }
@@ -319,7 +323,7 @@ private:
     std::condition_variable mReclaimEnded;
     Pool mPool = share(defaultPool());
     ForcedGrant mForced;
-    std::vector<std::shared_ptr<Client>> mClients;  ///< Oldest first.
+    std::map<TVHW_CRM_HANDLE, std::shared_ptr<Client>> mClients;
     int mNextUniqueId = kFirstUniqueId;
     std::uint64_t mGrantCount = 0;
 };
@@ -337,11 +341,15 @@ ResourceManager& manager() {
     return true;
 }();
 
-/// Returns the unique id of a client, 0 when there is none: the journal's name for a handle.
-int idOf(TVHW_CRM_HANDLE client) {
+/// A handle as the journal names it: by its client's unique id, 0 when there is none.
+struct Named {
+    TVHW_CRM_HANDLE handle;
+};
+
+std::ostream& operator<<(std::ostream& out, Named client) {
     int id = 0;
-    manager().uniqueId(client, id);
-    return id;
+    manager().uniqueId(client.handle, id);
+    return out << id;
 }
 
 /// The fields that no request uses must be 0, as in the platform's own manager.
@@ -356,7 +364,7 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
     if (request == nullptr) {
         return kInvalid;
     }
-    if (auto const forced = platformCall(operation, idOf(client), request->codecType,
+    if (auto const forced = platformCall(operation, Named{client}, request->codecType,
                                          request->width, request->height, request->frameRate,
                                          request->isEncoder, request->extraFlag)) {
         return *forced;
@@ -378,9 +386,9 @@ std::future<int> reclaim(int uniqueId) {
 
 }  // namespace kvo::host
 
-using kvo::host::idOf;
 using kvo::host::kInvalid;
 using kvo::host::manager;
+using kvo::host::Named;
 using kvo::host::platformCall;
 
 extern "C" {
@@ -396,9 +404,15 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* na
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
-    auto const forced = platformCall("TVHW_CRM_ClientFree", client == nullptr ? 0 : idOf(*client));
-    int const result = manager().close(client);
-    return forced.value_or(result);
+    auto const forced =
+        platformCall("TVHW_CRM_ClientFree", Named{client == nullptr ? nullptr : *client});
+    if (forced) {
+        TVHW_CRM_HANDLE kept =
+            client == nullptr ? nullptr : *client;  // As a failed call leaves it.
+        manager().close(&kept);
+        return *forced;
+    }
+    return manager().close(client);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_CodecTypeFromMIME(char const* mime) {
@@ -425,7 +439,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientTryAcquireResource(TVHW_CRM_HANDLE client,
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client,
                                                 TVHW_CRM_RESOURCE* resource) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientGetResource", idOf(client))) {
+    if (auto const forced = platformCall("TVHW_CRM_ClientGetResource", Named{client})) {
         return *forced;
     }
     if (resource == nullptr || !kvo::host::isZero(*resource)) {
@@ -440,20 +454,20 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client,
         return kInvalid;
     }
     if (auto const forced =
-            platformCall("TVHW_CRM_ClientClearResource", idOf(client), resource->videoPort)) {
+            platformCall("TVHW_CRM_ClientClearResource", Named{client}, resource->videoPort)) {
         return *forced;
     }
     return manager().clearPorts(client, *resource);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client) {
-    auto const forced = platformCall("TVHW_CRM_ClientReleaseResource", idOf(client));
+    auto const forced = platformCall("TVHW_CRM_ClientReleaseResource", Named{client});
     int const result = manager().giveBack(client);
     return forced.value_or(result);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientGetUniqueId", idOf(client))) {
+    if (auto const forced = platformCall("TVHW_CRM_ClientGetUniqueId", Named{client})) {
         return *forced;
     }
     return id == nullptr ? kInvalid : manager().uniqueId(client, *id);

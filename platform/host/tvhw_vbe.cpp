@@ -1,0 +1,57 @@
+#include "tvhw_vbe.h"
+
+#include <mutex>
+
+#include "host/HostPlatform.h"
+#include "host/PlatformCall.h"
+
+namespace kvo::host {
+
+namespace {
+
+constexpr int kInvalid = -22;     ///< A request that makes no sense.
+constexpr int kUnreadable = -61;  ///< The panel does not tell its size.
+
+struct State {
+    std::mutex mutex;
+    Panel panel;
+};
+
+State& state() {
+    static State theState;
+    return theState;
+}
+
+[[maybe_unused]] bool const gResets = [] {
+    onReset([] { setPanel({}); });
+    return true;
+}();
+
+}  // namespace
+
+void setPanel(Panel panel) {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    state().panel = panel;
+}
+
+Panel panel() {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    return state().panel;
+}
+
+}  // namespace kvo::host
+
+extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size) {
+    if (auto const forced = kvo::host::platformCall("TVHW_VBE_DISP_GetPanelSize")) {
+        return *forced;
+    }
+    kvo::host::Panel const panel = kvo::host::panel();
+    if (size == nullptr) {
+        return kvo::host::kInvalid;
+    }
+    if (!panel.readable) {
+        return kvo::host::kUnreadable;
+    }
+    *size = {panel.width, panel.height};
+    return 0;
+}

@@ -1,0 +1,216 @@
+#include "tvhw_vsc.h"
+
+#include <array>
+#include <mutex>
+
+#include "host/HostPlatform.h"
+#include "host/PlatformCall.h"
+
+namespace kvo::host {
+
+namespace {
+
+constexpr int kInvalid = -22;        ///< No such channel, or a request that makes no sense.
+constexpr int kNotInitialised = -6;  ///< The scaler is not initialised.
+constexpr int kNotOpened = -9;
+constexpr int kBusy = -16;           ///< The channel is in use.
+constexpr int kNotConnected = -107;  ///< Another source is connected, or none.
+constexpr int kOutsidePanel = -34;
+
+bool isFlag(int value) { return value == 0 || value == 1; }
+
+/// The scaler: one for all clients of the process.
+class Scaler {
+public:
+    int initialise() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mInitialised = true;
+        return 0;
+    }
+
+    int open(unsigned int index) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (!mInitialised) {
+            return kNotInitialised;
+        }
+        if (index >= kScalerChannels) {
+            return kInvalid;
+        }
+        if (mChannels[index].opened) {
+            return kBusy;
+        }
+        mChannels[index].opened = true;
+        return 0;
+    }
+
+    /// Lets `change`, which returns a result code, change a channel that is open.
+    template <typename Change>
+    int withChannel(unsigned int index, Change change) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (!mInitialised) {
+            return kNotInitialised;
+        }
+        if (index >= kScalerChannels || !mChannels[index].opened) {
+            return kNotOpened;
+        }
+        return change(mChannels[index]);
+    }
+
+    ScalerChannel channel(unsigned int index) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mChannels.at(index);
+    }
+
+private:
+    std::mutex mMutex;
+    bool mInitialised = false;
+    std::array<ScalerChannel, kScalerChannels> mChannels;
+};
+
+Scaler& scaler() {
+    static Scaler theScaler;
+    return theScaler;
+}
+
+bool isSource(TVHW_VSC_SOURCE const& source, std::int32_t reserved) {
+    return (source.type == 0 || source.type == 2 || source.type == 3) && source.reserved1 == 0 &&
+           source.reserved2[0] == 0 && source.reserved2[1] == 0 && reserved == 0;
+}
+
+ScalerChannel::Window toWindow(TVHW_VSC_WINDOW const& window) {
+    return {window.x, window.y, window.w, window.h};
+}
+
+int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
+             bool inPanelPixels) {
+    if (auto const forced =
+            platformCall(operation, index, window.x, window.y, window.w, window.h)) {
+        return *forced;
+    }
+    return scaler().withChannel(index, [&](ScalerChannel& channel) {
+        channel.input = toWindow(window);
+        channel.inputInPanelPixels = inPanelPixels;
+        return 0;
+    });
+}
+
+}  // namespace
+
+ScalerChannel scalerChannel(unsigned int index) { return scaler().channel(index); }
+
+}  // namespace kvo::host
+
+using kvo::host::isFlag;
+using kvo::host::isSource;
+using kvo::host::kInvalid;
+using kvo::host::platformCall;
+using kvo::host::scaler;
+using kvo::host::ScalerChannel;
+
+extern "C" {
+
+KVO_MEDIA_EXPORT int TVHW_VSC_Initialize() {
+    auto const forced = kvo::host::platformCall("TVHW_VSC_Initialize");
+    return forced ? *forced : scaler().initialise();
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_Open(std::uint32_t channel) {
+    auto const forced = platformCall("TVHW_VSC_Open", channel);
+    return forced ? *forced : scaler().open(channel);
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_Close(std::uint32_t channel) {
+    auto const forced = platformCall("TVHW_VSC_Close", channel);
+    int const result = scaler().withChannel(channel, [](ScalerChannel& state) {
+        state = {};
+        return 0;
+    });
+    return forced.value_or(result);
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE source,
+                                      std::int32_t reserved) {
+    if (auto const forced =
+            platformCall("TVHW_VSC_Connect", channel, source.type, int{source.port}, reserved)) {
+        return *forced;
+    }
+    return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        if (!isSource(source, reserved)) {
+            return kInvalid;
+        }
+        state.source = {source.type, source.port};
+        return 0;
+    });
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE source,
+                                         std::int32_t reserved) {
+    if (auto const forced =
+            platformCall("TVHW_VSC_Disconnect", channel, source.type, int{source.port}, reserved)) {
+        return *forced;
+    }
+    return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        if (!isSource(source, reserved)) {
+            return kInvalid;
+        }
+        if (!state.source || state.source->type != source.type ||
+            state.source->port != source.port) {
+            return kvo::host::kNotConnected;
+        }
+        state.source.reset();
+        return 0;
+    });
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::int32_t adaptive) {
+    if (auto const forced = platformCall("TVHW_VSC_SetAdaptiveStreamEx", channel, adaptive)) {
+        return *forced;
+    }
+    return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        if (!isFlag(adaptive)) {
+            return kInvalid;
+        }
+        state.adaptive = adaptive == 1;
+        return 0;
+    });
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t blank,
+                                          std::int32_t reserved) {
+    if (auto const forced = platformCall("TVHW_VSC_SetWinBlank", channel, blank, reserved)) {
+        return *forced;
+    }
+    return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        if (!isFlag(blank) || reserved != 0) {
+            return kInvalid;
+        }
+        state.blank = blank == 1;
+        return 0;
+    });
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_SetInputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window) {
+    return kvo::host::setInput("TVHW_VSC_SetInputRegion", channel, window, false);
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_SetInputRegion_ForAdaptive(std::uint32_t channel,
+                                                         TVHW_VSC_WINDOW window) {
+    return kvo::host::setInput("TVHW_VSC_SetInputRegion_ForAdaptive", channel, window, true);
+}
+
+KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window) {
+    if (auto const forced = platformCall("TVHW_VSC_SetOutputRegion", channel, window.x, window.y,
+                                         window.w, window.h)) {
+        return *forced;
+    }
+    kvo::host::Panel const panel = kvo::host::panel();
+    return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        if (window.x + window.w > panel.width || window.y + window.h > panel.height) {
+            return kvo::host::kOutsidePanel;
+        }
+        state.output = kvo::host::toWindow(window);
+        return 0;
+    });
+}
+
+}  // extern "C"

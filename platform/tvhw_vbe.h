@@ -1,0 +1,24 @@
+#pragma once
+
+// The video back end's library, libkvo_hal_vbe.
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" {
+
+/// The size of the panel.
+typedef struct TVHW_VBE_PANEL_SIZE {
+    std::int32_t width;   ///< Pixels.
+    std::int32_t height;  ///< Pixels.
+} TVHW_VBE_PANEL_SIZE;
+
+/// Writes the size of the panel. Returns 0, or an error code and leaves `size` as it was. May be
+/// called from any thread.
+int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size);
+
+}  // extern "C"
+
+static_assert(sizeof(TVHW_VBE_PANEL_SIZE) == 8);
+static_assert(offsetof(TVHW_VBE_PANEL_SIZE, width) == 0);
+static_assert(offsetof(TVHW_VBE_PANEL_SIZE, height) == 4);

@@ -1,0 +1,70 @@
+#pragma once
+
+// The video scaler's library, libkvo_hal_vsc.
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" {
+
+/// A video source, passed by value.
+typedef struct TVHW_VSC_SOURCE {
+    std::int32_t type;  ///< The scaler's own code of the kind of source: 0, 2 or 3.
+    std::uint8_t reserved1;
+    std::uint8_t port;
+    std::uint8_t reserved2[2];
+} TVHW_VSC_SOURCE;
+
+/// A rectangle in pixels, passed by value.
+typedef struct TVHW_VSC_WINDOW {
+    std::uint16_t x;
+    std::uint16_t y;
+    std::uint16_t w;
+    std::uint16_t h;
+} TVHW_VSC_WINDOW;
+
+// Each operation returns 0 on success and an error code otherwise. Different channels may be used
+// from different threads; the operations of one channel come one at a time. Reserved fields and
+// arguments are 0.
+
+/// Prepares the scaler for the process; every other operation needs it. Once is enough for good.
+int TVHW_VSC_Initialize();
+
+/// Opens a channel; every operation below needs it. A channel has one user at a time.
+int TVHW_VSC_Open(std::uint32_t channel);
+
+/// Closes a channel, in whatever state it is.
+int TVHW_VSC_Close(std::uint32_t channel);
+
+/// Connects a source to a channel, in place of one that is connected.
+int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE source, std::int32_t reserved);
+
+/// Disconnects the source, which must be the connected one.
+int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE source, std::int32_t reserved);
+
+/// Tells whether (1) or not (0) the picture size of the source changes while it plays.
+int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::int32_t adaptive);
+
+/// Blanks (1) or shows (0) the window.
+int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t blank, std::int32_t reserved);
+
+/// Selects the part of the source picture to show, in pixels of the source.
+int TVHW_VSC_SetInputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window);
+
+/// Selects the part of an adaptive source's picture to show, as if the picture, whatever its size
+/// at the moment, filled the panel: in pixels of the panel.
+int TVHW_VSC_SetInputRegion_ForAdaptive(std::uint32_t channel, TVHW_VSC_WINDOW window);
+
+/// Places the window on the panel, in pixels of the panel.
+int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window);
+
+}  // extern "C"
+
+static_assert(sizeof(TVHW_VSC_SOURCE) == 8);
+static_assert(offsetof(TVHW_VSC_SOURCE, type) == 0);
+static_assert(offsetof(TVHW_VSC_SOURCE, port) == 5);
+static_assert(sizeof(TVHW_VSC_WINDOW) == 8);
+static_assert(offsetof(TVHW_VSC_WINDOW, x) == 0);
+static_assert(offsetof(TVHW_VSC_WINDOW, y) == 2);
+static_assert(offsetof(TVHW_VSC_WINDOW, w) == 4);
+static_assert(offsetof(TVHW_VSC_WINDOW, h) == 6);

@@ -1,0 +1,328 @@
+#include <gtest/gtest.h>
+
+#include "FakeCodecs.h"
+#include "Journal.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+#include "tvhw/VideoDecoderClientWrapperResource.h"
+
+namespace {
+
+using namespace kvo::media::hardware;
+using kvo::host::failCall;
+
+class DecoderAcquisitionTest : public testing::Test {
+protected:
+    void TearDown() override {
+        decoder.reset();
+        EXPECT_TRUE(kvo::host::crmClients().empty());
+        kvo::host::reset();
+    }
+
+    int configure(Configuration const& config = {}, CodecType type = CodecType::AVC) {
+        return decoder->configureReferenceMode(type, config).status().code();
+    }
+
+    std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
+    std::unique_ptr<VideoDecoderClientWrapperResource> decoder =
+        std::make_unique<VideoDecoderClientWrapperResource>(codec);
+};
+
+Configuration configuration(std::map<std::string, int> const& entries) {
+    Configuration config;
+    for (auto const& [name, value] : entries) {
+        config.setInt32(name.c_str(), value);
+    }
+    return config;
+}
+
+TEST_F(DecoderAcquisitionTest, SizesAreRaisedToWhatTheStreamMayNeed) {
+    struct Case {
+        std::map<std::string, int> config;
+        std::string requested;
+    };
+    std::vector<Case> const cases{
+        {{}, "1280, 720"},
+        {{{"width", 1280}, {"height", 720}}, "1280, 720"},
+        {{{"width", 1281}, {"height", 721}}, "1281, 721"},
+        {{{"width", 1920}, {"height", 64}}, "1920, 720"},
+        {{{"width", -5}, {"height", 721}, {"color-format", -1}}, "1280, 721"},
+        {{{"width", 640}, {"height", 480}, {"color-format", 4}}, "1280, 720"},
+        {{{"width", 640}, {"height", 480}, {"color-format", 5}}, "640, 480"},
+        {{{"width", 640}, {"height", 480}, {"color-format", 12}}, "640, 480"},
+        {{{"width", 640}, {"height", 480}, {"color-format", 13}}, "1280, 720"},
+        {{{"color-format", 8}}, "0, 0"},
+        {{{"adaptive-enable", 1}, {"width", 2560}, {"height", 1440}}, "2560, 1440"},
+        {{{"adaptive-enable", -1},
+          {"width", 640},
+          {"adaptive-max-width", 1280},
+          {"adaptive-max-height", 720},
+          {"color-format", 5}},
+         "1920, 1080"},
+        {{{"adaptive-enable", 1}, {"adaptive-max-width", 3840}, {"adaptive-max-height", 1}},
+         "3840, 1080"},
+        {{{"adaptive-max-width", 3840}, {"adaptive-max-height", 2160}}, "1280, 720"},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.requested);
+        auto const log = recorded([&] { configure(configuration(test.config)); });
+        EXPECT_EQ(only("AcquireResource(", log),
+                  Lines{"TVHW_CRM_ClientAcquireResource(ID, 1, " + test.requested + ", 0, 0, 0)"});
+        decoder->release();
+    }
+}
+
+TEST_F(DecoderAcquisitionTest, TheCodecTypeChoosesTheMimeType) {
+    std::map<int, std::string> const mimes{{-1, ""},
+                                           {0, ""},
+                                           {1, "video/avc"},
+                                           {2, "video/hevc"},
+                                           {3, "video/x-vnd.on2.vp9"},
+                                           {4, "video/av01"},
+                                           {5, "video/mp4v-es"},
+                                           {6, "video/mpeg2"},
+                                           {7, "video/3gpp"},
+                                           {8, "video/mjpeg"},
+                                           {9, "video/dolby-vision"},
+                                           {10, ""},
+                                           {11, "video/x-vnd.on2.vp8"},
+                                           {12, "video/vvc"},
+                                           {13, ""},
+                                           {2147483647, ""},
+                                           {-2147483647 - 1, ""}};
+    for (auto const& entry : mimes) {
+        SCOPED_TRACE(entry.first);
+        auto const log = recorded([&] {
+            EXPECT_EQ(configure({}, static_cast<CodecType>(entry.first)),
+                      entry.second.empty() ? -1 : 0);
+        });
+        EXPECT_EQ(only("CodecTypeFromMIME", log),
+                  Lines{"TVHW_CRM_CodecTypeFromMIME(" + entry.second + ")"});
+        decoder->release();
+    }
+}
+
+TEST_F(DecoderAcquisitionTest, ThePolicyDecidesWhetherACoreMayBeTaken) {
+    kvo::host::setForcedAcquirePolicy([](int pid) { return pid == 42; });
+    struct Case {
+        int pid;
+        Lines asked;
+        std::string call;
+    };
+    std::vector<Case> const cases{
+        {0, {}, "ClientAcquire"},
+        {-3, {}, "ClientAcquire"},
+        {42, {"allowsForcedAcquire(42)"}, "ClientAcquire"},
+        {1, {"allowsForcedAcquire(1)"}, "ClientTryAcquire"},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.pid);
+        auto const log = recorded([&] {
+            EXPECT_EQ(configure(configuration({{"calling-pid", test.pid}})), 0);
+        });
+        EXPECT_EQ(only("allowsForcedAcquire", log), test.asked);
+        EXPECT_EQ(only(test.call, log).size(), 1U);
+        decoder->release();
+    }
+}
+
+TEST_F(DecoderAcquisitionTest, CoreTypesAndPortsAreRenumbered) {
+    struct Case {
+        int core;
+        int port;
+        int coreType;
+        int videoPort;
+        Lines log;
+    };
+    std::string const none =
+        "2 VideoClient acquireResources: acquireResource "
+        "vdoPort=TVHW_CRM_VIDEO_PORT_NONE";
+    std::vector<Case> const cases{
+        {1, 0, 801, -1, {"2 VideoClient acquireResources: core_type: 801", none}},
+        {2, -1, 802, -1, {"2 VideoClient acquireResources: core_type: 802", none}},
+        {3,
+         1,
+         804,
+         0,
+         {"2 VideoClient acquireResources: core_type: 804",
+          "2 VideoClient acquireResources: vdoPort=0"}},
+        {4,
+         2,
+         803,
+         1,
+         {"2 VideoClient acquireResources: core_type: 803",
+          "2 VideoClient acquireResources: vdoPort=1"}},
+        {5,
+         0,
+         0,
+         -1,
+         {"3 VideoClient acquireResources: get unknown core_type: 5",
+          "2 VideoClient acquireResources: core_type: 0", none}},
+        {-1,
+         3,
+         0,
+         2,
+         {"3 VideoClient acquireResources: get unknown core_type: 4294967295",
+          "2 VideoClient acquireResources: core_type: 0",
+          "2 VideoClient acquireResources: vdoPort=2"}},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.core);
+        kvo::host::forceGrant({test.core, test.port, 111, 222});
+        auto log = recorded([&] { EXPECT_EQ(configure(), 0); });
+        Lines shown = only("core_type: ", log);
+        for (auto const& line : only("vdoPort=", log)) {
+            shown.push_back(line);
+        }
+        EXPECT_EQ(shown, test.log);
+        EXPECT_EQ(codec->configured.getInt32(key::kResourceCoreType, -9), test.coreType);
+        EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), test.videoPort);
+        EXPECT_EQ(codec->configured.getInt32(key::kMaxWidth, -9), 111);
+        EXPECT_EQ(codec->configured.getInt32(key::kMaxHeight, -9), 222);
+        EXPECT_EQ(codec->configured.getInt32(key::kResourceId, -9),
+                  kvo::host::crmClients().back().uniqueId);
+        decoder->release();
+    }
+}
+
+TEST_F(DecoderAcquisitionTest, EachFailureKeepsWhatItMustAndIsLogged) {
+    struct Case {
+        char const* failing;
+        std::uint64_t nth;
+        Lines log;
+        std::size_t clients;
+        int core;        ///< Held by the client after the failure.
+        int nextStatus;  ///< Of a second attempt.
+        std::size_t nextRequests;
+    };
+    std::string const tag = " VideoClient acquireResources: ";
+    std::vector<Case> const cases{
+        {"TVHW_CRM_ClientInit", 1, {"1" + tag + "acquire resource not implement"}, 0, 0, 0, 1},
+        {"TVHW_CRM_ClientAcquireResource", 1, {"1" + tag + "get resource fail"}, 1, 0, 0, 1},
+        {"TVHW_CRM_ClientGetResource", 2, {"1" + tag + "get resource fail"}, 1, 1, 0, 1},
+        {"TVHW_CRM_ClientGetUniqueId",
+         1,
+         {"2" + tag + "core_type: 801", "0" + tag + "get resource id fail"},
+         1,
+         1,
+         0,
+         0},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.failing);
+        failCall(test.failing, -5, test.nth);
+        auto const log = recorded([&] { EXPECT_EQ(configure(), -1); });
+        EXPECT_EQ(only("codec.", log), Lines{});
+        Lines lines = only(tag, log);
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](auto const& line) { return line[0] == '3'; }),
+                    lines.end());
+        EXPECT_EQ(lines, test.log);
+        auto const clients = kvo::host::crmClients();
+        ASSERT_EQ(clients.size(), test.clients);
+        EXPECT_EQ(clients.empty() ? 0 : clients[0].core, test.core);
+
+        auto const next = recorded([&] { EXPECT_EQ(configure(), test.nextStatus); });
+        EXPECT_EQ(only("ClientAcquireResource", next).size(), test.nextRequests);
+        if (test.nextRequests == 0) {
+            EXPECT_EQ(next, (Lines{"2" + tag + "Already acquired resource mCoreType=801",
+                                   "codec.configureReferenceMode"}));
+        }
+        EXPECT_EQ(kvo::host::crmClients().size(), 1U) << "the earlier client is closed";
+        decoder->release();
+        EXPECT_TRUE(kvo::host::crmClients().empty());
+    }
+}
+
+TEST_F(DecoderAcquisitionTest, ASecondConfigurationKeepsTheFirstGrantAndItsProcess) {
+    EXPECT_EQ(configure(configuration({{"calling-pid", 42}})), 0);
+    auto const log = recorded([&] {
+        EXPECT_EQ(configure(configuration({{"width", 9999}, {"calling-pid", 43}})), 0);
+    });
+    EXPECT_EQ(log, (Lines{"2 VideoClient acquireResources: Already acquired resource mCoreType=801",
+                          "codec.configureReferenceMode"}));
+    EXPECT_EQ(decoder->dequeueOutputBuffer().value().callingPid, 42);
+}
+
+TEST_F(DecoderAcquisitionTest, TunnelModeAsksForAPortOnce) {
+    auto const tunnel = [&] {
+        return decoder->configureTunnelMode(CodecType::AVC, {}).status().code();
+    };
+    EXPECT_EQ(tunnel(), 0);
+    EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), 0);
+    EXPECT_EQ(kvo::host::crmClients().back().videoPort, 1);
+    auto const again = recorded([&] { EXPECT_EQ(tunnel(), 0); });
+    EXPECT_EQ(only("acquireDisplayResources", again),
+              Lines{"2 VideoClient acquireDisplayResources: Already acquired display resource "
+                    "mVdoPort=0"});
+    EXPECT_EQ(only("TVHW_CRM", again), Lines{});
+    decoder->release();
+
+    failCall("TVHW_CRM_ClientGetResource", -5, 4);
+    auto const unreadable = recorded([&] { EXPECT_EQ(tunnel(), 0) << "grant not readable"; });
+    EXPECT_EQ(only(" acquireDisplayResources", unreadable), Lines{});
+    EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), -1);
+    decoder->release();
+
+    failCall("TVHW_CRM_ClientAcquireResource", -5, 2);
+    auto const refused = recorded([&] { EXPECT_EQ(tunnel(), -1); });
+    EXPECT_EQ(only("acquireDisplayResources", refused),
+              Lines{"0 VideoClient acquireDisplayResources: vdoPort=TVHW_CRM_VIDEO_PORT_NONE"});
+    EXPECT_EQ(only("ClientFree", refused).size(), 1U) << "the core goes back too";
+    EXPECT_TRUE(kvo::host::crmClients().empty());
+}
+
+TEST_F(DecoderAcquisitionTest, PixelModeClearsBothPortsOrKeepsTheCoreAndFails) {
+    auto const pixel = [&] {
+        return decoder->configurePixelMode(CodecType::AVC, {}).status().code();
+    };
+    auto const log = recorded([&] { EXPECT_EQ(pixel(), 0); });
+    Lines const end{"2 VideoClient clearDisplayResources: clear display resource all 1, port -1",
+                    "TVHW_CRM_ClientClearResource(ID, 3)", "codec.configurePixelMode"};
+    EXPECT_EQ(Lines(log.end() - 3, log.end()), end);
+    failCall("TVHW_CRM_ClientClearResource", -5);
+    EXPECT_EQ(only("clearDisplayResources", recorded([&] { EXPECT_EQ(pixel(), -1); })),
+              (Lines{end[0], "1 VideoClient clearDisplayResources: clear display resource fail"}));
+    EXPECT_EQ(kvo::host::crmClients().back().core, 1);
+}
+
+TEST_F(DecoderAcquisitionTest, ThePropertyClearsABorrowedPortOnly) {
+    struct Case {
+        std::optional<int> property;
+        int shownPort;  ///< Of a buffer that is released.
+        bool ownPort;
+        Lines cleared;
+    };
+    std::string const line = "2 VideoClient clearDisplayResources: clear display resource all 0, ";
+    std::vector<Case> const cases{
+        {{}, 1, false, {}},
+        {0, 1, false, {}},
+        {2, 1, false, {}},
+        {1, 1, false, {line + "port 1", "TVHW_CRM_ClientClearResource(ID, 2)"}},
+        {1, 0, false, {line + "port 0", "TVHW_CRM_ClientClearResource(ID, 1)"}},
+        {1, 2, false, {}},
+        {1, -1, false, {}},
+        {1, 1, true, {}},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.shownPort);
+        kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", test.property);
+        if (test.ownPort) {
+            decoder->configureTunnelMode(CodecType::AVC, {});
+        } else {
+            configure();
+        }
+        BufferInfo buffer;
+        buffer.videoPort = test.shownPort;
+        decoder->releaseOutputBuffer(buffer);
+        bool const learns = !test.ownPort && (test.shownPort == 0 || test.shownPort == 1);
+        EXPECT_EQ(decoder->dequeueOutputBuffer().value().videoPort, learns         ? test.shownPort
+                                                                    : test.ownPort ? 0
+                                                                                   : -1);
+        auto const log = recorded([&] { decoder->release(); });
+        EXPECT_EQ(Lines(log.begin() + 2, log.end() - 2), test.cleared);
+        EXPECT_EQ(log[1], "getIntProperty(ro.vendor.kvo.omx.clear_display, 0)");
+    }
+    EXPECT_EQ(only("getIntProperty", recorded([&] { decoder->release(); })), Lines{});
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include "FakeCodecs.h"
+#include "GuardedCalls.h"
+#include "Journal.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+#include "tvhw/VideoEncoderClientWrapperResource.h"
+
+namespace {
+
+using namespace kvo::media::hardware;
+using kvo::host::failCall;
+
+class EncoderTest : public testing::Test {
+protected:
+    void TearDown() override {
+        encoder.reset();
+        EXPECT_TRUE(kvo::host::crmClients().empty());
+        kvo::host::reset();
+    }
+
+    int configure(CodecType type = CodecType::AVC, int useDmaBuffer = 0) {
+        Configuration config;
+        config.setInt32(key::kOutFormat, static_cast<int>(type));
+        config.setInt32(key::kUseDmaBuffer, useDmaBuffer);
+        config.setInt32(key::kCoreType, 9);
+        int const result = encoder->configure(config).status().code();
+        EXPECT_EQ(config.getInt32(key::kCoreType, 0), 9) << "the caller's own";
+        return result;
+    }
+
+    int reclaim() { return kvo::host::reclaim(kvo::host::crmClients().back().uniqueId).get(); }
+
+    std::shared_ptr<FakeEncoder> codec = std::make_shared<FakeEncoder>();
+    std::unique_ptr<VideoEncoderClientWrapperResource> encoder =
+        std::make_unique<VideoEncoderClientWrapperResource>(codec);
+};
+
+std::string const kTag = " VideoEncClient acquireResources: ";
+
+TEST_F(EncoderTest, AWholeLifeMakesTheseCallsInThisOrder) {
+    Configuration config;
+    config.setInt32(key::kOutFormat, 1);
+    config.setInt32(key::kWidth, 64);
+    config.setInt32(key::kHeight, 48);
+    config.setInt32(key::kFrameRate, 25);
+    auto const log = recorded([&] {
+        EXPECT_EQ(encoder->configure(config).status().code(), 0);
+        EXPECT_EQ(encoder->configure(config).status().code(), 0);
+        EXPECT_EQ(encoder->release().status().code(), 0);
+        encoder.reset();
+    });
+    EXPECT_EQ(log,
+              (Lines{"TVHW_CRM_ClientInit(VDC, 0, COOKIE)",
+                     "3" + kTag + "acquire-resource: w/h=64/48, framerate=25",
+                     "TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_CodecTypeFromMIME(video/avc)",
+                     "TVHW_CRM_ClientAcquireResource(ID, 1, 64, 48, 25, 1, 0)",
+                     "TVHW_CRM_ClientGetResource(ID)",
+                     "2 VideoClient acquireResource: crm: acquired resource, core=0x1, "
+                     "port=0, size=1920/1088",
+                     "TVHW_CRM_ClientGetResource(ID)", "2" + kTag + "core_type: 801",
+                     "TVHW_CRM_ClientGetUniqueId(ID)", "2" + kTag + "resource id ID",
+                     "2" + kTag + "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE",
+                     "codec.configure", "2" + kTag + "Already acquired resource mCoreType=801",
+                     "codec.configure", "codec.release", "TVHW_CRM_ClientReleaseResource(ID)",
+                     "TVHW_CRM_ClientFree(ID)", "codec.release"}));
+}
+
+TEST_F(EncoderTest, TheOutputFormatChoosesTheMimeTypeAndTheCoreIsNamed) {
+    struct Case {
+        int outFormat;
+        std::string mime;
+        int core;
+        int coreType;
+        std::string mapped;
+        int port;
+        std::string portLine;
+    };
+    std::vector<Case> const cases{
+        {1, "video/avc", 1, 0, "801", 0, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE"},
+        {11, "video/x-vnd.on2.vp8", 2, 1, "802", 1, "vdoPort=0"},
+        {1, "video/avc", 3, 0, "804", 2, "vdoPort=1"},
+        {11, "video/x-vnd.on2.vp8", 4, 0, "803", 3, "vdoPort=2"},
+        {1, "video/avc", 0, 0, "0", -1, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE"},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.mapped);
+        kvo::host::forceGrant({test.core, test.port, {}, {}});
+        auto const log =
+            recorded([&] { EXPECT_EQ(configure(static_cast<CodecType>(test.outFormat)), 0); });
+        EXPECT_EQ(only("MIME", log), Lines{"TVHW_CRM_CodecTypeFromMIME(" + test.mime + ")"});
+        EXPECT_EQ(only("2" + kTag + "core_type", log),
+                  Lines{"2" + kTag + "core_type: " + test.mapped});
+        EXPECT_EQ(only("vdoPort", log), Lines{"2" + kTag + test.portLine});
+        EXPECT_EQ(codec->configured.getInt32(key::kCoreType, -9), test.coreType);
+        encoder->release();
+    }
+    for (int const unknown : {0, 2, 10, 12, -1}) {
+        auto const log =
+            recorded([&] { EXPECT_EQ(configure(static_cast<CodecType>(unknown)), -1); });
+        EXPECT_EQ(only("MIME", log), Lines{"TVHW_CRM_CodecTypeFromMIME()"});
+    }
+}
+
+TEST_F(EncoderTest, EachFailureKeepsWhatItMustAndIsLogged) {
+    struct Case {
+        char const* failing;
+        std::uint64_t nth;
+        int status;
+        std::string line;
+        int heldCore;
+        std::size_t nextRequests;
+    };
+    std::vector<Case> const cases{
+        {"TVHW_CRM_ClientInit", 1, 0, "1" + kTag + "acquire resource not implement", 0, 1},
+        {"TVHW_CRM_ClientAcquireResource", 1, -1, "1" + kTag + "get resource fail", 0, 1},
+        {"TVHW_CRM_ClientGetResource", 2, -1, "1" + kTag + "get resource fail", 1, 1},
+        {"TVHW_CRM_ClientGetUniqueId", 1, -1, "0" + kTag + "get resource id fail", 1, 0},
+    };
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.failing);
+        failCall(test.failing, -5, test.nth);
+        auto const log = recorded([&] { EXPECT_EQ(configure(), test.status); });
+        EXPECT_EQ(only(test.line, log), Lines{test.line});
+        EXPECT_EQ(only("codec.configure", log).size(), test.status == 0 ? 1U : 0U);
+        auto const clients = kvo::host::crmClients();
+        EXPECT_EQ(clients.empty() ? 0 : clients[0].core, test.heldCore);
+        auto const next = recorded([&] { EXPECT_EQ(configure(), 0); });
+        EXPECT_EQ(only("ClientAcquireResource", next).size(), test.nextRequests);
+        EXPECT_EQ(kvo::host::crmClients().size(), 1U);
+        encoder->release();
+    }
+}
+
+TEST_F(EncoderTest, CallsAreForwardedThenRefusedAfterAReclaim) {
+    configure();
+    codec->answer = Status(-7);
+    for (auto const& guarded : guardedEncoderCalls()) {
+        auto const log = recorded([&] { EXPECT_EQ(guarded.call(*encoder), -7) << guarded.name; });
+        EXPECT_EQ(log, Lines{"codec." + guarded.name});
+    }
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaim(), 1); }),
+              (Lines{"2 VideoEncClient reclaim: reclaim: start", "codec.release",
+                     "2 VideoEncClient reclaim: reclaim: end"}));
+    auto const after = recorded([&] {
+        for (auto const& guarded : guardedEncoderCalls()) {
+            bool const isQuiet =
+                guarded.name == "pause" || guarded.name == "resume" || guarded.name == "flush";
+            EXPECT_EQ(guarded.call(*encoder), isQuiet ? 0 : -19) << guarded.name;
+        }
+        unsigned long long time = 9;
+        unsigned int length = 9;
+        unsigned char byte = 9;
+        PicType type = PicType::B;
+        EXPECT_EQ(encoder->readOutputFrame(&time, &byte, &length, &type).value(), 0);
+        EXPECT_EQ(time + length + byte, 27U);
+        EXPECT_EQ(type, PicType::B);
+        EXPECT_EQ(encoder->release().status().code(), 0);
+    });
+    EXPECT_EQ(after, Lines{});
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(configure(), -19); }),
+              Lines{"2" + kTag + "Already acquired resource mCoreType=801"});
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaim(), 1); }),
+              (Lines{"2 VideoEncClient reclaim: reclaim: start",
+                     "2 VideoEncClient reclaim: reclaim: end"}));
+    EXPECT_EQ(recorded([&] { encoder.reset(); }),
+              (Lines{"TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_ClientFree(ID)"}));
+}
+
+TEST_F(EncoderTest, ALiveStreamingEncoderKeepsItsCoreAndTheNewcomerIsRefused) {
+    kvo::host::setPool({{2, true, 1920, 1088}});
+    EXPECT_EQ(configure(CodecType::AVC, -1), 0);
+    VideoEncoderClientWrapperResource newcomer(std::make_shared<FakeEncoder>());
+    Configuration config;
+    config.setInt32(key::kOutFormat, 1);
+    auto const log = recorded([&] { EXPECT_EQ(newcomer.configure(config).status().code(), -1); });
+    EXPECT_EQ(only(" reclaim: ", log),
+              Lines{"1 VideoEncClient reclaim: live streaming, reject reclaim"});
+    EXPECT_EQ(codec->releases, 0);
+    EXPECT_EQ(kvo::host::crmClients().front().core, 2);
+    EXPECT_EQ(encoder->setParameters({}).status().code(), 0);
+
+    encoder->release();
+    EXPECT_EQ(configure(CodecType::AVC, 0), 0);
+    EXPECT_EQ(reclaim(), 1) << "a new acquisition decides anew";
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Journal.h"
+#include "SystemUtils.h"
+#include "kvo_media_log.h"
+#include "tvhw_crm.h"
+
+// The stand-ins are what every other test trusts.
+namespace {
+
+using kvo::media::platform::SystemUtils;
+
+struct Client {
+    TVHW_CRM_HANDLE handle = nullptr;
+    int answer = 1;
+    int reclaims = 0;
+    std::thread::id reclaimThread;
+    bool freesItself = false;
+
+    Client() { EXPECT_EQ(TVHW_CRM_ClientInit(&handle, "test", onReclaim, 0, this), 0); }
+    ~Client() {
+        if (handle != nullptr) {
+            TVHW_CRM_ClientFree(&handle);
+        }
+    }
+
+    static int onReclaim(TVHW_CRM_RECLAIM_PARAM const*, void* cookie) {
+        auto& client = *static_cast<Client*>(cookie);
+        ++client.reclaims;
+        client.reclaimThread = std::this_thread::get_id();
+        if (client.freesItself) {
+            EXPECT_EQ(TVHW_CRM_ClientFree(&client.handle), 0);
+        }
+        return client.answer;
+    }
+
+    int acquire(int codecType = 1, int width = 640, bool tryOnly = false) {
+        TVHW_CRM_ACQUIRE_PARAM request{};
+        request.codecType = codecType;
+        request.width = width;
+        return tryOnly ? TVHW_CRM_ClientTryAcquireResource(handle, &request)
+                       : TVHW_CRM_ClientAcquireResource(handle, &request);
+    }
+
+    [[nodiscard]] TVHW_CRM_RESOURCE held() const {
+        TVHW_CRM_RESOURCE resource{};
+        TVHW_CRM_ClientGetResource(handle, &resource);
+        return resource;
+    }
+};
+
+class HostPlatformTest : public testing::Test {
+protected:
+    void SetUp() override { kvo::host::setPool({{3, false, 1920, 1088}, {1, false, 640, 480}}); }
+    void TearDown() override { kvo::host::reset(); }
+};
+
+TEST_F(HostPlatformTest, ANewcomerTakesTheCoreOfTheLongestHolder) {
+    Client first;
+    Client second;
+    Client third;
+    EXPECT_EQ(first.acquire(1, 641), 0);
+    EXPECT_EQ(second.acquire(), 0);
+    EXPECT_EQ(second.held().core, 1);
+    EXPECT_NE(third.acquire(1, 640, true), 0) << "a try takes nothing from anyone";
+    EXPECT_EQ(first.reclaims + second.reclaims, 0);
+    EXPECT_EQ(third.acquire(), 0);
+    EXPECT_EQ(first.reclaims, 1);
+    EXPECT_NE(first.reclaimThread, std::this_thread::get_id());
+    EXPECT_EQ(third.held().core, 3);
+    EXPECT_EQ(first.held().core, 0);
+
+    second.answer = 0;
+    EXPECT_NE(first.acquire(), 0);
+    EXPECT_EQ(second.reclaims, 1) << "now the longest holder";
+    EXPECT_EQ(second.held().core, 1);
+}
+
+TEST_F(HostPlatformTest, AHolderMayFreeItselfWhileItIsReclaimed) {
+    kvo::host::setPool({{1, false, 1920, 1088}});
+    Client holder;
+    holder.freesItself = true;
+    EXPECT_EQ(holder.acquire(), 0);
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(), 0);
+    EXPECT_EQ(newcomer.held().core, 1);
+    EXPECT_EQ(kvo::host::crmClients().size(), 1U);
+}
+
+TEST_F(HostPlatformTest, PortsAreHandedOutLikeCores) {
+    Client clients[3];
+    EXPECT_EQ(clients[0].acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(clients[1].acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(clients[1].held().videoPort, 2);
+    EXPECT_EQ(clients[2].acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(clients[2].held().videoPort, 1);
+    EXPECT_EQ(clients[0].reclaims, 1);
+}
+
+TEST_F(HostPlatformTest, WhatMakesNoSenseIsRefused) {
+    Client client;
+    EXPECT_NE(client.acquire(0), 0) << "no codec";
+    EXPECT_NE(client.acquire(1, 1921), 0) << "too wide for every core";
+    TVHW_CRM_ACQUIRE_PARAM request{1, 64, 64, 0, 0, 0, {}};
+    request.reserved[9] = 1;
+    EXPECT_NE(TVHW_CRM_ClientAcquireResource(client.handle, &request), 0);
+    TVHW_CRM_RESOURCE dirty{};
+    dirty.maxHeight = 1;
+    client.acquire();
+    EXPECT_NE(TVHW_CRM_ClientGetResource(client.handle, &dirty), 0);
+    TVHW_CRM_HANDLE none = nullptr;
+    EXPECT_NE(TVHW_CRM_ClientFree(&none), 0);
+    EXPECT_EQ(TVHW_CRM_CodecTypeFromMIME("video/AVC"), 0);
+}
+
+TEST_F(HostPlatformTest, AFaultHappensOnceAtItsCall) {
+    kvo::host::failCall("getIntProperty", 7, 2);
+    kvo::host::failCall("*", 9, 4);
+    kvo::host::setProperty("p", 3);
+    auto& utils = SystemUtils::getInstance();
+    EXPECT_EQ(utils.getIntProperty("p", 0), 3);
+    EXPECT_EQ(utils.getIntProperty("p", 0), 7);
+    EXPECT_EQ(utils.getIntProperty("p", 0), 3);
+    EXPECT_EQ(utils.getIntProperty("p", 0), 9);
+    kvo::host::setProperty("p", std::nullopt);
+    EXPECT_EQ(utils.getIntProperty("p", 5), 5);
+}
+
+TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {
+    kvo::host::setLogLevel(1);
+    testing::internal::CaptureStderr();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([thread] {
+            std::string const text(3000, static_cast<char>('a' + thread));
+            for (int count = 0; count < 20; ++count) {
+                kvo_media_log_printf(1, "Tag", "dir/file.cpp", "run", 12, "%s.", text.c_str());
+                // Formatting this would read the address 1.
+                kvo_media_log_printf(2, "Tag", "dir/file.cpp", "run", 13, "%s",
+                                     reinterpret_cast<char const*>(1));
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    std::istringstream output(testing::internal::GetCapturedStderr());
+    int lines = 0;
+    for (std::string line; std::getline(output, line); ++lines) {
+        std::string const begin = "1 Tag dir/file.cpp:12 run: ";
+        ASSERT_EQ(line.substr(0, begin.size()), begin);
+        ASSERT_EQ(line, begin + std::string(3000, line[begin.size()]) + ".");
+    }
+    EXPECT_EQ(lines, 80);
+}
+
+}  // namespace

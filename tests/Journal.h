@@ -1,0 +1,36 @@
+#pragma once
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "host/HostPlatform.h"
+
+using Lines = std::vector<std::string>;
+
+/// Returns what `action` did, in order. Unique ids of clients read ID and their cookies COOKIE,
+/// since both go on counting for the whole process.
+template <typename Action>
+Lines recorded(Action const& action) {
+    kvo::host::startJournal();
+    action();
+    static std::regex const kUniqueId("\\b7\\d{4}\\b");
+    static std::regex const kCookie("ClientInit\\(VDC, 0, \\d+\\)");
+    Lines lines;
+    for (auto const& entry : kvo::host::stopJournal()) {
+        std::string const text = std::regex_replace(entry.text, kUniqueId, "ID");
+        lines.push_back(std::regex_replace(text, kCookie, "ClientInit(VDC, 0, COOKIE)"));
+    }
+    return lines;
+}
+
+/// Returns the lines that contain `part`.
+inline Lines only(std::string const& part, Lines const& lines) {
+    Lines result;
+    for (auto const& line : lines) {
+        if (line.find(part) != std::string::npos) {
+            result.push_back(line);
+        }
+    }
+    return result;
+}

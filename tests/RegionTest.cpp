@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "kvo/media/hardware/Region.h"
+
+namespace {
+
+using kvo::media::hardware::Region;
+
+constexpr std::uint32_t kMax = 4294967295U;
+
+std::array<std::uint32_t, 6> fields(Region const& region) {
+    return {region.left,   region.top,      region.right,
+            region.bottom, region.refWidth, region.refHeight};
+}
+
+TEST(Region, ScalesInSinglePrecisionAndGrowsToWholePixels) {
+    struct Case {
+        char const* what;
+        Region region;
+        unsigned int width;
+        unsigned int height;
+        Region scaled;
+    };
+    Case const cases[]{
+        {"exact", {0, 0, 1920, 1080, 1920, 1080}, 3840, 2160, {0, 0, 3840, 2160, 3840, 2160}},
+        {"exact", {100, 50, 740, 410, 1280, 720}, 1920, 1080, {150, 75, 1110, 615, 1920, 1080}},
+        {"outward", {1, 1, 719, 479, 720, 480}, 1920, 1080, {2, 2, 1918, 1078, 1920, 1080}},
+        {"snaps", {59, 30, 141, 70, 100, 100}, 5, 5, {3, 1, 7, 4, 5, 5}},
+        {"thirds", {333, 0, 667, 1000, 1000, 1000}, 1920, 1080, {639, 0, 1281, 1080, 1920, 1080}},
+        {"no width before", {10, 10, 100, 100, 0, 720}, 1920, 1080, {10, 10, 100, 100, 0, 720}},
+        {"no height before", {10, 10, 100, 100, 720, 0}, 1920, 1080, {10, 10, 100, 100, 720, 0}},
+        {"no width after", {10, 10, 100, 100, 720, 480}, 0, 1080, {10, 10, 100, 100, 720, 480}},
+        {"no height after", {10, 10, 100, 100, 720, 480}, 1920, 0, {10, 10, 100, 100, 720, 480}},
+        {"a tenth", {0, 0, 1, 1, 10, 10}, 1, 1, {0, 0, 1, 1, 1, 1}},
+        // Every edge of the next two comes out otherwise in double precision, with the product
+        // taken first or with a reciprocal.
+        {"order", {58, 98, 2, 22, 100, 100}, 5, 5, {2, 5, 0, 2, 5, 5}},
+        {"order", {380, 180, 420, 820, 1000, 1000}, 5, 5, {1, 1, 2, 4, 5, 5}},
+        {"too far", {kMax, 3, 5, kMax, 2, 1}, 5, 1U << 31, {kMax, kMax, 13, kMax, 5, 1U << 31}},
+    };
+    for (Case const& test : cases) {
+        Region scaled = test.region;
+        scaled.scale(test.width, test.height);
+        EXPECT_EQ(fields(scaled), fields(test.scaled)) << test.what;
+    }
+}
+
+}  // namespace
