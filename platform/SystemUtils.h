@@ -12,6 +12,7 @@ public:
     SystemUtils(SystemUtils const&) = delete;
     SystemUtils& operator=(SystemUtils const&) = delete;
 
+    /// Returns the one object of the process.
     static SystemUtils& getInstance();
 
     /// Returns the integer value of a system property, or `defaultValue` when it is not set.

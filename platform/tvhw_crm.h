@@ -52,10 +52,11 @@ typedef struct _TVHW_CRM_RECLAIM_PARAM TVHW_CRM_RECLAIM_PARAM;
 typedef int (*TVHW_CRM_RECLAIM_CALLBACK)(TVHW_CRM_RECLAIM_PARAM const* param, void* cookie);
 
 // Unless stated otherwise an operation returns 0 on success and an error code otherwise, and may
-// be called from any thread, the callback's too.
+// be called from any thread, the callback's too. Strings and records are never null.
 
 /// Opens a client and writes its handle. From now on the manager may call `reclaim` with `cookie`
-/// at any time, and once more while or just after the client is freed.
+/// at any time; a call already under way may still arrive while, or just after, the client is
+/// freed.
 int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* name,
                         TVHW_CRM_RECLAIM_CALLBACK reclaim, int reserved, void* cookie);
 

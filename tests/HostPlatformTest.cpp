@@ -99,10 +99,32 @@ TEST_F(HostPlatformTest, PortsAreHandedOutLikeCores) {
     EXPECT_EQ(clients[0].reclaims, 1);
 }
 
+TEST_F(HostPlatformTest, SeniorityIsOfTheResourceThatIsAskedFor) {
+    Client first;
+    Client second;
+    Client newcomer;
+    EXPECT_EQ(first.acquire(), 0);
+    EXPECT_EQ(second.acquire(), 0);
+    EXPECT_EQ(first.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(newcomer.acquire(), 0);
+    EXPECT_EQ(first.reclaims, 1) << "its core is the oldest, its port is not asked for";
+    EXPECT_EQ(second.reclaims, 0);
+
+    kvo::host::setPool({{2, false, 640, 480}});
+    Client late;
+    EXPECT_EQ(late.acquire(), 0);
+    Client last;
+    EXPECT_EQ(last.acquire(), 0);
+    EXPECT_EQ(second.reclaims + newcomer.reclaims, 0) << "their cores are no longer in the pool";
+    EXPECT_EQ(late.reclaims, 1);
+}
+
 TEST_F(HostPlatformTest, WhatMakesNoSenseIsRefused) {
     Client client;
     EXPECT_NE(client.acquire(0), 0) << "no codec";
+    EXPECT_NE(client.acquire(99), 0) << "a codec type of no MIME type";
     EXPECT_NE(client.acquire(1, 1921), 0) << "too wide for every core";
+    EXPECT_NE(client.acquire(1, -1), 0);
     TVHW_CRM_ACQUIRE_PARAM request{1, 64, 64, 0, 0, 0, {}};
     request.reserved[9] = 1;
     EXPECT_NE(TVHW_CRM_ClientAcquireResource(client.handle, &request), 0);

@@ -25,8 +25,8 @@ struct CodecGrant {
     void forgetSizes();
 
     /// Reads what mResourceClient was granted into the fields below it; mVdoPort is left as the
-    /// resource manager numbers it. Logs on behalf of `site`. Returns 0, or -1 with the fields
-    /// filled up to the call that failed.
+    /// resource manager numbers it. Logs on behalf of `site`, with that one line number. Returns
+    /// 0, or -1 with the fields filled up to the call that failed.
     int readBack(LogSite const& site);
 
     /// Gives everything back, closes and drops mResourceClient, which must be set, and returns the
@@ -35,7 +35,7 @@ struct CodecGrant {
 
     std::shared_ptr<ResourceClient> mResourceClient;
     std::atomic<std::int32_t> mResourceId{-1};  ///< The resource client's unique id.
-    std::int32_t mCoreType = 0;                 ///< 801 to 804; 0 when no core is held.
+    std::int32_t mCoreType = 0;                 ///< 801 to 804; 0 for no core or an unknown one.
     std::atomic<std::int32_t> mVdoPort{-1};     ///< Display port from 0; -1 for none.
     std::int32_t mMaxWidth = -1;                ///< Largest width of the core, in pixels.
     std::int32_t mMaxHeight = -1;               ///< Largest height of the core, in pixels.

@@ -38,7 +38,10 @@ ReferenceHolder ResourceClient::sReferenceHolder;
 
 std::shared_ptr<ResourceClient> ResourceClient::open(std::shared_ptr<Reclaimable> const& owner) {
     auto client = std::make_shared<ResourceClient>(owner);
-    return client->initialize() == 0 ? client : nullptr;
+    if (client->initialize() != 0) {
+        return nullptr;
+    }
+    return client;
 }
 
 ResourceClient::ResourceClient(std::shared_ptr<Reclaimable> const& owner) : mReclaimable(owner) {}

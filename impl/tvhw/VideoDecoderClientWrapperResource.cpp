@@ -45,7 +45,10 @@ char const* mimeType(CodecType type) {
 
 // --- The state of a wrapper.
 
-VideoDecoderClientWrapperResource::Impl::~Impl() { releaseResources(mGrant.mResourceClient); }
+VideoDecoderClientWrapperResource::Impl::~Impl() {
+    releaseResources(mGrant.mResourceClient);
+    mGrant.mResourceClient = nullptr;
+}
 
 int VideoDecoderClientWrapperResource::Impl::acquireResources(CodecType type,
                                                               Configuration const* config) {
@@ -176,16 +179,15 @@ void VideoDecoderClientWrapperResource::Impl::learnPort(BufferInfo const& buffer
     }
 }
 
-void VideoDecoderClientWrapperResource::Impl::writeGrant(Configuration& config) const {
+void VideoDecoderClientWrapperResource::Impl::writeGrant(Configuration& config,
+                                                         ResourceId resourceId) const {
     config.setInt32(key::kResourceCoreType, mGrant.mCoreType);
+    if (resourceId == ResourceId::kWritten) {
+        config.setInt32(key::kResourceId, mGrant.mResourceId.load(std::memory_order_relaxed));
+    }
     config.setInt32(key::kVideoPort, mGrant.mVdoPort.load(std::memory_order_relaxed));
     config.setInt32(key::kMaxWidth, mGrant.mMaxWidth);
     config.setInt32(key::kMaxHeight, mGrant.mMaxHeight);
-}
-
-void VideoDecoderClientWrapperResource::Impl::writeGrantWithId(Configuration& config) const {
-    writeGrant(config);
-    config.setInt32(key::kResourceId, mGrant.mResourceId.load(std::memory_order_relaxed));
 }
 
 bool VideoDecoderClientWrapperResource::Impl::startReclaim() {
@@ -221,6 +223,7 @@ Return<void> VideoDecoderClientWrapperResource::release() { return releaseIntern
 
 Return<void> VideoDecoderClientWrapperResource::releaseInternal() {
     {
+        // The platform is told with the guard locked.
         std::lock_guard<std::mutex> const lock(mImpl->mGuard.mMutex);
         if (mImpl->mGuard.mState == ProcessingGuard::State::kReclaimed) {
             if (auto const pid = mImpl->mCallingPid.load(std::memory_order_relaxed); pid >= 1) {
@@ -245,7 +248,7 @@ Return<void> VideoDecoderClientWrapperResource::configureTunnelMode(CodecType ty
         return Status(ret);
     }
     return whileProcessing(mImpl->mGuard, [&] {
-        mImpl->writeGrantWithId(granted);
+        mImpl->writeGrant(granted, Impl::ResourceId::kWritten);
         return VideoDecoderClientWrapper::configureTunnelMode(type, granted);
     });
 }
@@ -257,7 +260,7 @@ Return<void> VideoDecoderClientWrapperResource::configureReferenceMode(
         return Status(ret);
     }
     return whileProcessing(mImpl->mGuard, [&] {
-        mImpl->writeGrantWithId(granted);
+        mImpl->writeGrant(granted, Impl::ResourceId::kWritten);
         return VideoDecoderClientWrapper::configureReferenceMode(type, granted);
     });
 }
@@ -272,7 +275,7 @@ Return<void> VideoDecoderClientWrapperResource::configurePixelMode(CodecType typ
         return Status(ret);
     }
     return whileProcessing(mImpl->mGuard, [&] {
-        mImpl->writeGrantWithId(granted);
+        mImpl->writeGrant(granted, Impl::ResourceId::kWritten);
         return VideoDecoderClientWrapper::configurePixelMode(type, granted);
     });
 }
@@ -284,7 +287,7 @@ Return<void> VideoDecoderClientWrapperResource::configureNativeBufferMode(
         return Status(ret);
     }
     return whileProcessing(mImpl->mGuard, [&] {
-        mImpl->writeGrantWithId(granted);
+        mImpl->writeGrant(granted, Impl::ResourceId::kWritten);
         return VideoDecoderClientWrapper::configureNativeBufferMode(type, granted);
     });
 }
@@ -297,7 +300,7 @@ Return<void> VideoDecoderClientWrapperResource::reconfigureOutputBuffer(
         if (int const ret = mImpl->acquireResources(type, &granted); ret < 0) {
             return Status(ret);
         }
-        mImpl->writeGrant(granted);
+        mImpl->writeGrant(granted, Impl::ResourceId::kOmitted);
         return VideoDecoderClientWrapper::reconfigureOutputBuffer(type, granted);
     });
 }

@@ -11,10 +11,10 @@ namespace kvo::media::hardware {
 /// before its client is configured, and gives it back on release.
 ///
 /// When the resource manager reclaims the core, it waits at most 3 seconds for the calls in flight,
-/// releases the client and refuses every later call: with status -19 and the default value, and
-/// without touching out-parameters. pause(), resume(), step(), setTunnelPeek(), setSpeed(),
-/// getFrameInfo(), getColorAspect(), getHdrInfo(), currentSTCTime() and the test operations are the
-/// base class's: forwarded to the client whatever has happened.
+/// releases the client and refuses every later call: with status -19 (flush(): 0) and the default
+/// value, and without touching out-parameters. pause(), resume(), step(), setTunnelPeek(),
+/// setSpeed(), getFrameInfo(), getColorAspect(), getHdrInfo(), currentSTCTime() and the test
+/// operations are the base class's: forwarded to the client whatever has happened.
 ///
 /// Threads: the configure operations, reconfigureOutputBuffer(), release() and the destructor are
 /// the owner's, one at a time. All others may be called from several threads at once, also while a
@@ -27,16 +27,20 @@ public:
     /// Releases as release() does, also after release().
     ~VideoDecoderClientWrapperResource() override;
 
-    /// The configure operations acquire a core that fits `type` and `config`, unless one is held,
-    /// and configure the client with a copy of `config` in which the granted core, id, port and
-    /// size limits are written. They return the client's status, -1 when the resource manager does
-    /// not grant what is needed, or -19, with everything acquired still held, after a reclaim.
-
-    /// Acquires a display port as well. When none is granted, gives the core back.
+    /// Acquires a core that fits `type` and `config`, unless one is held, and a display port,
+    /// unless there is one, and configures the client with a copy of `config` in which the granted
+    /// core, id, port and size limits are written. Returns the client's status; -1 when the
+    /// resource manager grants no core or no port, the core then being given back when the port
+    /// failed; or -19, with everything acquired still held, after a reclaim. A port whose grant
+    /// cannot be read counts as none (-1) and is no failure. When only the core's id could not be
+    /// read, the next attempt goes on with that core.
     Return<void> configureTunnelMode(CodecType type, Configuration const& config) override;
+    /// As configureTunnelMode(), without a display port.
     Return<void> configureReferenceMode(CodecType type, Configuration const& config) override;
-    /// Clears both display ports first. When that fails, keeps the core.
+    /// As configureReferenceMode(), after clearing both display ports; -1, with the core still
+    /// held, when they cannot be cleared.
     Return<void> configurePixelMode(CodecType type, Configuration const& config) override;
+    /// As configureReferenceMode().
     Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override;
 
     /// Releases the client, then gives everything back; returns the client's status. After a
@@ -68,7 +72,8 @@ public:
     Return<RenderEvent> dequeueRenderEvent() override;
 
     /// Gives the core back, acquires one for `type` and `config` and hands it on to the client, as
-    /// the configure operations do, but for the resource id. After a reclaim does nothing.
+    /// configureReferenceMode() does, but for the resource id. Returns the client's status; -1 when
+    /// no core is granted, the old one being gone; or -19, having done nothing, after a reclaim.
     Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override;
 
     /// Forwarded; status 0 when refused.

@@ -44,11 +44,11 @@ public:
     /// Takes over the port on which a buffer was shown, unless a port was granted.
     void learnPort(BufferInfo const& buffer);
 
-    /// Writes what was granted, but for the resource id, into `config`.
-    void writeGrant(Configuration& config) const;
+    /// Whether a grant is written with the resource client's id.
+    enum class ResourceId : bool { kOmitted, kWritten };
 
-    /// Writes all that was granted into `config`.
-    void writeGrantWithId(Configuration& config) const;
+    /// Writes what was granted into `config`.
+    void writeGrant(Configuration& config, ResourceId resourceId) const;
 
     std::weak_ptr<IVideoDecoderClient> mClient;
     CodecGrant mGrant;

@@ -27,7 +27,10 @@ char const* mimeType(CodecType type) {
 
 // --- The state of a wrapper.
 
-VideoEncoderClientWrapperResource::Impl::~Impl() { releaseResources(mGrant.mResourceClient); }
+VideoEncoderClientWrapperResource::Impl::~Impl() {
+    releaseResources(mGrant.mResourceClient);
+    mGrant.mResourceClient = nullptr;
+}
 
 int VideoEncoderClientWrapperResource::Impl::acquireResources(CodecType type,
                                                               Configuration const* config) {

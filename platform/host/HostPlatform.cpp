@@ -88,7 +88,11 @@ std::vector<JournalEntry> stopJournal() {
     return std::exchange(state().journal, {});
 }
 
-void note(std::string text) { record({JournalEntry::Kind::kNote, std::move(text), {}, 0}); }
+void note(std::string text) {
+    if (isRecording()) {
+        record({JournalEntry::Kind::kNote, std::move(text), {}, 0});
+    }
+}
 
 void failCall(std::string operation, int code, std::uint64_t nth) {
     std::lock_guard<std::mutex> const lock(state().mutex);

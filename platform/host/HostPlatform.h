@@ -49,10 +49,11 @@ KVO_MEDIA_EXPORT void setLogLevel(int level);
 
 // --- Faults: platform calls that fail.
 
-/// Makes call number `nth` from now of `operation` ("TVHW_CRM_ClientInit"; "*" counts all calls)
-/// return `code` instead of its own result. A call that fails in this way does nothing, except that
-/// one that gives something back (Free, Release, Close) gives it back all the same, since its
-/// caller has no second try. Faults add up until they have happened or reset() is called.
+/// Makes call number `nth` from now, the next being 1, of `operation` ("TVHW_CRM_ClientInit"; "*"
+/// counts all calls) return `code` instead of its own result. A call that fails in this way does
+/// nothing, except that one that gives something back (Free, Release, Close) gives it back all the
+/// same, since its caller has no second try. Faults add up until they have happened or reset() is
+/// called.
 KVO_MEDIA_EXPORT void failCall(std::string operation, int code, std::uint64_t nth = 1);
 
 /// Returns the number of platform calls since the start of the process.
@@ -79,6 +80,7 @@ struct ForcedGrant {
     std::optional<int> maxWidth;
     std::optional<int> maxHeight;
 };
+/// Replaces the forced values.
 KVO_MEDIA_EXPORT void forceGrant(ForcedGrant grant);
 
 /// An open client of the manager and what it holds.

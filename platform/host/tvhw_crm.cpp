@@ -27,8 +27,9 @@ struct TVHW_CRM_CLIENT {
     void* cookie;
 
     std::shared_ptr<kvo::host::CodecCore const> core;
-    int port = 0;                 ///< Counted from 1; 0 for none.
-    std::uint64_t grantedAt = 0;  ///< Order of the last grant: lower is older.
+    int port = 0;                     ///< Counted from 1; 0 for none.
+    std::uint64_t coreGrantedAt = 0;  ///< Order of the grant: lower is older.
+    std::uint64_t portGrantedAt = 0;
     int reclaimsRunning = 0;
 };
 
@@ -224,7 +225,7 @@ public:
 private:
     // The lock is held in all of these.
 
-    std::shared_ptr<Client> find(TVHW_CRM_HANDLE handle) const {
+    [[nodiscard]] std::shared_ptr<Client> find(TVHW_CRM_HANDLE handle) const {
         auto const client = mClients.find(handle);
         return client == mClients.end() ? nullptr : client->second;
     }
@@ -238,7 +239,7 @@ private:
                request.width <= core.maxWidth && request.height <= core.maxHeight;
     }
 
-    bool isServable(TVHW_CRM_ACQUIRE_PARAM const& request) const {
+    [[nodiscard]] bool isServable(TVHW_CRM_ACQUIRE_PARAM const& request) const {
         return isDisplay(request) || std::any_of(mPool.begin(), mPool.end(), [&](auto const& core) {
                    return fits(*core, request);
                });
@@ -256,7 +257,7 @@ private:
                 });
             if (!taken) {
                 client.port = port;
-                client.grantedAt = ++mGrantCount;
+                client.portGrantedAt = ++mGrantCount;
                 return true;
             }
         }
@@ -271,24 +272,34 @@ private:
                 });
             if (!taken && fits(*core, request)) {
                 client.core = core;
-                client.grantedAt = ++mGrantCount;
+                client.coreGrantedAt = ++mGrantCount;
                 return true;
             }
         }
         return false;
     }
 
+    /// Says whether taking what `client` holds would help with `request`.
+    [[nodiscard]] bool holds(Client const& client, TVHW_CRM_ACQUIRE_PARAM const& request) const {
+        if (isDisplay(request)) {
+            return client.port != 0;
+        }
+        return client.core != nullptr && fits(*client.core, request) &&
+               std::find(mPool.begin(), mPool.end(), client.core) != mPool.end();
+    }
+
     /// Returns the other client that has held what `request` asks for the longest.
-    std::shared_ptr<Client> longestHolder(TVHW_CRM_ACQUIRE_PARAM const& request,
-                                          Client const& newcomer) const {
+    [[nodiscard]] std::shared_ptr<Client> longestHolder(TVHW_CRM_ACQUIRE_PARAM const& request,
+                                                        Client const& newcomer) const {
         std::shared_ptr<Client> longest;
+        std::uint64_t longestSince = 0;
         for (auto const& [handle, client] : mClients) {
-            bool const holds = isDisplay(request)
-                                   ? client->port != 0
-                                   : client->core != nullptr && fits(*client->core, request);
-            if (handle != &newcomer && holds &&
-                (longest == nullptr || client->grantedAt < longest->grantedAt)) {
+            std::uint64_t const since =
+                isDisplay(request) ? client->portGrantedAt : client->coreGrantedAt;
+            if (handle != &newcomer && holds(*client, request) &&
+                (longest == nullptr || since < longestSince)) {
                 longest = client;
+                longestSince = since;
             }
         }
         return longest;
@@ -352,24 +363,30 @@ std::ostream& operator<<(std::ostream& out, Named client) {
     return out << id;
 }
 
-/// The fields that no request uses must be 0, as in the platform's own manager.
-bool hasZeroReserve(TVHW_CRM_ACQUIRE_PARAM request) {
+bool isFlag(std::int32_t value) { return value == 0 || value == 1; }
+
+/// Refuses what a driver would: values that nothing could mean, and fields in use that must be 0.
+bool isWellFormed(TVHW_CRM_ACQUIRE_PARAM request) {
+    bool const hasCodecType = request.codecType == TVHW_CRM_CODEC_TYPE_DISPLAY ||
+                              (request.codecType >= 0 &&
+                               request.codecType <= static_cast<std::int32_t>(kMimeTypes.size()));
+    bool const hasValues = hasCodecType && request.width >= 0 && request.height >= 0 &&
+                           isFlag(request.isEncoder) && isFlag(request.extraFlag);
     request.codecType = request.width = request.height = request.frameRate = 0;
     request.isEncoder = request.extraFlag = 0;
-    return isZero(request);
+    return hasValues && isZero(request);
 }
 
 int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request,
             bool tryOnly) {
-    if (request == nullptr) {
-        return kInvalid;
-    }
-    if (auto const forced = platformCall(operation, Named{client}, request->codecType,
-                                         request->width, request->height, request->frameRate,
-                                         request->isEncoder, request->extraFlag)) {
+    TVHW_CRM_ACQUIRE_PARAM const values = request == nullptr ? TVHW_CRM_ACQUIRE_PARAM{} : *request;
+    if (auto const forced =
+            platformCall(operation, Named{client}, values.codecType, values.width, values.height,
+                         values.frameRate, values.isEncoder, values.extraFlag)) {
         return *forced;
     }
-    return hasZeroReserve(*request) ? manager().acquire(client, *request, tryOnly) : kInvalid;
+    return request != nullptr && isWellFormed(values) ? manager().acquire(client, values, tryOnly)
+                                                      : kInvalid;
 }
 
 }  // namespace
@@ -407,8 +424,8 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
     auto const forced =
         platformCall("TVHW_CRM_ClientFree", Named{client == nullptr ? nullptr : *client});
     if (forced) {
-        TVHW_CRM_HANDLE kept =
-            client == nullptr ? nullptr : *client;  // As a failed call leaves it.
+        // A failed call leaves the caller's handle as it is.
+        TVHW_CRM_HANDLE kept = client == nullptr ? nullptr : *client;
         manager().close(&kept);
         return *forced;
     }
@@ -450,14 +467,11 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client,
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client,
                                                   TVHW_CRM_RESOURCE const* resource) {
-    if (resource == nullptr) {
-        return kInvalid;
-    }
-    if (auto const forced =
-            platformCall("TVHW_CRM_ClientClearResource", Named{client}, resource->videoPort)) {
+    if (auto const forced = platformCall("TVHW_CRM_ClientClearResource", Named{client},
+                                         resource == nullptr ? 0 : resource->videoPort)) {
         return *forced;
     }
-    return manager().clearPorts(client, *resource);
+    return resource == nullptr ? kInvalid : manager().clearPorts(client, *resource);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client) {

@@ -20,8 +20,9 @@ namespace kvo::media::hardware {
 /// binaries rely on.
 ///
 /// Which operations may overlap is up to the implementation; one that is handed to a resource
-/// wrapper must bear release() on another thread while any other operation runs, because a codec
-/// that does not return within 3 seconds is released under its caller.
+/// wrapper must bear release() on another thread while any operation runs, release() included,
+/// because a codec that does not return within 3 seconds is released under its caller, and its
+/// owner may release it just when the resource manager does.
 class IVideoDecoderClient {
 public:
     IVideoDecoderClient() = default;
@@ -52,7 +53,9 @@ public:
     /// Hands over the stream's colour description and HDR metadata.
     virtual Return<void> writeHdrInfo(ColorAspect const& aspect, HdrInfo const& info) = 0;
 
+    /// Stops showing pictures, the decoder's state kept.
     virtual Return<void> pause() = 0;
+    /// Goes on after pause().
     virtual Return<void> resume() = 0;
     /// Shows the next picture of a paused decoder.
     virtual Return<void> step() = 0;
@@ -60,12 +63,16 @@ public:
     virtual Return<void> setTunnelPeek(bool enable) = 0;
     /// Sets the playback speed, 1.0 being the stream's own.
     virtual Return<void> setSpeed(double speed) = 0;
+    /// Returns what the decoder knows of the stream's pictures.
     virtual Return<FrameInfo> getFrameInfo() = 0;
+    /// Returns the stream's colour description.
     virtual Return<ColorAspect> getColorAspect() = 0;
+    /// Returns the stream's HDR metadata.
     virtual Return<HdrInfo> getHdrInfo() = 0;
 
     /// Takes the next decoded output buffer; releaseOutputBuffer gives it back.
     virtual Return<BufferInfo> dequeueOutputBuffer() = 0;
+    /// Gives an output buffer back, shown or to be shown.
     virtual Return<void> releaseOutputBuffer(BufferInfo const& buffer) = 0;
 
     /// Takes the next decoded pixel buffer; releasePixelBuffer gives it back.
@@ -73,6 +80,7 @@ public:
     /// Copies the picture of `pixel` to `destination`, which holds `length` bytes.
     virtual Return<void> copyFromPixelBuffer(unsigned char* destination, unsigned int length,
                                              PixelInfo& pixel) = 0;
+    /// Gives a pixel buffer back.
     virtual Return<void> releasePixelBuffer(PixelInfo const& pixel) = 0;
 
     /// Lends a buffer to the decoder to draw into.
@@ -92,6 +100,7 @@ public:
     /// Writes the number of free and of all input bytes, and whether input can be taken now.
     virtual Return<void> getInputBufferStatus(unsigned int* freeBytes, unsigned int* totalBytes,
                                               bool* ready) = 0;
+    /// Returns the settings in force.
     virtual Return<Configuration> getConfiguration() = 0;
 
     /// Returns the decoder's system time clock, in ticks of 90 kHz.

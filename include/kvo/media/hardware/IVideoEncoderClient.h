@@ -25,6 +25,7 @@ public:
     /// Stops the encoder and gives up everything it holds.
     virtual Return<void> release() = 0;
 
+    /// Hands over the colour description of the pictures to come.
     virtual Return<void> writeColorAspect(ColorAspect const& aspect) = 0;
     /// Feeds one raw picture of `length` bytes with its time in microseconds.
     virtual Return<void> writeInputFrame(unsigned long long timestampUs, unsigned char const* data,
@@ -36,7 +37,9 @@ public:
     virtual Return<int> readOutputFrame(unsigned long long* timestampUs, unsigned char* data,
                                         unsigned int* length, PicType* type) = 0;
 
+    /// Stops encoding, the encoder's state kept.
     virtual Return<void> pause() = 0;
+    /// Goes on after pause().
     virtual Return<void> resume() = 0;
     /// Drops everything queued, input and output.
     virtual Return<void> flush() = 0;
@@ -47,6 +50,7 @@ public:
     /// picture must have.
     virtual Return<void> getInputBufferStatus(unsigned int* freeBuffers, unsigned int* totalBuffers,
                                               int* width, int* height, int* stride) = 0;
+    /// Returns the settings in force.
     virtual Return<Configuration> getConfiguration() = 0;
 };
 
