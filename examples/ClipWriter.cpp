@@ -1,0 +1,73 @@
+#include "ClipWriter.h"
+
+#include <cstring>
+#include <utility>
+
+namespace kvo::demo {
+
+namespace {
+
+constexpr AVRational kMicroseconds{1, 1'000'000};
+
+}  // namespace
+
+void ClipWriter::Close::operator()(AVFormatContext* format) const {
+    avio_closep(&format->pb);
+    avformat_free_context(format);
+}
+
+ClipWriter::ClipWriter(std::string path, AVCodecID codec, Size size, int frameRate,
+                       media::hardware::ColorAspect const& colors)
+    : mPath(std::move(path)), mCodec(codec), mSize(size), mFrameRate(frameRate), mColors(colors) {}
+
+void ClipWriter::begin(unsigned char const* data, unsigned int length) {
+    std::string const failure = "cannot write " + mPath;
+    std::string const url = "file:" + mPath;
+    AVFormatContext* format = nullptr;
+    requireLibav(avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str()), failure);
+    mFormat.reset(format);
+    AVStream* const stream = avformat_new_stream(format, nullptr);
+    require(stream != nullptr, failure);
+    stream->time_base = kMicroseconds;
+    stream->avg_frame_rate = {mFrameRate, 1};
+    AVCodecParameters& parameters = *stream->codecpar;
+    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters.codec_id = mCodec;
+    parameters.width = mSize.width;
+    parameters.height = mSize.height;
+    parameters.color_primaries = static_cast<AVColorPrimaries>(mColors.primaries);
+    parameters.color_trc = static_cast<AVColorTransferCharacteristic>(mColors.transfer);
+    parameters.color_space = static_cast<AVColorSpace>(mColors.matrix);
+    parameters.color_range = mColors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    if (mCodec == AV_CODEC_ID_H264) {
+        // The container keeps the parameter sets apart; it finds them in the first picture.
+        void* const copy = av_mallocz(length + AV_INPUT_BUFFER_PADDING_SIZE);
+        require(copy != nullptr, failure);
+        parameters.extradata = static_cast<std::uint8_t*>(std::memcpy(copy, data, length));
+        parameters.extradata_size = static_cast<int>(length);
+    }
+    requireLibav(avio_open(&format->pb, url.c_str(), AVIO_FLAG_WRITE), failure);
+    requireLibav(avformat_write_header(format, nullptr), failure);
+}
+
+void ClipWriter::write(unsigned long long timestampUs, unsigned char const* data,
+                       unsigned int length, bool isKey) {
+    if (mFormat == nullptr) {
+        begin(data, length);
+    }
+    PacketPtr const packet(av_packet_alloc());
+    requireLibav(av_new_packet(packet.get(), static_cast<int>(length)), "no memory for a picture");
+    std::memcpy(packet->data, data, length);
+    packet->pts = packet->dts = static_cast<std::int64_t>(timestampUs);
+    packet->duration = av_rescale_q(1, {1, mFrameRate}, kMicroseconds);
+    packet->flags = isKey ? AV_PKT_FLAG_KEY : 0;
+    av_packet_rescale_ts(packet.get(), kMicroseconds, mFormat->streams[0]->time_base);
+    requireLibav(av_write_frame(mFormat.get(), packet.get()), "cannot write " + mPath);
+}
+
+void ClipWriter::finish() {
+    requireLibav(av_write_trailer(mFormat.get()), "cannot write " + mPath);
+    requireLibav(avio_closep(&mFormat->pb), "cannot write " + mPath);
+}
+
+}  // namespace kvo::demo

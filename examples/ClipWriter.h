@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+
+#include "Libav.h"
+#include "Picture.h"
+
+namespace kvo::demo {
+
+/// Writes coded pictures to a clip, in the container that the end of the file's name asks for. For
+/// one thread at a time.
+class ClipWriter {
+public:
+    /// Nothing is written before the first picture.
+    ClipWriter(std::string path, AVCodecID codec, Size size, int frameRate,
+               media::hardware::ColorAspect const& colors);
+
+    /// Appends a coded picture. The first one carries the codec's parameter sets. Throws
+    /// DemoFailure on failure.
+    void write(unsigned long long timestampUs, unsigned char const* data, unsigned int length,
+               bool isKey);
+
+    /// Ends the clip, after at least one picture; then it can be read. Throws DemoFailure on
+    /// failure.
+    void finish();
+
+private:
+    struct Close {
+        void operator()(AVFormatContext* format) const;
+    };
+
+    void begin(unsigned char const* data, unsigned int length);
+
+    std::string const mPath;
+    AVCodecID const mCodec;
+    Size const mSize;
+    int const mFrameRate;
+    media::hardware::ColorAspect const mColors;
+    std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
+};
+
+}  // namespace kvo::demo

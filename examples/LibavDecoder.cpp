@@ -1,0 +1,349 @@
+#include "LibavDecoder.h"
+
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+#include "ClipReader.h"
+#include "Picture.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+
+namespace kvo::demo {
+
+using namespace media::hardware;
+using namespace codec_status;
+
+namespace {
+
+/// Pictures that the caller may hold at once, as many as a small output queue has.
+constexpr std::size_t kMaxLent = 4;
+
+/// Render events that are kept for the caller; older ones are dropped.
+constexpr std::size_t kMaxRenderEvents = 64;
+
+std::uint64_t nowNs() {
+    auto const now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+bool isPlanar420(int format) {
+    return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P;
+}
+
+std::uint64_t timeOf(AVFrame const& frame) {
+    std::int64_t const time = frame.best_effort_timestamp;
+    return time == AV_NOPTS_VALUE ? 0 : static_cast<std::uint64_t>(time);
+}
+
+}  // namespace
+
+LibavDecoder::LibavDecoder(AVCodecParameters const& parameters, std::shared_ptr<DisplayPorts> ports)
+    : mParameters(copyOf(parameters)), mPorts(std::move(ports)) {}
+
+// --- Life.
+
+Return<void> LibavDecoder::configure(Mode mode, CodecType type, Configuration const& config) {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    forgetAll();
+    AVCodec const* const codec = avcodec_find_decoder(mParameters->codec_id);
+    if (codec == nullptr || codecTypeOf(mParameters->codec_id) != type) {
+        return kInvalid;
+    }
+    CodecContextPtr context(avcodec_alloc_context3(codec));
+    context->thread_count = 0;
+    context->pkt_timebase = {1, 1'000'000};
+    if (avcodec_parameters_to_context(context.get(), mParameters.get()) < 0 ||
+        avcodec_open2(context.get(), codec, nullptr) < 0) {
+        return kInvalid;
+    }
+    mCodec = std::move(context);
+    mInputEnded = false;
+    mMode = mode;
+    mConfiguration = config;
+    mFrameInfo = {};
+    mColors = {};
+    return status::kSuccess;
+}
+
+Return<void> LibavDecoder::configureTunnelMode(CodecType type, Configuration const& config) {
+    return configure(Mode::kTunnel, type, config);
+}
+
+Return<void> LibavDecoder::configurePixelMode(CodecType type, Configuration const& config) {
+    return configure(Mode::kPixel, type, config);
+}
+
+Return<void> LibavDecoder::release() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    forgetAll();
+    return status::kSuccess;
+}
+
+void LibavDecoder::forgetAll() {
+    if (mMode == Mode::kTunnel && mPorts != nullptr) {
+        mPorts->clear(displayPort());
+    }
+    mMode = Mode::kNone;
+    mCodec.reset();
+    mLent.clear();
+    mRenderEvents.clear();
+}
+
+int LibavDecoder::displayPort() const { return mConfiguration.getInt32(key::kVideoPort, -1); }
+
+Return<void> LibavDecoder::flush() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    avcodec_flush_buffers(mCodec.get());
+    mInputEnded = false;
+    mLent.clear();
+    mRenderEvents.clear();
+    return status::kSuccess;
+}
+
+// --- Input.
+
+Return<void> LibavDecoder::writeInputFrame(unsigned int flags, unsigned long long timestampUs,
+                                           unsigned char const* data, unsigned int length) {
+    PacketPtr const packet(av_packet_alloc());
+    if (packet == nullptr || av_new_packet(packet.get(), static_cast<int>(length)) < 0) {
+        return kInvalid;
+    }
+    if (length > 0) {
+        std::memcpy(packet->data, data, length);
+    }
+    packet->flags = static_cast<int>(flags);
+    packet->pts = static_cast<std::int64_t>(timestampUs);
+
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    if (mInputEnded) {
+        return kInvalid;
+    }
+    int const result = avcodec_send_packet(mCodec.get(), packet.get());
+    if (result == AVERROR(EAGAIN)) {
+        return kTryAgain;
+    }
+    if (result < 0) {
+        ++mFrameInfo.droppedFrames;
+    }
+    return status::kSuccess;
+}
+
+Return<void> LibavDecoder::writeInputEndOfStream() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    mInputEnded = true;
+    return status::kSuccess;
+}
+
+// --- Output.
+
+/// Lends the caller the next picture; the value is its buffer id, -1 at the end of the stream.
+Return<int> LibavDecoder::lendNext(Mode mode) {
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    if (mMode != mode) {
+        return kInvalid;
+    }
+    if (mLent.size() >= kMaxLent) {
+        return kTryAgain;
+    }
+    FramePtr frame(av_frame_alloc());
+    int result = avcodec_receive_frame(mCodec.get(), frame.get());
+    if (result == AVERROR(EAGAIN) && mInputEnded) {
+        // Not before: libavcodec forgets a coded frame that still waits when the end is told.
+        avcodec_send_packet(mCodec.get(), nullptr);
+        result = avcodec_receive_frame(mCodec.get(), frame.get());
+    }
+    if (result == AVERROR_EOF) {
+        return {status::kSuccess, -1};
+    }
+    if (result < 0) {
+        if (result != AVERROR(EAGAIN)) {
+            ++mFrameInfo.droppedFrames;
+        }
+        return kTryAgain;
+    }
+    ++mFrameInfo.decodedFrames;
+    mFrameInfo.width = frame->width;
+    mFrameInfo.height = frame->height;
+    bool const fullRange =
+        frame->color_range == AVCOL_RANGE_JPEG || frame->format == AV_PIX_FMT_YUVJ420P;
+    mColors = {frame->color_primaries, frame->color_trc, frame->colorspace, fullRange ? 1 : 0};
+    mLent[mNextBufferId] = std::move(frame);
+    return {status::kSuccess, mNextBufferId++};
+}
+
+Return<PixelInfo> LibavDecoder::dequeuePixelBuffer() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    Return<int> const lent = lendNext(Mode::kPixel);
+    if (lent.status().isError()) {
+        return lent.status();
+    }
+    if (lent.value() < 0) {
+        PixelInfo end;
+        end.endOfStream = 1;
+        return {status::kSuccess, end};
+    }
+    AVFrame const& frame = *mLent[lent.value()];
+    PixelInfo pixel = planarLayout(frame.width, frame.height);
+    pixel.bufferId = lent.value();
+    pixel.timestampUs = timeOf(frame);
+    return {status::kSuccess, std::move(pixel)};
+}
+
+Return<void> LibavDecoder::copyFromPixelBuffer(unsigned char* destination, unsigned int length,
+                                               PixelInfo& pixel) {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    auto const lent = mLent.find(pixel.bufferId);
+    if (mMode != Mode::kPixel || lent == mLent.end()) {
+        return mCodec == nullptr ? kNotRunning : kInvalid;
+    }
+    AVFrame const& frame = *lent->second;
+    PixelInfo const layout = planarLayout(frame.width, frame.height);
+    if (length < layout.length) {
+        return kInvalid;
+    }
+    if (isPlanar420(frame.format)) {
+        copyPlanes(frame, layout, destination);
+        return status::kSuccess;
+    }
+    try {
+        copyPlanes(*convertFrame(frame, AV_PIX_FMT_YUV420P, frame.width, frame.height), layout,
+                   destination);
+    } catch (DemoFailure const&) {
+        return kInvalid;  // No exception may pass through the library.
+    }
+    return status::kSuccess;
+}
+
+Return<void> LibavDecoder::releasePixelBuffer(PixelInfo const& pixel) {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    return mLent.erase(pixel.bufferId) == 1 ? status::kSuccess : kInvalid;
+}
+
+Return<BufferInfo> LibavDecoder::dequeueOutputBuffer() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    Return<int> const lent = lendNext(Mode::kTunnel);
+    if (lent.status().isError()) {
+        return lent.status();
+    }
+    BufferInfo buffer;
+    buffer.bufferId = lent.value();
+    if (lent.value() < 0) {
+        buffer.endOfStream = 1;
+        return {status::kSuccess, buffer};
+    }
+    AVFrame const& frame = *mLent[lent.value()];
+    buffer.width = frame.width;
+    buffer.height = frame.height;
+    buffer.timestampUs = timeOf(frame);
+    return {status::kSuccess, buffer};
+}
+
+Return<void> LibavDecoder::releaseOutputBuffer(BufferInfo const& buffer) {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    auto const lent = mLent.find(buffer.bufferId);
+    if (mMode != Mode::kTunnel || lent == mLent.end()) {
+        return kInvalid;
+    }
+    if (mPorts != nullptr) {
+        mPorts->show(displayPort(), std::move(lent->second));
+    }
+    mLent.erase(lent);
+    if (mRenderEvents.size() == kMaxRenderEvents) {
+        mRenderEvents.pop_front();
+    }
+    mRenderEvents.push_back({buffer.timestampUs, nowNs()});
+    return status::kSuccess;
+}
+
+Return<RenderEvent> LibavDecoder::dequeueRenderEvent() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    if (mRenderEvents.empty()) {
+        return kTryAgain;
+    }
+    RenderEvent const event = mRenderEvents.front();
+    mRenderEvents.pop_front();
+    return {status::kSuccess, event};
+}
+
+// --- State.
+
+Return<FrameInfo> LibavDecoder::getFrameInfo() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    return {status::kSuccess, mFrameInfo};
+}
+
+Return<ColorAspect> LibavDecoder::getColorAspect() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    return {status::kSuccess, mColors};
+}
+
+Return<Configuration> LibavDecoder::getConfiguration() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mCodec == nullptr) {
+        return kNotRunning;
+    }
+    return {status::kSuccess, mConfiguration};
+}
+
+// --- What the demo does without.
+
+Return<void> LibavDecoder::configureReferenceMode(CodecType, Configuration const&) {
+    return kNotSupported;
+}
+Return<void> LibavDecoder::configureNativeBufferMode(CodecType, Configuration const&) {
+    return kNotSupported;
+}
+Return<void> LibavDecoder::writeInputData(unsigned char const*, unsigned int, unsigned int) {
+    return kNotSupported;
+}
+Return<void> LibavDecoder::writeHdrInfo(ColorAspect const&, HdrInfo const&) {
+    return kNotSupported;
+}
+Return<void> LibavDecoder::pause() { return kNotSupported; }
+Return<void> LibavDecoder::resume() { return kNotSupported; }
+Return<void> LibavDecoder::step() { return kNotSupported; }
+Return<void> LibavDecoder::setTunnelPeek(bool) { return kNotSupported; }
+Return<void> LibavDecoder::setSpeed(double) { return kNotSupported; }
+Return<HdrInfo> LibavDecoder::getHdrInfo() { return kNotSupported; }
+Return<void> LibavDecoder::queueNativeBuffer(std::shared_ptr<NativeBuffer>) {
+    return kNotSupported;
+}
+Return<std::shared_ptr<NativeBuffer>> LibavDecoder::dequeueNativeBuffer() { return kNotSupported; }
+Return<void> LibavDecoder::reconfigureOutputBuffer(CodecType, Configuration const&) {
+    return kNotSupported;
+}
+Return<void> LibavDecoder::getInputBufferStatus(unsigned int*, unsigned int*, bool*) {
+    return kNotSupported;
+}
+Return<std::int64_t> LibavDecoder::currentSTCTime() { return kNotSupported; }
+Return<void> LibavDecoder::testConnection() { return kNotSupported; }
+Return<void> LibavDecoder::testInvalidConnection() { return kNotSupported; }
+Return<void> LibavDecoder::testWriteInputData(unsigned char const*, unsigned int, unsigned int) {
+    return kNotSupported;
+}
+
+}  // namespace kvo::demo

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "ClipReader.h"
+#include "DisplayPorts.h"
+#include "Picture.h"
+#include "kvo/media/hardware/BufferInfo.h"
+#include "tvhw/VideoDecoderClientWrapperResource.h"
+
+namespace kvo::demo {
+
+/// Plays a clip through a decoder wrapper: one thread feeds coded frames, another drains pictures.
+/// All operations are for the thread that constructs the player.
+class Player {
+public:
+    enum class Mode {
+        kPixel,  ///< Pictures are copied out, for the sink.
+        kTunnel  ///< Pictures go to a display port.
+    };
+
+    struct Settings {
+        Mode mode = Mode::kPixel;
+        bool loop = false;      ///< Begins again at the end of the clip, until it is stopped.
+        bool adaptive = false;  ///< Asks for a core for a stream whose picture size changes.
+        std::shared_ptr<DisplayPorts> ports;  ///< Where the pictures of tunnel mode go.
+        /// Gets every picture of pixel mode, on the drain thread. An error stops the player.
+        std::function<media::hardware::Status(Picture const&)> sink;
+    };
+
+    /// What is known of a player's work.
+    struct Result {
+        unsigned int frames = 0;
+        int width = 0;   ///< Of the last picture, in pixels.
+        int height = 0;  ///< As width.
+        media::hardware::Status feed;
+        media::hardware::Status drain;  ///< That of the sink if it stopped the player.
+        unsigned int wrongStamps = 0;   ///< Output buffers with another's port, id or process.
+        unsigned int rendered = 0;      ///< Pictures reported as shown.
+    };
+
+    Player(Clip const& clip, Settings settings);
+    /// Stops the threads and releases the decoder.
+    ~Player();
+
+    /// Acquires the resources and configures the decoder. Returns the wrapper's status.
+    media::hardware::Status configure();
+
+    /// Starts the threads, after configure() succeeded.
+    void start();
+
+    /// Waits until `count` pictures came out. Returns false when the threads ended before that.
+    bool waitForFrames(unsigned int count);
+
+    /// Waits until both threads have ended, and calls `onProgress` with the pictures so far now and
+    /// then. Throws what a thread threw: UnusableFile, or what the sink threw.
+    Result finish(std::function<void(unsigned int)> const& onProgress);
+
+    /// What the decoder was configured with, the granted resources among it.
+    [[nodiscard]] media::hardware::Configuration const& granted() const { return mGranted; }
+
+    /// The decoder, for calls of the caller's own.
+    media::hardware::VideoDecoderClientWrapperResource& decoder() { return mDecoder; }
+
+private:
+    void run(media::hardware::Status (Player::*work)(), media::hardware::Status Result::*result);
+    media::hardware::Status feed();
+    media::hardware::Status drainPixels();
+    media::hardware::Status drainTunnel();
+    void countPicture(int width, int height);
+    void stop();
+
+    template <typename Call>
+    auto untilTaken(Call call) -> decltype(call());
+
+    Clip const mClip;
+    Settings const mSettings;
+    media::hardware::VideoDecoderClientWrapperResource mDecoder;
+    media::hardware::Configuration mGranted;
+    std::thread mFeedThread;
+    std::thread mDrainThread;
+
+    std::mutex mMutex;  ///< Guards all that follows.
+    std::condition_variable mChanged;
+    Result mResult;
+    unsigned long long mMoves = 0;  ///< Calls that the decoder took, from both threads.
+    int mRunning = 0;               ///< Threads that have not ended.
+    bool mStopping = false;
+    std::exception_ptr mFailure;
+};
+
+}  // namespace kvo::demo

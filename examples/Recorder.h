@@ -1,0 +1,66 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ClipWriter.h"
+#include "Player.h"
+#include "tvhw/VideoEncoderClientWrapperResource.h"
+
+namespace kvo::demo {
+
+/// Plays a clip in pixel mode and encodes its pictures through an encoder wrapper. The encoding
+/// runs on the player's drain thread. All operations are for the thread that constructs the
+/// recorder.
+class Recorder {
+public:
+    struct Settings {
+        media::hardware::CodecType format = media::hardware::CodecType::AVC;  ///< AVC or VP8.
+        std::string path;     ///< Of the recording; empty: it is thrown away.
+        bool loop = false;    ///< Plays the clip again and again.
+        bool isLive = false;  ///< The encoder keeps its core.
+    };
+
+    Recorder(Clip const& clip, Settings settings);
+
+    /// Acquires an encoder core and configures the encoder. Returns the wrapper's status.
+    media::hardware::Status configure();
+
+    /// Starts to play and record, after configure() succeeded. Throws DemoFailure when the player
+    /// cannot be configured.
+    void start();
+
+    /// Ends the recording to the file, after the player has finished. Throws DemoFailure on
+    /// failure.
+    void closeFile();
+
+    Player& player() { return mPlayer; }
+
+    /// The encoder, for calls of the caller's own.
+    media::hardware::VideoEncoderClientWrapperResource& encoder() { return mEncoder; }
+
+    /// Of the recording, in pixels.
+    [[nodiscard]] Size size() const { return mSize; }
+
+private:
+    media::hardware::Status record(Picture const& picture);
+    media::hardware::Status writePicture(Picture const& picture);
+    media::hardware::Status readCoded();
+
+    Clip const mClip;
+    Settings const mSettings;
+    Size const mSize;
+    int const mFrameRate;
+    media::hardware::VideoEncoderClientWrapperResource mEncoder;
+
+    // Used by the drain thread while the player runs.
+    std::optional<ClipWriter> mFile;
+    std::optional<unsigned long long> mLastUs;  ///< Time of the last picture.
+    std::vector<unsigned char> mCoded;
+
+    Player mPlayer;  ///< Last, since its thread uses all of the above.
+};
+
+}  // namespace kvo::demo
