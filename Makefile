@@ -1,22 +1,33 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
 CLIP ?= examples/clips/testsrc.mp4
+STRESS_SECONDS ?= 20
+FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
 
-.PHONY: help build-dir demo test sanitize clang format format-check tidy
+.PHONY: help build-dir demo test sanitize stress fuzz coverage bench clang target abi install-check format \
+	format-check thread-safety tidy
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
 	@echo 'make test              build the library and run its tests'
 	@echo 'make sanitize          run the tests under the address, undefined-behaviour and'
 	@echo '                       thread sanitizers'
+	@echo 'make stress            use many codecs at once under the sanitizers, for STRESS_SECONDS'
+	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS'
+	@echo 'make coverage          report which lines of the library the tests reach'
+	@echo 'make bench             measure the library beside what its work must cost'
 	@echo 'make clang             build with Clang and run the tests'
+	@echo 'make target            build for 32-bit Arm and run the tests under an emulator'
+	@echo 'make abi               compare the built library with its binary contract, contract/'
+	@echo 'make install-check     install the library and use it from another project'
+	@echo 'make thread-safety     check the lock rules at compile time'
 	@echo 'make tidy              check the code with clang-tidy'
 	@echo 'make format            format the code; make format-check only looks'
 
-# $(call build,preset): configures and builds a preset; quiet where all is well.
+# $(call build,preset[,target]): configures and builds a preset; quiet where all is well.
 build = cmake --preset $(1) >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }; \
-	cmake --build build/$(1) --parallel $(JOBS) -- --no-print-directory
+	cmake --build build/$(1) --parallel $(JOBS) $(2:%=--target %) -- --no-print-directory
 
 build-dir:
 	@mkdir -p build
@@ -38,9 +49,66 @@ sanitize: build-dir
 	@$(call run-tests,asan)
 	@$(call run-tests,tsan)
 
+# $(call run-stress,preset)
+run-stress = $(call build,$(1),tvhw_stress) && \
+	build/$(1)/tests/stress/tvhw_stress --seconds $(STRESS_SECONDS)
+
+stress: build-dir
+	@tools/install-packages build test
+	@$(call run-stress,asan)
+	@$(call run-stress,tsan)
+
+# What is found goes to the first directory; the saved corpus stays as it is.
+fuzz: build-dir
+	@tools/install-packages build test fuzz
+	@$(call build,fuzz,tvhw_fuzz)
+	@mkdir -p build/fuzz/corpus
+	@echo 'Fuzzing for $(FUZZ_SECONDS) s.'
+	@build/fuzz/tests/fuzz/tvhw_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=1000 \
+		-print_final_stats=1 -artifact_prefix=build/fuzz/ build/fuzz/corpus tests/fuzz/corpus \
+		>build/fuzz/run.log 2>&1 || { tail -n 60 build/fuzz/run.log; exit 1; }
+	@grep '^Done\|^stat::number' build/fuzz/run.log
+
+coverage: build-dir
+	@tools/install-packages build test coverage
+	@$(call build,coverage)
+	@tools/coverage build/coverage
+
+bench: build-dir
+	@tools/install-packages build bench
+	@$(call build,bench)
+	@build/bench/bench/tvhw_bench
+
 clang: build-dir
 	@tools/install-packages build test check
 	@$(call run-tests,clang)
+
+target: build-dir
+	@tools/install-packages build target
+	@$(call run-tests,target)
+
+# The library by both compilers, for the host and for the device.
+abi: build-dir
+	@tools/install-packages build test check target abi
+	@$(call build,release,kvo_media_hw_tvhw)
+	@$(call build,clang,kvo_media_hw_tvhw)
+	@$(call build,target,kvo_media_hw_tvhw)
+	@$(call build,clang-target,kvo_media_hw_tvhw)
+	@tools/check-abi build/release build/clang build/target build/clang-target
+
+install-check: build-dir
+	@tools/install-packages build check abi install
+	@$(call build,release)
+	@tools/check-install build/release build/install
+	@tools/check-android-bp build/release
+
+# libc++ is the library whose mutexes Clang can follow.
+thread-safety:
+	@tools/install-packages build check
+	@for source in impl/tvhw/*.cpp; do \
+		clang++ -std=c++17 -stdlib=libc++ -D_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS \
+			-Wthread-safety -Werror -Iinclude -Iplatform -fsyntax-only $$source || exit 1; \
+	done
 
 sources = $(shell git ls-files '*.h' '*.cpp')
 

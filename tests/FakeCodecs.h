@@ -8,20 +8,18 @@
 #include "kvo/media/hardware/IVideoDecoderClient.h"
 #include "kvo/media/hardware/IVideoEncoderClient.h"
 
+namespace kvo::media::hardware {
+
 /// What the fake codecs share: they note each call in the journal, run `onCall` inside it and
 /// answer every operation with `answer`.
 class FakeCodec {
 public:
-    kvo::media::hardware::Status answer;
+    Status answer;
     std::function<void(std::string const& operation)> onCall;
     std::atomic<int> releases{0};
-    kvo::media::hardware::Configuration configured;
+    Configuration configured;
 
 protected:
-    template <typename T>
-    using Return = kvo::media::hardware::Return<T>;
-    using Configuration = kvo::media::hardware::Configuration;
-
     Return<void> call(char const* operation) {
         enter(operation);
         return answer;
@@ -52,153 +50,123 @@ private:
     }
 };
 
-class FakeDecoder : public kvo::media::hardware::IVideoDecoderClient, public FakeCodec {
+class FakeDecoder : public IVideoDecoderClient, public FakeCodec {
 public:
-    template <typename T>
-    using Return = kvo::media::hardware::Return<T>;
-    using BufferInfo = kvo::media::hardware::BufferInfo;
-    using CodecType = kvo::media::hardware::CodecType;
-    using Configuration = kvo::media::hardware::Configuration;
-    using NativeBuffer = kvo::media::hardware::NativeBuffer;
-    using PixelInfo = kvo::media::hardware::PixelInfo;
-    using RenderEvent = kvo::media::hardware::RenderEvent;
-
     BufferInfo buffer;  ///< What dequeueOutputBuffer answers.
     CodecType configuredType{};
 
     Return<void> configureTunnelMode(CodecType type, Configuration const& config) override {
-        configuredType = type;
-        return configure("configureTunnelMode", config);
+        return configureFor(type, __func__, config);
     }
     Return<void> configureReferenceMode(CodecType type, Configuration const& config) override {
-        configuredType = type;
-        return configure("configureReferenceMode", config);
+        return configureFor(type, __func__, config);
     }
     Return<void> configurePixelMode(CodecType type, Configuration const& config) override {
-        configuredType = type;
-        return configure("configurePixelMode", config);
+        return configureFor(type, __func__, config);
     }
     Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override {
-        configuredType = type;
-        return configure("configureNativeBufferMode", config);
+        return configureFor(type, __func__, config);
     }
     Return<void> release() override { return countRelease(); }
     Return<void> writeInputData(unsigned char const*, unsigned int, unsigned int) override {
-        return call("writeInputData");
+        return call(__func__);
     }
     Return<void> writeInputFrame(unsigned int, unsigned long long, unsigned char const*,
                                  unsigned int) override {
-        return call("writeInputFrame");
+        return call(__func__);
     }
-    Return<void> writeInputEndOfStream() override { return call("writeInputEndOfStream"); }
-    Return<void> writeHdrInfo(kvo::media::hardware::ColorAspect const&,
-                              kvo::media::hardware::HdrInfo const&) override {
-        return call("writeHdrInfo");
+    Return<void> writeInputEndOfStream() override { return call(__func__); }
+    Return<void> writeHdrInfo(ColorAspect const&, HdrInfo const&) override {
+        return call(__func__);
     }
-    Return<void> pause() override { return call("pause"); }
-    Return<void> resume() override { return call("resume"); }
-    Return<void> step() override { return call("step"); }
-    Return<void> setTunnelPeek(bool) override { return call("setTunnelPeek"); }
-    Return<void> setSpeed(double) override { return call("setSpeed"); }
-    Return<kvo::media::hardware::FrameInfo> getFrameInfo() override {
-        return callFor("getFrameInfo", kvo::media::hardware::FrameInfo{});
-    }
-    Return<kvo::media::hardware::ColorAspect> getColorAspect() override {
-        return callFor("getColorAspect", kvo::media::hardware::ColorAspect{});
-    }
-    Return<kvo::media::hardware::HdrInfo> getHdrInfo() override {
-        return callFor("getHdrInfo", kvo::media::hardware::HdrInfo{});
-    }
-    Return<BufferInfo> dequeueOutputBuffer() override {
-        return callFor("dequeueOutputBuffer", buffer);
-    }
-    Return<void> releaseOutputBuffer(BufferInfo const&) override {
-        return call("releaseOutputBuffer");
-    }
+    Return<void> pause() override { return call(__func__); }
+    Return<void> resume() override { return call(__func__); }
+    Return<void> step() override { return call(__func__); }
+    Return<void> setTunnelPeek(bool) override { return call(__func__); }
+    Return<void> setSpeed(double) override { return call(__func__); }
+    Return<FrameInfo> getFrameInfo() override { return callFor(__func__, FrameInfo{}); }
+    Return<ColorAspect> getColorAspect() override { return callFor(__func__, ColorAspect{}); }
+    Return<HdrInfo> getHdrInfo() override { return callFor(__func__, HdrInfo{}); }
+    Return<BufferInfo> dequeueOutputBuffer() override { return callFor(__func__, buffer); }
+    Return<void> releaseOutputBuffer(BufferInfo const&) override { return call(__func__); }
     Return<PixelInfo> dequeuePixelBuffer() override {
         PixelInfo pixel;
         pixel.planes.resize(3);
-        return callFor("dequeuePixelBuffer", pixel);
+        return callFor(__func__, pixel);
     }
     Return<void> copyFromPixelBuffer(unsigned char*, unsigned int, PixelInfo&) override {
-        return call("copyFromPixelBuffer");
+        return call(__func__);
     }
-    Return<void> releasePixelBuffer(PixelInfo const&) override {
-        return call("releasePixelBuffer");
-    }
+    Return<void> releasePixelBuffer(PixelInfo const&) override { return call(__func__); }
     Return<void> queueNativeBuffer(std::shared_ptr<NativeBuffer>) override {
-        return call("queueNativeBuffer");
+        return call(__func__);
     }
     Return<std::shared_ptr<NativeBuffer>> dequeueNativeBuffer() override {
-        return callFor("dequeueNativeBuffer", std::make_shared<NativeBuffer>());
+        return callFor(__func__, std::make_shared<NativeBuffer>());
     }
     Return<RenderEvent> dequeueRenderEvent() override {
-        return callFor("dequeueRenderEvent", RenderEvent{40, 41});
+        return callFor(__func__, RenderEvent{40, 41});
     }
     Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override {
-        configuredType = type;
-        return configure("reconfigureOutputBuffer", config);
+        return configureFor(type, __func__, config);
     }
-    Return<void> flush() override { return call("flush"); }
+    Return<void> flush() override { return call(__func__); }
     Return<void> getInputBufferStatus(unsigned int* freeBytes, unsigned int* totalBytes,
                                       bool* ready) override {
         *freeBytes = 1;
         *totalBytes = 2;
         *ready = true;
-        return call("getInputBufferStatus");
+        return call(__func__);
     }
-    Return<Configuration> getConfiguration() override {
-        return callFor("getConfiguration", configured);
-    }
+    Return<Configuration> getConfiguration() override { return callFor(__func__, configured); }
     Return<std::int64_t> currentSTCTime() override {
-        return callFor("currentSTCTime", std::int64_t{90000});
+        return callFor(__func__, std::int64_t{90000});
     }
-    Return<void> testConnection() override { return call("testConnection"); }
-    Return<void> testInvalidConnection() override { return call("testInvalidConnection"); }
+    Return<void> testConnection() override { return call(__func__); }
+    Return<void> testInvalidConnection() override { return call(__func__); }
     Return<void> testWriteInputData(unsigned char const*, unsigned int, unsigned int) override {
-        return call("testWriteInputData");
+        return call(__func__);
+    }
+
+private:
+    Return<void> configureFor(CodecType type, char const* operation, Configuration const& config) {
+        configuredType = type;
+        return configure(operation, config);
     }
 };
 
-class FakeEncoder : public kvo::media::hardware::IVideoEncoderClient, public FakeCodec {
+class FakeEncoder : public IVideoEncoderClient, public FakeCodec {
 public:
-    template <typename T>
-    using Return = kvo::media::hardware::Return<T>;
-    using Configuration = kvo::media::hardware::Configuration;
-
     Return<void> configure(Configuration const& config) override {
-        return FakeCodec::configure("configure", config);
+        return FakeCodec::configure(__func__, config);
     }
     Return<void> release() override { return countRelease(); }
-    Return<void> writeColorAspect(kvo::media::hardware::ColorAspect const&) override {
-        return call("writeColorAspect");
-    }
+    Return<void> writeColorAspect(ColorAspect const&) override { return call(__func__); }
     Return<void> writeInputFrame(unsigned long long, unsigned char const*, unsigned int) override {
-        return call("writeInputFrame");
+        return call(__func__);
     }
-    Return<void> writeInputImage(unsigned long long, kvo::media::hardware::Image const&) override {
-        return call("writeInputImage");
+    Return<void> writeInputImage(unsigned long long, Image const&) override {
+        return call(__func__);
     }
     Return<int> readOutputFrame(unsigned long long* timestampUs, unsigned char* data,
-                                unsigned int* length,
-                                kvo::media::hardware::PicType* type) override {
+                                unsigned int* length, PicType* type) override {
         *timestampUs = 40;
         *data = 1;
         *length = 1;
-        *type = kvo::media::hardware::PicType::I;
-        return callFor("readOutputFrame", 7);
+        *type = PicType::I;
+        return callFor(__func__, 7);
     }
-    Return<void> pause() override { return call("pause"); }
-    Return<void> resume() override { return call("resume"); }
-    Return<void> flush() override { return call("flush"); }
-    Return<void> setParameters(Configuration const&) override { return call("setParameters"); }
+    Return<void> pause() override { return call(__func__); }
+    Return<void> resume() override { return call(__func__); }
+    Return<void> flush() override { return call(__func__); }
+    Return<void> setParameters(Configuration const&) override { return call(__func__); }
     Return<void> getInputBufferStatus(unsigned int* freeBuffers, unsigned int* totalBuffers,
                                       int* width, int* height, int* stride) override {
         *freeBuffers = *totalBuffers = 1;
         *width = *height = *stride = 1;
-        return call("getInputBufferStatus");
+        return call(__func__);
     }
-    Return<Configuration> getConfiguration() override {
-        return callFor("getConfiguration", configured);
-    }
+    Return<Configuration> getConfiguration() override { return callFor(__func__, configured); }
 };
+
+}  // namespace kvo::media::hardware

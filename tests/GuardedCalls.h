@@ -7,6 +7,8 @@
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
 
+namespace kvo::media::hardware {
+
 /// A data-path call, named as the codec's operation; returns the status code.
 template <typename Wrapper>
 struct GuardedCall {
@@ -15,7 +17,6 @@ struct GuardedCall {
 };
 
 inline auto guardedDecoderCalls() {
-    using namespace kvo::media::hardware;
     using Decoder = VideoDecoderClientWrapper;
     static unsigned char const kData[4] = {};
     return std::vector<GuardedCall<Decoder>>{
@@ -55,7 +56,6 @@ inline auto guardedDecoderCalls() {
 }
 
 inline auto guardedEncoderCalls() {
-    using namespace kvo::media::hardware;
     using Encoder = VideoEncoderClientWrapper;
     static unsigned char const kData[4] = {};
     return std::vector<GuardedCall<Encoder>>{
@@ -86,3 +86,5 @@ inline auto guardedEncoderCalls() {
         {"getConfiguration", [](Encoder& e) { return e.getConfiguration().status().code(); }},
     };
 }
+
+}  // namespace kvo::media::hardware

@@ -1,5 +1,7 @@
 #include "ImageSinkTvhwImpl.h"
 
+#include <cstdint>
+
 #include "Log.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw_vo.h"

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "kvo_media_log.h"
 
 /// What the platform's log levels mean in this library.
@@ -18,8 +20,14 @@ struct LogSite {
     int line;
 };
 
+/// Returns a source file's path from the project's root on, wherever the build has found the file.
+constexpr char const* pathFromRoot(char const* path) {
+    auto const root = std::string_view(path).rfind("impl/tvhw/");
+    return root == std::string_view::npos ? path : path + root;
+}
+
 /// The current line as a LogSite. The file that uses it defines kLogTag.
-#define TVHW_LOG_SITE (LogSite{kLogTag, __FILE__, __func__, __LINE__})
+#define TVHW_LOG_SITE (LogSite{kLogTag, pathFromRoot(__FILE__), __func__, __LINE__})
 
 /// Logs a printf-style message on behalf of `site`.
 #define TVHW_LOG_AT(site, level, ...) \

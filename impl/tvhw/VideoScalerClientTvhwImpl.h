@@ -56,13 +56,13 @@ public:
     /// the next call tries again.
     bool checkOpen() TVHW_EXCLUDES(sMutex);
 
-private:
     /// Reads the size of the panel; when that fails, leaves it unknown and says nothing.
     void setDisplayPanelSize();
 
     /// Blanks or shows the window of the channel, which must be open.
     void setWinBlank(bool enable);
 
+private:
     static std::mutex sMutex;
     static bool sInit TVHW_GUARDED_BY(sMutex);  ///< The scaler is initialised.
 

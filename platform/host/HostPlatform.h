@@ -51,9 +51,9 @@ KVO_MEDIA_EXPORT void setLogLevel(int level);
 
 /// Makes call number `nth` from now, the next being 1, of `operation` ("TVHW_CRM_ClientInit"; "*"
 /// counts all calls) return `code` instead of its own result. A call that fails in this way does
-/// nothing, except that one that gives something back (Free, Release, Close) gives it back all the
-/// same, since its caller has no second try. Faults add up until they have happened or reset() is
-/// called.
+/// nothing, except that TVHW_CRM_ClientReleaseResource, TVHW_CRM_ClientFree and TVHW_VSC_Close give
+/// back all the same, since their caller has no second try. Faults add up until they have happened
+/// or reset() is called.
 KVO_MEDIA_EXPORT void failCall(std::string operation, int code, std::uint64_t nth = 1);
 
 /// Returns the number of platform calls since the start of the process.
@@ -110,6 +110,7 @@ struct Panel {
 /// Replaces the panel. What the scaler shows on it stays as it is.
 KVO_MEDIA_EXPORT void setPanel(Panel panel);
 
+/// Returns the panel as it is set.
 KVO_MEDIA_EXPORT Panel panel();
 
 /// The scaler's channels count from 0.

@@ -62,6 +62,7 @@ public:
         }
         mState.width = config.width;
         mState.height = config.height;
+        mState.picture.reset();
         return 0;
     }
 
@@ -153,9 +154,10 @@ KVO_MEDIA_EXPORT int TVHW_VO_Open(std::int32_t output, std::int32_t mode) {
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Close(std::int32_t output) {
-    auto const forced = platformCall("TVHW_VO_Close", output);
-    int const result = output == 0 ? output0().close() : kInvalid;
-    return forced.value_or(result);
+    if (auto const forced = platformCall("TVHW_VO_Close", output)) {
+        return *forced;
+    }
+    return output == 0 ? output0().close() : kInvalid;
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Config(std::int32_t output, TVHW_VO_CONFIG_PARAM const* config) {

@@ -81,13 +81,22 @@ ScalerChannel::Window toWindow(TVHW_VSC_WINDOW const& window) {
     return {window.x, window.y, window.w, window.h};
 }
 
+bool isOnPanel(TVHW_VSC_WINDOW const& window) {
+    Panel const current = panel();
+    return window.x + window.w <= current.width && window.y + window.h <= current.height;
+}
+
 int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
              bool inPanelPixels) {
     if (auto const forced =
             platformCall(operation, index, window.x, window.y, window.w, window.h)) {
         return *forced;
     }
+    bool const isPossible = !inPanelPixels || isOnPanel(window);
     return scaler().withChannel(index, [&](ScalerChannel& channel) {
+        if (!isPossible) {
+            return kOutsidePanel;
+        }
         channel.input = toWindow(window);
         channel.inputInPanelPixels = inPanelPixels;
         return 0;
@@ -203,9 +212,9 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WI
                                          window.w, window.h)) {
         return *forced;
     }
-    kvo::host::Panel const panel = kvo::host::panel();
+    bool const isPossible = kvo::host::isOnPanel(window);
     return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (window.x + window.w > panel.width || window.y + window.h > panel.height) {
+        if (!isPossible) {
             return kvo::host::kOutsidePanel;
         }
         state.output = kvo::host::toWindow(window);

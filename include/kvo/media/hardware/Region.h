@@ -13,10 +13,11 @@ struct Region {
     std::uint32_t refWidth = 0;
     std::uint32_t refHeight = 0;
 
-    /// Expresses the rectangle in a space of `width` by `height`. It grows to whole pixels, but an
-    /// edge less than a tenth of a pixel beyond a whole one snaps back to it. Does nothing when
-    /// either space has no width or no height. Defined in the library of the scaler client, for use
-    /// in there.
+    /// Expresses the rectangle in a space of `width` by `height`. A start edge goes down and an end
+    /// edge up to a whole pixel, so that the rectangle grows, but an edge that lies less than a
+    /// tenth of a pixel from a whole one on its inner side goes there. Does nothing when either
+    /// space has no width or no height. Defined in the library of the scaler client, for use in
+    /// there.
     void scale(unsigned int width, unsigned int height);
 };
 
