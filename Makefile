@@ -123,4 +123,4 @@ format-check:
 tidy: build-dir
 	@tools/install-packages build test check
 	@$(call build,clang)
-	@clang-tidy --quiet -p build/clang $(filter impl/%.cpp platform/%.cpp,$(sources))
+	@clang-tidy --quiet -p build/clang $(filter impl/%.cpp platform/%.cpp,$(sources)) 2>build/tidy.log

@@ -69,9 +69,9 @@ Row addedAllocations(std::string const& kind, std::vector<GuardedCall<Plain>> co
         std::size_t const inGuard = heapUseOf([&, &make = call] { make(guarded); }).allocations;
         most = std::max(most, inGuard - std::min(inGuard, allocations));
     }
-    return {kind + " call, most of " + std::to_string(calls.size()),
+    return {kind + " call adds, most of " + std::to_string(calls.size()),
             "the plain wrapper's",
-            "allocations added",
+            "allocations",
             static_cast<double>(most),
             0,
             1};

@@ -233,6 +233,13 @@ TEST_F(DecoderAcquisitionTest, EachFailureKeepsWhatItMustAndIsLogged) {
     }
 }
 
+TEST_F(DecoderAcquisitionTest, WithoutAHandleNothingCanBeRequested) {
+    failCall("TVHW_CRM_ClientInit", 0);  // Succeeds, it says, but opens no client.
+    auto const log = recorded([&] { EXPECT_EQ(configure(), -1); });
+    EXPECT_EQ(only("CRM", log), Lines{"TVHW_CRM_ClientInit(VDC, 0, COOKIE)"});
+    EXPECT_EQ(log.back(), "1 VideoClient acquireResources: acquire resource fail");
+}
+
 TEST_F(DecoderAcquisitionTest, ASecondConfigurationKeepsTheFirstGrantAndItsProcess) {
     EXPECT_EQ(configure(configuration({{"calling-pid", 42}})), 0);
     auto const log = recorded([&] {

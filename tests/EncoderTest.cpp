@@ -132,6 +132,12 @@ TEST_F(EncoderTest, EachFailureKeepsWhatItMustAndIsLogged) {
     }
 }
 
+TEST_F(EncoderTest, WithoutAHandleNothingCanBeRequested) {
+    failCall("TVHW_CRM_ClientInit", 0);  // Succeeds, it says, but opens no client.
+    auto const log = recorded([&] { EXPECT_EQ(configure(), -1); });
+    EXPECT_EQ(log.back(), "1" + kTag + "acquire resource fail");
+}
+
 TEST_F(EncoderTest, CallsAreForwardedThenRefusedAfterAReclaim) {
     configure();
     codec->answer = Status(-7);

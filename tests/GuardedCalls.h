@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
@@ -16,74 +17,70 @@ struct GuardedCall {
     std::function<int(Wrapper&)> call;
 };
 
+template <typename Wrapper, typename Result, typename... Parameters, typename... Arguments>
+GuardedCall<Wrapper> guardedCall(std::string name, Result (Wrapper::*operation)(Parameters...),
+                                 Arguments... arguments) {
+    return {std::move(name), [=](Wrapper& wrapper) mutable {
+                return (wrapper.*operation)(arguments...).status().code();
+            }};
+}
+
 inline auto guardedDecoderCalls() {
     using Decoder = VideoDecoderClientWrapper;
-    static unsigned char const kData[4] = {};
+    static unsigned char data[4] = {};
     return std::vector<GuardedCall<Decoder>>{
-        {"writeInputData",
-         [](Decoder& d) { return d.writeInputData(kData, 4, 0).status().code(); }},
-        {"writeInputFrame",
-         [](Decoder& d) { return d.writeInputFrame(0, 40, kData, 4).status().code(); }},
-        {"writeInputEndOfStream",
-         [](Decoder& d) { return d.writeInputEndOfStream().status().code(); }},
-        {"writeHdrInfo", [](Decoder& d) { return d.writeHdrInfo({}, {}).status().code(); }},
-        {"dequeueOutputBuffer", [](Decoder& d) { return d.dequeueOutputBuffer().status().code(); }},
-        {"releaseOutputBuffer",
-         [](Decoder& d) { return d.releaseOutputBuffer({}).status().code(); }},
-        {"dequeuePixelBuffer", [](Decoder& d) { return d.dequeuePixelBuffer().status().code(); }},
-        {"copyFromPixelBuffer",
-         [](Decoder& d) {
-             PixelInfo pixel;
-             unsigned char byte = 0;
-             return d.copyFromPixelBuffer(&byte, 1, pixel).status().code();
-         }},
-        {"releasePixelBuffer", [](Decoder& d) { return d.releasePixelBuffer({}).status().code(); }},
-        {"queueNativeBuffer",
-         [](Decoder& d) {
-             return d.queueNativeBuffer(std::make_shared<NativeBuffer>()).status().code();
-         }},
-        {"dequeueNativeBuffer", [](Decoder& d) { return d.dequeueNativeBuffer().status().code(); }},
-        {"dequeueRenderEvent", [](Decoder& d) { return d.dequeueRenderEvent().status().code(); }},
-        {"flush", [](Decoder& d) { return d.flush().status().code(); }},
+        guardedCall("writeInputData", &Decoder::writeInputData, data, 4U, 0U),
+        guardedCall("writeInputFrame", &Decoder::writeInputFrame, 0U, 40ULL, data, 4U),
+        guardedCall("writeInputEndOfStream", &Decoder::writeInputEndOfStream),
+        guardedCall("writeHdrInfo", &Decoder::writeHdrInfo, ColorAspect{}, HdrInfo{}),
+        guardedCall("dequeueOutputBuffer", &Decoder::dequeueOutputBuffer),
+        guardedCall("releaseOutputBuffer", &Decoder::releaseOutputBuffer, BufferInfo{}),
+        guardedCall("dequeuePixelBuffer", &Decoder::dequeuePixelBuffer),
+        guardedCall("copyFromPixelBuffer", &Decoder::copyFromPixelBuffer, data, 4U, PixelInfo{}),
+        guardedCall("releasePixelBuffer", &Decoder::releasePixelBuffer, PixelInfo{}),
+        guardedCall("queueNativeBuffer", &Decoder::queueNativeBuffer, nullptr),
+        guardedCall("dequeueNativeBuffer", &Decoder::dequeueNativeBuffer),
+        guardedCall("dequeueRenderEvent", &Decoder::dequeueRenderEvent),
+        guardedCall("flush", &Decoder::flush),
         {"getInputBufferStatus",
-         [](Decoder& d) {
+         [](Decoder& decoder) {
              unsigned int sizes[2];
              bool ready = false;
-             return d.getInputBufferStatus(&sizes[0], &sizes[1], &ready).status().code();
+             return decoder.getInputBufferStatus(&sizes[0], &sizes[1], &ready).status().code();
          }},
-        {"getConfiguration", [](Decoder& d) { return d.getConfiguration().status().code(); }},
+        guardedCall("getConfiguration", &Decoder::getConfiguration),
     };
 }
 
 inline auto guardedEncoderCalls() {
     using Encoder = VideoEncoderClientWrapper;
-    static unsigned char const kData[4] = {};
+    static unsigned char data[4] = {};
     return std::vector<GuardedCall<Encoder>>{
-        {"writeColorAspect", [](Encoder& e) { return e.writeColorAspect({}).status().code(); }},
-        {"writeInputFrame",
-         [](Encoder& e) { return e.writeInputFrame(40, kData, 4).status().code(); }},
-        {"writeInputImage", [](Encoder& e) { return e.writeInputImage(40, {}).status().code(); }},
+        guardedCall("writeColorAspect", &Encoder::writeColorAspect, ColorAspect{}),
+        guardedCall("writeInputFrame", &Encoder::writeInputFrame, 40ULL, data, 4U),
+        guardedCall("writeInputImage", &Encoder::writeInputImage, 40ULL, Image{}),
         {"readOutputFrame",
-         [](Encoder& e) {
+         [](Encoder& encoder) {
              unsigned long long time = 0;
              unsigned char byte = 0;
              unsigned int length = 1;
              PicType type{};
-             return e.readOutputFrame(&time, &byte, &length, &type).status().code();
+             return encoder.readOutputFrame(&time, &byte, &length, &type).status().code();
          }},
-        {"pause", [](Encoder& e) { return e.pause().status().code(); }},
-        {"resume", [](Encoder& e) { return e.resume().status().code(); }},
-        {"flush", [](Encoder& e) { return e.flush().status().code(); }},
-        {"setParameters", [](Encoder& e) { return e.setParameters({}).status().code(); }},
+        guardedCall("pause", &Encoder::pause),
+        guardedCall("resume", &Encoder::resume),
+        guardedCall("flush", &Encoder::flush),
+        guardedCall("setParameters", &Encoder::setParameters, Configuration{}),
         {"getInputBufferStatus",
-         [](Encoder& e) {
+         [](Encoder& encoder) {
              unsigned int counts[2];
              int sizes[3];
-             return e.getInputBufferStatus(&counts[0], &counts[1], &sizes[0], &sizes[1], &sizes[2])
+             return encoder
+                 .getInputBufferStatus(&counts[0], &counts[1], &sizes[0], &sizes[1], &sizes[2])
                  .status()
                  .code();
          }},
-        {"getConfiguration", [](Encoder& e) { return e.getConfiguration().status().code(); }},
+        guardedCall("getConfiguration", &Encoder::getConfiguration),
     };
 }
 

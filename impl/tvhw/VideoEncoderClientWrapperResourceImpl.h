@@ -35,7 +35,8 @@ public:
     void releaseResource();
 
     std::weak_ptr<IVideoEncoderClient> mClient;
-    CodecGrant mGrant;
+    /// What pads the grant where pointers have 64 bits is of use to the next member.
+    [[no_unique_address]] CodecGrant mGrant;
     std::atomic<std::int32_t> mLiveStreaming{0};  ///< Not 0: refuses reclaim.
     ProcessingGuard mGuard;
 
