@@ -34,3 +34,12 @@ inline Lines only(std::string const& part, Lines const& lines) {
     }
     return result;
 }
+
+/// Returns what the library's `function` logged, as level and message.
+inline Lines saidBy(std::string const& function, Lines const& lines) {
+    Lines result;
+    for (auto const& line : only(" " + function + ": ", lines)) {
+        result.push_back(line.substr(0, 2) + line.substr(line.find(": ") + 2));
+    }
+    return result;
+}
