@@ -91,11 +91,12 @@ void printMachine() {
                 benchmark::CPUInfo::Get().num_cpus, load, compiler().c_str());
 }
 
+bool isReached(Row const& row) { return row.measured <= row.least * row.target; }
+
 void print(Rows const& rows) {
     std::printf("%-34s %-32s %8s %8s %-11s %6s %6s\n", "figure", "floor", "measured", "least", "",
                 "ratio", "target");
     for (Row const& row : rows) {
-        bool const isReached = row.measured <= row.least * row.target;
         std::printf("%-34s %-32s %8.1f %8.1f %-11s ", row.figure.c_str(), row.floor.c_str(),
                     row.measured, row.least, row.unit.c_str());
         if (row.least == 0) {
@@ -103,6 +104,6 @@ void print(Rows const& rows) {
         } else {
             std::printf("%6.2f %6.2f", row.measured / row.least, row.target);
         }
-        std::printf(" %s\n", isReached ? "ok" : "missed");
+        std::printf(" %s\n", isReached(row) ? "ok" : "missed");
     }
 }

@@ -29,6 +29,9 @@ void measureEvents(std::string const& name, int events, std::function<double()> 
 /// returns the median times by name, in nanoseconds.
 std::map<std::string, double> runMedians();
 
+/// Says whether a figure reaches its target.
+bool isReached(Row const& row);
+
 /// Prints the machine, and how busy it is, to standard output.
 void printMachine();
 

@@ -1,5 +1,5 @@
 # The platform's own libraries, as targets of the same names, where CMake finds libraries: in
-# CMAKE_SYSROOT, CMAKE_FIND_ROOT_PATH or CMAKE_PREFIX_PATH.
+# CMAKE_LIBRARY_PATH, CMAKE_SYSROOT, CMAKE_FIND_ROOT_PATH or CMAKE_PREFIX_PATH.
 foreach(name kvo_hal_crm kvo_hal_photo kvo_hal_vbe kvo_hal_vsc kvo_media_hw_common kvo_media_utils)
     if(NOT TARGET ${name})
         find_library(${name}_LIBRARY ${name} REQUIRED)

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "host/forwardToClient.h"
+#include "host/ForwardToClient.h"
 
 namespace kvo::media::hardware {
 
