@@ -5,6 +5,7 @@
 #include "FakeCodecs.h"
 #include "GuardedCalls.h"
 #include "Journal.h"
+#include "WrapperTest.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
@@ -16,20 +17,11 @@ using namespace kvo::media::hardware;
 constexpr int kMin = std::numeric_limits<int>::min();
 constexpr int kMax = std::numeric_limits<int>::max();
 
-class BadInputTest : public testing::Test {
+class BadInputTest : public WrapperTest<VideoDecoderClientWrapperResource, FakeDecoder> {
 protected:
-    void TearDown() override {
-        decoder.release();
-        EXPECT_TRUE(kvo::host::crmClients().empty());
-        kvo::host::reset();
-    }
-
     int configure(Configuration const& config) {
-        return decoder.configureReferenceMode(CodecType::AVC, config).status().code();
+        return wrapper->configureReferenceMode(CodecType::AVC, config).status().code();
     }
-
-    std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
-    VideoDecoderClientWrapperResource decoder{codec};
 };
 
 TEST_F(BadInputTest, RequestsAtTheEndsOfTheRangeAreMade) {
@@ -49,7 +41,7 @@ TEST_F(BadInputTest, RequestsAtTheEndsOfTheRangeAreMade) {
         auto const log = recorded([&] { EXPECT_EQ(configure(config), test.status); });
         EXPECT_EQ(only("AcquireResource", log),
                   Lines{"TVHW_CRM_ClientAcquireResource" + test.request});
-        decoder.release();
+        wrapper->release();
     }
 }
 
@@ -62,13 +54,13 @@ TEST_F(BadInputTest, GrantsAtTheEndsOfTheRangePassOn) {
     for (auto const& test : {Case{kMin, -1}, Case{kMax, kMax - 1}}) {
         SCOPED_TRACE(test.value);
         kvo::host::forceGrant({test.value, test.value, test.value, test.value});
-        EXPECT_EQ(decoder.configureTunnelMode(CodecType::AVC, {}).status().code(),
+        EXPECT_EQ(wrapper->configureTunnelMode(CodecType::AVC, {}).status().code(),
                   test.port == -1 ? -1 : 0);
         EXPECT_EQ(configure({}), 0);
         EXPECT_EQ(codec->configured.getInt32(key::kResourceCoreType, -9), 0);
         EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), test.port);
         EXPECT_EQ(codec->configured.getInt32(key::kMaxWidth, -9), test.value);
-        EXPECT_EQ(only("ClearResource", recorded([&] { decoder.release(); })), Lines{});
+        EXPECT_EQ(only("ClearResource", recorded([&] { wrapper->release(); })), Lines{});
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "FakeCodecs.h"
 #include "Journal.h"
+#include "WrapperTest.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 
@@ -10,21 +11,11 @@ namespace {
 using namespace kvo::media::hardware;
 using kvo::host::failCall;
 
-class DecoderAcquisitionTest : public testing::Test {
+class DecoderAcquisitionTest : public WrapperTest<VideoDecoderClientWrapperResource, FakeDecoder> {
 protected:
-    void TearDown() override {
-        decoder.reset();
-        EXPECT_TRUE(kvo::host::crmClients().empty());
-        kvo::host::reset();
-    }
-
     int configure(Configuration const& config = {}, CodecType type = CodecType::AVC) {
-        return decoder->configureReferenceMode(type, config).status().code();
+        return wrapper->configureReferenceMode(type, config).status().code();
     }
-
-    std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
-    std::unique_ptr<VideoDecoderClientWrapperResource> decoder =
-        std::make_unique<VideoDecoderClientWrapperResource>(codec);
 };
 
 Configuration configuration(std::map<std::string, int> const& entries) {
@@ -67,7 +58,7 @@ TEST_F(DecoderAcquisitionTest, SizesAreRaisedToWhatTheStreamMayNeed) {
         auto const log = recorded([&] { configure(configuration(test.config)); });
         EXPECT_EQ(only("AcquireResource(", log),
                   Lines{"TVHW_CRM_ClientAcquireResource(ID, 1, " + test.requested + ", 0, 0, 0)"});
-        decoder->release();
+        wrapper->release();
     }
 }
 
@@ -93,7 +84,7 @@ TEST_F(DecoderAcquisitionTest, TheCodecTypeChoosesTheMimeType) {
         auto const log = recorded(
             [&] { EXPECT_EQ(configure({}, static_cast<CodecType>(type)), mime.empty() ? -1 : 0); });
         EXPECT_EQ(only("FromMIME", log), Lines{"TVHW_CRM_CodecTypeFromMIME(" + mime + ")"});
-        decoder->release();
+        wrapper->release();
     }
 }
 
@@ -117,7 +108,7 @@ TEST_F(DecoderAcquisitionTest, ThePolicyDecidesWhetherACoreMayBeTaken) {
         });
         EXPECT_EQ(only("allowsForcedAcquire", log), test.asked);
         EXPECT_EQ(only(test.call, log).size(), 1U);
-        decoder->release();
+        wrapper->release();
     }
 }
 
@@ -151,7 +142,7 @@ TEST_F(DecoderAcquisitionTest, CoreTypesAndPortsAreRenumbered) {
         EXPECT_EQ(codec->configured.getInt32(key::kMaxHeight, -9), 222);
         EXPECT_EQ(codec->configured.getInt32(key::kResourceId, -9),
                   kvo::host::crmClients().back().uniqueId);
-        decoder->release();
+        wrapper->release();
     }
 }
 
@@ -192,7 +183,7 @@ TEST_F(DecoderAcquisitionTest, EachFailureKeepsWhatItMustAndIsLogged) {
                       Lines{"2 Already acquired resource mCoreType=801"});
         }
         EXPECT_EQ(kvo::host::crmClients().size(), 1U) << "the earlier client is closed";
-        decoder->release();
+        wrapper->release();
         EXPECT_TRUE(kvo::host::crmClients().empty());
     }
 }
@@ -211,12 +202,12 @@ TEST_F(DecoderAcquisitionTest, ASecondConfigurationKeepsTheFirstGrantAndItsProce
     });
     EXPECT_EQ(log, (Lines{"2 VideoClient acquireResources: Already acquired resource mCoreType=801",
                           "codec.configureReferenceMode"}));
-    EXPECT_EQ(decoder->dequeueOutputBuffer().value().callingPid, 42);
+    EXPECT_EQ(wrapper->dequeueOutputBuffer().value().callingPid, 42);
 }
 
 TEST_F(DecoderAcquisitionTest, TunnelModeAsksForAPortOnce) {
     auto const tunnel = [&] {
-        return decoder->configureTunnelMode(CodecType::AVC, {}).status().code();
+        return wrapper->configureTunnelMode(CodecType::AVC, {}).status().code();
     };
     EXPECT_EQ(tunnel(), 0);
     EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), 0);
@@ -226,13 +217,13 @@ TEST_F(DecoderAcquisitionTest, TunnelModeAsksForAPortOnce) {
               Lines{"2 VideoClient acquireDisplayResources: Already acquired display resource "
                     "mVdoPort=0"});
     EXPECT_EQ(only("TVHW_CRM", again), Lines{});
-    decoder->release();
+    wrapper->release();
 
     failCall("TVHW_CRM_ClientGetResource", -5, 4);
     auto const unreadable = recorded([&] { EXPECT_EQ(tunnel(), 0) << "grant not readable"; });
     EXPECT_EQ(only(" acquireDisplayResources", unreadable), Lines{});
     EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), -1);
-    decoder->release();
+    wrapper->release();
 
     failCall("TVHW_CRM_ClientAcquireResource", -5, 2);
     auto const refused = recorded([&] { EXPECT_EQ(tunnel(), -1); });
@@ -244,7 +235,7 @@ TEST_F(DecoderAcquisitionTest, TunnelModeAsksForAPortOnce) {
 
 TEST_F(DecoderAcquisitionTest, PixelModeClearsBothPortsOrKeepsTheCoreAndFails) {
     auto const pixel = [&] {
-        return decoder->configurePixelMode(CodecType::AVC, {}).status().code();
+        return wrapper->configurePixelMode(CodecType::AVC, {}).status().code();
     };
     auto const log = recorded([&] { EXPECT_EQ(pixel(), 0); });
     Lines const end{"2 VideoClient clearDisplayResources: clear display resource all 1, port -1",
@@ -279,19 +270,19 @@ TEST_F(DecoderAcquisitionTest, ThePropertyClearsABorrowedPortOnly) {
         SCOPED_TRACE(test.shownPort);
         kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", test.property);
         if (test.ownPort) {
-            decoder->configureTunnelMode(CodecType::AVC, {});
+            wrapper->configureTunnelMode(CodecType::AVC, {});
         } else {
             configure();
         }
         BufferInfo buffer;
         buffer.videoPort = test.shownPort;
-        decoder->releaseOutputBuffer(buffer);
-        EXPECT_EQ(decoder->dequeueOutputBuffer().value().videoPort, test.port);
-        auto const log = recorded([&] { decoder->release(); });
+        wrapper->releaseOutputBuffer(buffer);
+        EXPECT_EQ(wrapper->dequeueOutputBuffer().value().videoPort, test.port);
+        auto const log = recorded([&] { wrapper->release(); });
         EXPECT_EQ(Lines(log.begin() + 2, log.end() - 2), test.cleared);
         EXPECT_EQ(log[1], "getIntProperty(ro.vendor.kvo.omx.clear_display, 0)");
     }
-    EXPECT_EQ(only("getIntProperty", recorded([&] { decoder->release(); })), Lines{});
+    EXPECT_EQ(only("getIntProperty", recorded([&] { wrapper->release(); })), Lines{});
 }
 
 }  // namespace

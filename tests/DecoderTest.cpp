@@ -5,6 +5,7 @@
 #include "FakeCodecs.h"
 #include "GuardedCalls.h"
 #include "Journal.h"
+#include "WrapperTest.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 
@@ -12,22 +13,7 @@ namespace {
 
 using namespace kvo::media::hardware;
 
-class DecoderTest : public testing::Test {
-protected:
-    void TearDown() override {
-        decoder.reset();
-        EXPECT_TRUE(kvo::host::crmClients().empty());
-        kvo::host::reset();
-    }
-
-    void reclaim() {
-        EXPECT_EQ(kvo::host::reclaim(kvo::host::crmClients().back().uniqueId).get(), 1);
-    }
-
-    std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
-    std::unique_ptr<VideoDecoderClientWrapperResource> decoder =
-        std::make_unique<VideoDecoderClientWrapperResource>(codec);
-};
+using DecoderTest = WrapperTest<VideoDecoderClientWrapperResource, FakeDecoder>;
 
 TEST_F(DecoderTest, AWholeLifeMakesTheseCallsInThisOrder) {
     Configuration config;
@@ -36,9 +22,9 @@ TEST_F(DecoderTest, AWholeLifeMakesTheseCallsInThisOrder) {
     config.setInt32(key::kFrameRate, 25);
     config.setInt32(key::kCallingPid, 42);
     auto const log = recorded([&] {
-        EXPECT_EQ(decoder->configureTunnelMode(CodecType::AVC, config).status().code(), 0);
-        EXPECT_EQ(decoder->release().status().code(), 0);
-        decoder.reset();
+        EXPECT_EQ(wrapper->configureTunnelMode(CodecType::AVC, config).status().code(), 0);
+        EXPECT_EQ(wrapper->release().status().code(), 0);
+        wrapper.reset();
     });
     EXPECT_EQ(
         log,
@@ -84,7 +70,7 @@ TEST_F(DecoderTest, ConfigureHandsOnACopyWithTheGrantInIt) {
         config.setInt32(key::kResourceCoreType, 7);
         config.setInt64("mine", 0x1'0000'0001);
         codec->answer = Status(-7);
-        EXPECT_EQ((decoder.get()->*configure)(CodecType::VP9, config).status().code(), -7);
+        EXPECT_EQ((wrapper.get()->*configure)(CodecType::VP9, config).status().code(), -7);
         EXPECT_EQ(codec->configuredType, CodecType::VP9);
         EXPECT_EQ(codec->configured.getInt32(key::kResourceCoreType, -9), 801);
         EXPECT_EQ(codec->configured.getInt64("mine", 0), 0x1'0000'0001);
@@ -93,14 +79,14 @@ TEST_F(DecoderTest, ConfigureHandsOnACopyWithTheGrantInIt) {
         EXPECT_EQ(codec->configured.getInt32(key::kResourceId, 0) == 0, again);
         EXPECT_EQ(config.size(), 2U);
         EXPECT_EQ(config.getInt32(key::kResourceCoreType, 0), 7);
-        decoder->release();
+        wrapper->release();
     }
 }
 
 TEST_F(DecoderTest, ReconfigureGivesTheCoreBackAndTakesAnother) {
-    decoder->configureReferenceMode(CodecType::AVC, {});
+    wrapper->configureReferenceMode(CodecType::AVC, {});
     int const first = kvo::host::crmClients().back().uniqueId;
-    auto const log = recorded([&] { decoder->reconfigureOutputBuffer(CodecType::HEVC, {}); });
+    auto const log = recorded([&] { wrapper->reconfigureOutputBuffer(CodecType::HEVC, {}); });
     EXPECT_EQ(only("TVHW_CRM", log)[1], "TVHW_CRM_ClientFree(ID)");
     EXPECT_EQ(only("TVHW_CRM", log)[2], "TVHW_CRM_ClientInit(VDC, 0, COOKIE)");
     EXPECT_EQ(log.back(), "codec.reconfigureOutputBuffer");
@@ -108,19 +94,19 @@ TEST_F(DecoderTest, ReconfigureGivesTheCoreBackAndTakesAnother) {
 
     kvo::host::failCall("TVHW_CRM_ClientInit", -5);
     auto const failed = recorded([&] {
-        EXPECT_EQ(decoder->reconfigureOutputBuffer(CodecType::AVC, {}).status().code(), -1);
+        EXPECT_EQ(wrapper->reconfigureOutputBuffer(CodecType::AVC, {}).status().code(), -1);
     });
     EXPECT_EQ(only("codec.", failed), Lines{});
-    EXPECT_EQ(decoder->flush().status().code(), 0) << "the guard was left";
+    EXPECT_EQ(wrapper->flush().status().code(), 0) << "the guard was left";
 }
 
 TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
     Configuration config;
     config.setInt32(key::kCallingPid, 42);
-    decoder->configureTunnelMode(CodecType::AVC, config);
+    wrapper->configureTunnelMode(CodecType::AVC, config);
     codec->buffer = {3, 640, 480, 0, 40, 77, 78, 79};
     codec->answer = Status(5);
-    auto const result = decoder->dequeueOutputBuffer();
+    auto const result = wrapper->dequeueOutputBuffer();
     EXPECT_EQ(result.status().code(), 0);
     EXPECT_EQ(result.value().bufferId, 3);
     EXPECT_EQ(result.value().timestampUs, 40U);
@@ -129,7 +115,7 @@ TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
     EXPECT_EQ(result.value().callingPid, 42);
 
     codec->answer = Status(-5);
-    auto const failed = decoder->dequeueOutputBuffer();
+    auto const failed = wrapper->dequeueOutputBuffer();
     EXPECT_EQ(failed.status().code(), -5);
     EXPECT_EQ(failed.value().bufferId, 0);
     EXPECT_EQ(failed.value().callingPid, -1);
@@ -138,80 +124,81 @@ TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
 TEST_F(DecoderTest, EveryCallIsForwardedAndItsStatusReturned) {
     codec->answer = Status(-7);
     for (auto const& guarded : guardedDecoderCalls()) {
-        auto const log = recorded([&] { EXPECT_EQ(guarded.call(*decoder), -7) << guarded.name; });
+        auto const log = recorded([&] { EXPECT_EQ(guarded.call(*wrapper), -7) << guarded.name; });
         EXPECT_EQ(log, Lines{"codec." + guarded.name});
     }
     codec->answer = status::kSuccess;
-    EXPECT_EQ(decoder->dequeueRenderEvent().value().renderTimeNs, 41U);
-    EXPECT_EQ(decoder->dequeuePixelBuffer().value().planes.size(), 3U);
-    EXPECT_NE(decoder->dequeueNativeBuffer().value(), nullptr);
+    EXPECT_EQ(wrapper->dequeueRenderEvent().value().renderTimeNs, 41U);
+    EXPECT_EQ(wrapper->dequeuePixelBuffer().value().planes.size(), 3U);
+    EXPECT_NE(wrapper->dequeueNativeBuffer().value(), nullptr);
 }
 
 TEST_F(DecoderTest, AReclaimedDecoderRefusesEveryCallAndTouchesNothing) {
     Configuration config;
     config.setInt32(key::kCallingPid, 42);
-    decoder->configurePixelMode(CodecType::AVC, config);
-    EXPECT_EQ(recorded([&] { reclaim(); }),
+    wrapper->configurePixelMode(CodecType::AVC, config);
+    EXPECT_EQ(recorded([&] { reclaimNewest().wait(); }),
               (Lines{"2 VideoClient reclaim: reclaim: start, calling-pid=42", "codec.release",
                      "onProcessReclaimed(42)", "2 VideoClient reclaim: reclaim: end"}));
     for (auto const& guarded : guardedDecoderCalls()) {
         auto const log = recorded([&] {
-            EXPECT_EQ(guarded.call(*decoder), guarded.name == "flush" ? 0 : -19) << guarded.name;
+            EXPECT_EQ(guarded.call(*wrapper), guarded.name == "flush" ? 0 : -19) << guarded.name;
         });
         EXPECT_EQ(log, Lines{}) << guarded.name;
     }
     unsigned int freeBytes = 8;
     unsigned int totalBytes = 9;
     bool ready = false;
-    decoder->getInputBufferStatus(&freeBytes, &totalBytes, &ready);
+    wrapper->getInputBufferStatus(&freeBytes, &totalBytes, &ready);
     EXPECT_EQ(freeBytes + totalBytes, 17U);
     EXPECT_FALSE(ready);
-    EXPECT_EQ(decoder->dequeueOutputBuffer().value().callingPid, -1);
-    EXPECT_EQ(decoder->dequeueNativeBuffer().value(), nullptr);
-    EXPECT_EQ(decoder->getConfiguration().value().size(), 0U);
+    EXPECT_EQ(wrapper->dequeueOutputBuffer().value().callingPid, -1);
+    EXPECT_EQ(wrapper->dequeueNativeBuffer().value(), nullptr);
+    EXPECT_EQ(wrapper->getConfiguration().value().size(), 0U);
 
     // Configuring runs its steps up to the guard; the core is still on record.
     EXPECT_EQ(recorded([&] {
-                  EXPECT_EQ(decoder->configurePixelMode(CodecType::AVC, {}).status().code(), -19);
+                  EXPECT_EQ(wrapper->configurePixelMode(CodecType::AVC, {}).status().code(), -19);
               }),
               (Lines{"2 VideoClient acquireResources: Already acquired resource mCoreType=801",
                      "2 VideoClient clearDisplayResources: clear display resource all 1, port -1",
                      "TVHW_CRM_ClientClearResource(ID, 3)"}));
     EXPECT_EQ(recorded([&] {
-                  EXPECT_EQ(decoder->reconfigureOutputBuffer(CodecType::AVC, {}).status().code(),
+                  EXPECT_EQ(wrapper->reconfigureOutputBuffer(CodecType::AVC, {}).status().code(),
                             -19);
               }),
               Lines{});
-    EXPECT_EQ(recorded([&] { EXPECT_EQ(decoder->pause().status().code(), 0); }),
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(wrapper->pause().status().code(), 0); }),
               Lines{"codec.pause"})
         << "not guarded";
 
-    EXPECT_EQ(recorded([&] { EXPECT_EQ(decoder->release().status().code(), 0); }),
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(wrapper->release().status().code(), 0); }),
               Lines{"onReclaimedClientReleased(42)"});
-    EXPECT_EQ(recorded([&] { decoder.reset(); }),
+    EXPECT_EQ(recorded([&] { wrapper.reset(); }),
               (Lines{"onReclaimedClientReleased(42)", "TVHW_CRM_ClientReleaseResource(ID)",
                      "TVHW_CRM_ClientFree(ID)"}));
 }
 
 TEST_F(DecoderTest, AReclaimWithoutAProcessTellsThePlatformNothing) {
-    decoder->configureReferenceMode(CodecType::AVC, {});
-    EXPECT_EQ(recorded([&] { reclaim(); }),
+    wrapper->configureReferenceMode(CodecType::AVC, {});
+    EXPECT_EQ(recorded([&] { reclaimNewest().wait(); }),
               (Lines{"2 VideoClient reclaim: reclaim: start, calling-pid=0", "codec.release",
                      "2 VideoClient reclaim: reclaim: end"}));
-    EXPECT_EQ(recorded([&] { decoder->release(); }), Lines{});
+    EXPECT_EQ(recorded([&] { wrapper->release(); }), Lines{});
 }
 
 TEST_F(DecoderTest, ACodecThatThrowsLeavesTheGuard) {
-    decoder->configureReferenceMode(CodecType::AVC, {});
+    wrapper->configureReferenceMode(CodecType::AVC, {});
     codec->onCall = [](std::string const& operation) {
         if (operation != "release") {
             throw std::runtime_error(operation);
         }
     };
     for (auto const& guarded : guardedDecoderCalls()) {
-        EXPECT_THROW(guarded.call(*decoder), std::runtime_error) << guarded.name;
+        EXPECT_THROW(guarded.call(*wrapper), std::runtime_error) << guarded.name;
     }
-    EXPECT_EQ(only("timeout", recorded([&] { reclaim(); })), Lines{}) << "no call is left inside";
+    EXPECT_EQ(only("timeout", recorded([&] { reclaimNewest().wait(); })), Lines{})
+        << "no call is left inside";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "FakeCodecs.h"
 #include "GuardedCalls.h"
 #include "Journal.h"
+#include "WrapperTest.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
 
@@ -11,29 +12,17 @@ namespace {
 using namespace kvo::media::hardware;
 using kvo::host::failCall;
 
-class EncoderTest : public testing::Test {
+class EncoderTest : public WrapperTest<VideoEncoderClientWrapperResource, FakeEncoder> {
 protected:
-    void TearDown() override {
-        encoder.reset();
-        EXPECT_TRUE(kvo::host::crmClients().empty());
-        kvo::host::reset();
-    }
-
     int configure(CodecType type = CodecType::AVC, int useDmaBuffer = 0) {
         Configuration config;
         config.setInt32(key::kOutFormat, static_cast<int>(type));
         config.setInt32(key::kUseDmaBuffer, useDmaBuffer);
         config.setInt32(key::kCoreType, 9);
-        int const result = encoder->configure(config).status().code();
+        int const result = wrapper->configure(config).status().code();
         EXPECT_EQ(config.getInt32(key::kCoreType, 0), 9) << "the caller's own";
         return result;
     }
-
-    int reclaim() { return kvo::host::reclaim(kvo::host::crmClients().back().uniqueId).get(); }
-
-    std::shared_ptr<FakeEncoder> codec = std::make_shared<FakeEncoder>();
-    std::unique_ptr<VideoEncoderClientWrapperResource> encoder =
-        std::make_unique<VideoEncoderClientWrapperResource>(codec);
 };
 
 std::string const kTag = " VideoEncClient acquireResources: ";
@@ -45,10 +34,10 @@ TEST_F(EncoderTest, AWholeLifeMakesTheseCallsInThisOrder) {
     config.setInt32(key::kHeight, 48);
     config.setInt32(key::kFrameRate, 25);
     auto const log = recorded([&] {
-        EXPECT_EQ(encoder->configure(config).status().code(), 0);
-        EXPECT_EQ(encoder->configure(config).status().code(), 0);
-        EXPECT_EQ(encoder->release().status().code(), 0);
-        encoder.reset();
+        EXPECT_EQ(wrapper->configure(config).status().code(), 0);
+        EXPECT_EQ(wrapper->configure(config).status().code(), 0);
+        EXPECT_EQ(wrapper->release().status().code(), 0);
+        wrapper.reset();
     });
     EXPECT_EQ(log,
               (Lines{"TVHW_CRM_ClientInit(VDC, 0, COOKIE)",
@@ -95,7 +84,7 @@ TEST_F(EncoderTest, TheOutputFormatChoosesTheMimeTypeAndTheCoreIsNamed) {
         lines.erase(lines.end() - 2);  // The id.
         EXPECT_EQ(lines, test.log);
         EXPECT_EQ(codec->configured.getInt32(key::kCoreType, -9), test.coreType);
-        encoder->release();
+        wrapper->release();
     }
     for (int const unknown : {0, 2, 10, 12, -1}) {
         auto const log =
@@ -130,7 +119,7 @@ TEST_F(EncoderTest, EachFailureKeepsWhatItMustAndIsLogged) {
         auto const next = recorded([&] { EXPECT_EQ(configure(), 0); });
         EXPECT_EQ(only("ClientAcquireResource", next).size(), test.nextRequests);
         EXPECT_EQ(kvo::host::crmClients().size(), 1U);
-        encoder->release();
+        wrapper->release();
     }
 }
 
@@ -144,34 +133,34 @@ TEST_F(EncoderTest, CallsAreForwardedThenRefusedAfterAReclaim) {
     configure();
     codec->answer = Status(-7);
     for (auto const& guarded : guardedEncoderCalls()) {
-        auto const log = recorded([&] { EXPECT_EQ(guarded.call(*encoder), -7) << guarded.name; });
+        auto const log = recorded([&] { EXPECT_EQ(guarded.call(*wrapper), -7) << guarded.name; });
         EXPECT_EQ(log, Lines{"codec." + guarded.name});
     }
-    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaim(), 1); }),
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaimNewest().get(), 1); }),
               (Lines{"2 VideoEncClient reclaim: reclaim: start", "codec.release",
                      "2 VideoEncClient reclaim: reclaim: end"}));
     auto const after = recorded([&] {
         for (auto const& guarded : guardedEncoderCalls()) {
             bool const isQuiet =
                 guarded.name == "pause" || guarded.name == "resume" || guarded.name == "flush";
-            EXPECT_EQ(guarded.call(*encoder), isQuiet ? 0 : -19) << guarded.name;
+            EXPECT_EQ(guarded.call(*wrapper), isQuiet ? 0 : -19) << guarded.name;
         }
         unsigned long long time = 9;
         unsigned int length = 9;
         unsigned char byte = 9;
         PicType type = PicType::B;
-        EXPECT_EQ(encoder->readOutputFrame(&time, &byte, &length, &type).value(), 0);
+        EXPECT_EQ(wrapper->readOutputFrame(&time, &byte, &length, &type).value(), 0);
         EXPECT_EQ(time + length + byte, 27U);
         EXPECT_EQ(type, PicType::B);
-        EXPECT_EQ(encoder->release().status().code(), 0);
+        EXPECT_EQ(wrapper->release().status().code(), 0);
     });
     EXPECT_EQ(after, Lines{});
     EXPECT_EQ(recorded([&] { EXPECT_EQ(configure(), -19); }),
               Lines{"2" + kTag + "Already acquired resource mCoreType=801"});
-    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaim(), 1); }),
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(reclaimNewest().get(), 1); }),
               (Lines{"2 VideoEncClient reclaim: reclaim: start",
                      "2 VideoEncClient reclaim: reclaim: end"}));
-    EXPECT_EQ(recorded([&] { encoder.reset(); }),
+    EXPECT_EQ(recorded([&] { wrapper.reset(); }),
               (Lines{"TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_ClientFree(ID)"}));
 }
 
@@ -186,11 +175,11 @@ TEST_F(EncoderTest, ALiveStreamingEncoderKeepsItsCoreAndTheNewcomerIsRefused) {
               Lines{"1 VideoEncClient reclaim: live streaming, reject reclaim"});
     EXPECT_EQ(codec->releases, 0);
     EXPECT_EQ(kvo::host::crmClients().front().core, 2);
-    EXPECT_EQ(encoder->setParameters({}).status().code(), 0);
+    EXPECT_EQ(wrapper->setParameters({}).status().code(), 0);
 
-    encoder->release();
+    wrapper->release();
     EXPECT_EQ(configure(CodecType::AVC, 0), 0);
-    EXPECT_EQ(reclaim(), 1) << "a new acquisition decides anew";
+    EXPECT_EQ(reclaimNewest().get(), 1) << "a new acquisition decides anew";
 }
 
 }  // namespace

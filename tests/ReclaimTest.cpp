@@ -6,6 +6,7 @@
 #include "FakeCodecs.h"
 #include "GuardedCalls.h"
 #include "Journal.h"
+#include "WrapperTest.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
@@ -13,10 +14,6 @@
 namespace {
 
 using namespace kvo::media::hardware;
-
-std::future<int> reclaimNewest() {
-    return kvo::host::reclaim(kvo::host::crmClients().back().uniqueId);
-}
 
 struct Decoder {
     using Fake = FakeDecoder;
@@ -45,26 +42,15 @@ struct Encoder {
 };
 
 template <typename Codec>
-class ReclaimTest : public testing::Test {
+class ReclaimTest : public WrapperTest<typename Codec::Wrapper, typename Codec::Fake> {
 protected:
-    using Fake = typename Codec::Fake;
-    using Wrapper = typename Codec::Wrapper;
-
     void SetUp() override { start(); }
-    void TearDown() override {
-        wrapper.reset();
-        EXPECT_TRUE(kvo::host::crmClients().empty());
-        kvo::host::reset();
-    }
 
     void start() {
-        fake = std::make_shared<Fake>();
-        wrapper = std::make_unique<Wrapper>(fake);
-        ASSERT_EQ(Codec::configure(*wrapper), 0);
+        this->codec = std::make_shared<typename Codec::Fake>();
+        this->wrapper = std::make_unique<typename Codec::Wrapper>(this->codec);
+        ASSERT_EQ(Codec::configure(*this->wrapper), 0);
     }
-
-    std::shared_ptr<Fake> fake;
-    std::unique_ptr<Wrapper> wrapper;
 };
 using Codecs = testing::Types<Decoder, Encoder>;
 TYPED_TEST_SUITE(ReclaimTest, Codecs, );
@@ -78,38 +64,38 @@ TYPED_TEST(ReclaimTest, EveryCallInFlightHoldsTheReclaimOff) {
     for (auto const& guarded : calls) {
         SCOPED_TRACE(guarded.name);
         std::future<int> answer;
-        this->fake->onCall = [&](std::string const& operation) {
+        this->codec->onCall = [&](std::string const& operation) {
             if (operation == "release") {
                 return;
             }
-            this->fake->onCall = nullptr;
-            answer = reclaimNewest();
+            this->codec->onCall = nullptr;
+            answer = this->reclaimNewest();
             while (!TypeParam::isRefused(*this->wrapper)) {
                 std::this_thread::yield();
             }
-            EXPECT_EQ(this->fake->releases, 0) << "released under its caller";
+            EXPECT_EQ(this->codec->releases, 0) << "released under its caller";
         };
         EXPECT_EQ(guarded.call(*this->wrapper), 0);
         EXPECT_EQ(answer.get(), 1);
-        EXPECT_EQ(this->fake->releases, 1);
+        EXPECT_EQ(this->codec->releases, 1);
         this->start();
     }
 }
 
 TYPED_TEST(ReclaimTest, ASecondReclaimDoesNothing) {
-    EXPECT_EQ(reclaimNewest().get(), 1);
-    auto const log = recorded([&] { EXPECT_EQ(reclaimNewest().get(), 1); });
+    EXPECT_EQ(this->reclaimNewest().get(), 1);
+    auto const log = recorded([&] { EXPECT_EQ(this->reclaimNewest().get(), 1); });
     EXPECT_EQ(only("reclaim: end", log).size(), 1U);
     EXPECT_EQ(log.size(), 2U);
-    EXPECT_EQ(this->fake->releases, 1);
+    EXPECT_EQ(this->codec->releases, 1);
 }
 
 TYPED_TEST(ReclaimTest, WithoutAClientTheGuardClosesButReleaseGivesTheCoreBack) {
     this->wrapper = std::make_unique<typename TypeParam::Wrapper>(nullptr);
     EXPECT_EQ(TypeParam::configure(*this->wrapper), -22);
     ASSERT_EQ(kvo::host::crmClients().size(), 1U);
-    EXPECT_EQ(reclaimNewest().get(), 1);
-    EXPECT_EQ(reclaimNewest().get(), 1) << "still reclaiming, waits anew";
+    EXPECT_EQ(this->reclaimNewest().get(), 1);
+    EXPECT_EQ(this->reclaimNewest().get(), 1) << "still reclaiming, waits anew";
     EXPECT_TRUE(TypeParam::isRefused(*this->wrapper));
     EXPECT_EQ(this->wrapper->release().status().code(), -22);
     EXPECT_TRUE(kvo::host::crmClients().empty());
@@ -119,20 +105,20 @@ TYPED_TEST(ReclaimTest, WithoutAClientTheGuardClosesButReleaseGivesTheCoreBack) 
 TYPED_TEST(ReclaimTest, AnOwnerMayDieWhileItsCodecIsBeingReclaimed) {
     std::promise<void> inRelease;
     std::promise<void> destroyed;
-    this->fake->onCall = [&, first = true](std::string const&) mutable {
+    this->codec->onCall = [&, first = true](std::string const&) mutable {
         if (std::exchange(first, false)) {
             inRelease.set_value();
             destroyed.get_future().wait();
         }
     };
-    auto answer = reclaimNewest();
+    auto answer = this->reclaimNewest();
     inRelease.get_future().wait();
     this->wrapper.reset();
     EXPECT_TRUE(kvo::host::crmClients().empty());
-    EXPECT_EQ(this->fake->releases, 2);
+    EXPECT_EQ(this->codec->releases, 2);
     destroyed.set_value();
     EXPECT_EQ(answer.get(), 1);
-    EXPECT_EQ(this->fake.use_count(), 1) << "the reclaim let go of the client";
+    EXPECT_EQ(this->codec.use_count(), 1) << "the reclaim let go of the client";
 }
 
 TYPED_TEST(ReclaimTest, ReclaimsHitACodecThatFourThreadsUse) {
@@ -140,7 +126,7 @@ TYPED_TEST(ReclaimTest, ReclaimsHitACodecThatFourThreadsUse) {
         std::atomic<bool> released{false};
         std::atomic<int> lateCalls{0};
         std::atomic<int> started{0};
-        this->fake->onCall = [&](std::string const& operation) {
+        this->codec->onCall = [&](std::string const& operation) {
             if (operation == "release") {
                 released = true;
             } else if (released) {
@@ -164,7 +150,7 @@ TYPED_TEST(ReclaimTest, ReclaimsHitACodecThatFourThreadsUse) {
         while (started < 4) {
             std::this_thread::yield();
         }
-        EXPECT_EQ(reclaimNewest().get(), 1);
+        EXPECT_EQ(this->reclaimNewest().get(), 1);
         for (auto& thread : threads) {
             thread.join();
         }
@@ -181,6 +167,7 @@ TEST(ReclaimTimeout, ACallThatStaysForThreeSecondsIsOverrun) {
     ASSERT_EQ(Decoder::configure(decoder), 0);
     auto const decoderId = kvo::host::crmClients().back().uniqueId;
     ASSERT_EQ(Encoder::configure(encoder), 0);
+    auto const encoderId = kvo::host::crmClients().back().uniqueId;
 
     std::promise<void> wedged;
     auto const freed = wedged.get_future().share();
@@ -204,7 +191,7 @@ TEST(ReclaimTimeout, ACallThatStaysForThreeSecondsIsOverrun) {
     kvo::host::startJournal();
     auto const begin = std::chrono::steady_clock::now();
     auto decoderAnswer = kvo::host::reclaim(decoderId);
-    EXPECT_EQ(reclaimNewest().get(), 1);
+    EXPECT_EQ(kvo::host::reclaim(encoderId).get(), 1);
     EXPECT_EQ(decoderAnswer.get(), 1);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
     std::map<std::string, std::string> timeouts;
