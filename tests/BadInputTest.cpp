@@ -45,25 +45,6 @@ TEST_F(BadInputTest, RequestsAtTheEndsOfTheRangeAreMade) {
     }
 }
 
-TEST_F(BadInputTest, GrantsAtTheEndsOfTheRangePassOn) {
-    kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", 1);
-    struct Case {
-        int value;  ///< Of everything granted.
-        int port;   ///< That the codec learns.
-    };
-    for (auto const& test : {Case{kMin, -1}, Case{kMax, kMax - 1}}) {
-        SCOPED_TRACE(test.value);
-        kvo::host::forceGrant({test.value, test.value, test.value, test.value});
-        EXPECT_EQ(wrapper->configureTunnelMode(CodecType::AVC, {}).status().code(),
-                  test.port == -1 ? -1 : 0);
-        EXPECT_EQ(configure({}), 0);
-        EXPECT_EQ(codec->configured.getInt32(key::kResourceCoreType, -9), 0);
-        EXPECT_EQ(codec->configured.getInt32(key::kVideoPort, -9), test.port);
-        EXPECT_EQ(codec->configured.getInt32(key::kMaxWidth, -9), test.value);
-        EXPECT_EQ(only("ClearResource", recorded([&] { wrapper->release(); })), Lines{});
-    }
-}
-
 TEST_F(BadInputTest, ALargeConfigurationPassesWhole) {
     Configuration config;
     std::string const longKey(100000, 'k');

@@ -16,11 +16,8 @@ using namespace kvo::media::hardware;
 using DecoderTest = WrapperTest<VideoDecoderClientWrapperResource, FakeDecoder>;
 
 TEST_F(DecoderTest, AWholeLifeMakesTheseCallsInThisOrder) {
-    Configuration config;
-    config.setInt32(key::kWidth, 640);
-    config.setInt32(key::kHeight, 480);
-    config.setInt32(key::kFrameRate, 25);
-    config.setInt32(key::kCallingPid, 42);
+    auto const config =
+        configuration({{"width", 640}, {"height", 480}, {"framerate", 25}, {"calling-pid", 42}});
     auto const log = recorded([&] {
         EXPECT_EQ(wrapper->configureTunnelMode(CodecType::AVC, config).status().code(), 0);
         EXPECT_EQ(wrapper->release().status().code(), 0);
@@ -101,9 +98,7 @@ TEST_F(DecoderTest, ReconfigureGivesTheCoreBackAndTakesAnother) {
 }
 
 TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
-    Configuration config;
-    config.setInt32(key::kCallingPid, 42);
-    wrapper->configureTunnelMode(CodecType::AVC, config);
+    wrapper->configureTunnelMode(CodecType::AVC, configuration({{"calling-pid", 42}}));
     codec->buffer = {3, 640, 480, 0, 40, 77, 78, 79};
     codec->answer = Status(5);
     auto const result = wrapper->dequeueOutputBuffer();
@@ -134,9 +129,7 @@ TEST_F(DecoderTest, EveryCallIsForwardedAndItsStatusReturned) {
 }
 
 TEST_F(DecoderTest, AReclaimedDecoderRefusesEveryCallAndTouchesNothing) {
-    Configuration config;
-    config.setInt32(key::kCallingPid, 42);
-    wrapper->configurePixelMode(CodecType::AVC, config);
+    wrapper->configurePixelMode(CodecType::AVC, configuration({{"calling-pid", 42}}));
     EXPECT_EQ(recorded([&] { reclaimNewest().wait(); }),
               (Lines{"2 VideoClient reclaim: reclaim: start, calling-pid=42", "codec.release",
                      "onProcessReclaimed(42)", "2 VideoClient reclaim: reclaim: end"}));

@@ -7,7 +7,6 @@
 #include "GuardedCalls.h"
 #include "Journal.h"
 #include "WrapperTest.h"
-#include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
 
@@ -22,9 +21,6 @@ struct Decoder {
     static int configure(Wrapper& wrapper) {
         return wrapper.configureReferenceMode(CodecType::AVC, {}).status().code();
     }
-    static bool isRefused(Wrapper& wrapper) {
-        return wrapper.writeInputEndOfStream().status().code() == -19;
-    }
 };
 
 struct Encoder {
@@ -32,14 +28,14 @@ struct Encoder {
     using Wrapper = VideoEncoderClientWrapperResource;
     static auto calls() { return guardedEncoderCalls(); }
     static int configure(Wrapper& wrapper) {
-        Configuration config;
-        config.setInt32(key::kOutFormat, 1);
-        return wrapper.configure(config).status().code();
-    }
-    static bool isRefused(Wrapper& wrapper) {
-        return wrapper.setParameters({}).status().code() == -19;
+        return wrapper.configure(configuration({{"outFormat", 1}})).status().code();
     }
 };
+
+template <typename Wrapper>
+bool isRefused(Wrapper& wrapper) {
+    return wrapper.getConfiguration().status().code() == -19;
+}
 
 template <typename Codec>
 class ReclaimTest : public WrapperTest<typename Codec::Wrapper, typename Codec::Fake> {
@@ -70,7 +66,7 @@ TYPED_TEST(ReclaimTest, EveryCallInFlightHoldsTheReclaimOff) {
             }
             this->codec->onCall = nullptr;
             answer = this->reclaimNewest();
-            while (!TypeParam::isRefused(*this->wrapper)) {
+            while (!isRefused(*this->wrapper)) {
                 std::this_thread::yield();
             }
             EXPECT_EQ(this->codec->releases, 0) << "released under its caller";
@@ -96,10 +92,10 @@ TYPED_TEST(ReclaimTest, WithoutAClientTheGuardClosesButReleaseGivesTheCoreBack) 
     ASSERT_EQ(kvo::host::crmClients().size(), 1U);
     EXPECT_EQ(this->reclaimNewest().get(), 1);
     EXPECT_EQ(this->reclaimNewest().get(), 1) << "still reclaiming, waits anew";
-    EXPECT_TRUE(TypeParam::isRefused(*this->wrapper));
+    EXPECT_TRUE(isRefused(*this->wrapper));
     EXPECT_EQ(this->wrapper->release().status().code(), -22);
     EXPECT_TRUE(kvo::host::crmClients().empty());
-    EXPECT_TRUE(TypeParam::isRefused(*this->wrapper));
+    EXPECT_TRUE(isRefused(*this->wrapper));
 }
 
 TYPED_TEST(ReclaimTest, AnOwnerMayDieWhileItsCodecIsBeingReclaimed) {
@@ -212,8 +208,8 @@ TEST(ReclaimTimeout, ACallThatStaysForThreeSecondsIsOverrun) {
     for (auto& thread : threads) {
         thread.join();
     }
-    EXPECT_TRUE(Decoder::isRefused(decoder));
-    EXPECT_TRUE(Encoder::isRefused(encoder));
+    EXPECT_TRUE(isRefused(decoder));
+    EXPECT_TRUE(isRefused(encoder));
 }
 
 }  // namespace

@@ -2,9 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
+#include <string>
 
 #include "host/HostPlatform.h"
+#include "kvo/media/hardware/Configuration.h"
+
+inline auto configuration(std::map<std::string, int> const& entries) {
+    kvo::media::hardware::Configuration config;
+    for (auto const& [name, value] : entries) {
+        config.setInt32(name.c_str(), value);
+    }
+    return config;
+}
 
 /// A wrapper around a fake codec. When a test ends nothing may be held.
 template <typename Wrapper, typename Fake>
