@@ -14,14 +14,13 @@ void CodecGrant::forgetSizes() {
     mMaxHeight = -1;
 }
 
-int CodecGrant::readBack(LogSite const& site) {
+int CodecGrant::readBack(LogSite const& site, std::int32_t& port) {
     int core = 0;
-    int port = 0;
-    if (mResourceClient->getResource(&core, &port, &mMaxWidth, &mMaxHeight) != 0) {
+    int grantedPort = 0;
+    if (mResourceClient->getResource(&core, &grantedPort, &mMaxWidth, &mMaxHeight) != 0) {
         TVHW_LOG_AT(site, kLogRefused, "get resource fail");
         return -1;
     }
-    mVdoPort.store(port, std::memory_order_relaxed);
     if (core >= 1 && core <= static_cast<int>(kCoreTypes.size())) {
         mCoreType = kCoreTypes[static_cast<std::size_t>(core) - 1];
     } else {
@@ -34,10 +33,12 @@ int CodecGrant::readBack(LogSite const& site) {
     int const ret = mResourceClient->getUniqueId(&id);
     mResourceId.store(id, std::memory_order_relaxed);
     if (ret != 0) {
+        mVdoPort.store(grantedPort, std::memory_order_relaxed);
         TVHW_LOG_AT(site, kLogFailure, "get resource id fail");
         return -1;
     }
     TVHW_LOG_AT(site, kLogState, "resource id %d", id);
+    port = portIndex(grantedPort);
     return 0;
 }
 

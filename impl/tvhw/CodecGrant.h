@@ -24,10 +24,13 @@ struct CodecGrant {
     /// Notes that nothing could be requested.
     void forgetSizes();
 
-    /// Reads what mResourceClient was granted into the fields below it; mVdoPort is left as the
-    /// resource manager numbers it. Logs on behalf of `site`, with that one line number. Returns
-    /// 0, or -1 with the fields filled up to the call that failed.
-    int readBack(LogSite const& site);
+    /// Reads what mResourceClient was granted into the fields below it, and the index of the
+    /// granted port (-1 for none) into `port`, for the caller to publish in mVdoPort: threads that
+    /// use the codec meanwhile must never see the manager's own number. Logs on behalf of `site`,
+    /// with that one line number. Returns 0, or -1 with the fields filled up to the call that
+    /// failed and `port` untouched; when it was the id's, mVdoPort is left as the manager numbers
+    /// it.
+    int readBack(LogSite const& site, std::int32_t& port);
 
     /// Gives everything back, closes and drops mResourceClient, which must be set, and returns the
     /// fields to their initial values.

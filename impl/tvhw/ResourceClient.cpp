@@ -19,6 +19,11 @@ int acquire(TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const& request, bool 
 
 }  // namespace
 
+ReferenceHolder::~ReferenceHolder() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    mReferences.clear();
+}
+
 unsigned int ReferenceHolder::holdWeakReference(std::shared_ptr<void> const& object) {
     static unsigned int id = 0;
     std::lock_guard<std::mutex> const lock(mMutex);
@@ -201,7 +206,11 @@ int ResourceClient::UnInitialize() {
 }
 
 int ResourceClient::OnReclaim(_TVHW_CRM_RECLAIM_PARAM const* /*param*/, void* cookie) {
-    auto const id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(cookie));
+    auto const value = reinterpret_cast<std::uintptr_t>(cookie);
+    auto const id = static_cast<unsigned int>(value);
+    if (id != value) {
+        return 1;  // Wider than any id: not a cookie of ours.
+    }
     // In this order, so that the owner is let go before its resource client.
     auto const client = sReferenceHolder.lock<ResourceClient>(id);
     if (client == nullptr) {

@@ -13,6 +13,14 @@
 /// an object only while it lives. Every operation may be called from any thread.
 class ReferenceHolder {
 public:
+    ReferenceHolder() = default;
+    ReferenceHolder(ReferenceHolder const&) = delete;
+    ReferenceHolder& operator=(ReferenceHolder const&) = delete;
+
+    /// Forgets everything, under the lock and visibly to a reclaim that arrives, or a client that
+    /// closes, while the process exits: it finds an empty map.
+    ~ReferenceHolder() TVHW_EXCLUDES(mMutex);
+
     /// Registers `object` and returns its new id: 1, 2, ... and never 0 or one issued before.
     unsigned int holdWeakReference(std::shared_ptr<void> const& object) TVHW_EXCLUDES(mMutex);
 

@@ -91,12 +91,11 @@ int VideoDecoderClientWrapperResource::Impl::acquireResources(CodecType type,
         mGrant.forgetSizes();
         return -1;
     }
-    if (int const ret = mGrant.readBack(TVHW_LOG_SITE); ret != 0) {
+    std::int32_t port = -1;
+    if (int const ret = mGrant.readBack(TVHW_LOG_SITE, port); ret != 0) {
         return ret;
     }
 
-    std::int32_t const port =
-        CodecGrant::portIndex(mGrant.mVdoPort.load(std::memory_order_relaxed));
     if (port < 0) {
         TVHW_LOG(kLogState, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
         mGrant.mVdoPort.store(-1, std::memory_order_relaxed);
