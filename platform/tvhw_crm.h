@@ -33,9 +33,10 @@ typedef struct TVHW_CRM_ACQUIRE_PARAM {
     std::int32_t reserved[10];
 } TVHW_CRM_ACQUIRE_PARAM;
 
-/// What a client holds, or, in a clear request, the display ports to clear.
+/// What a client holds, a core and a port at once if need be, or, in a clear request, the display
+/// ports to clear.
 typedef struct TVHW_CRM_RESOURCE {
-    std::int32_t core;       ///< Type of the codec core, 1 to 4.
+    std::int32_t core;       ///< Type of the codec core, 1 to 4; any other is unknown.
     std::int32_t videoPort;  ///< TVHW_CRM_VIDEO_PORT; below 1 when no port is held.
     std::int32_t reserved1[2];
     std::int32_t maxWidth;   ///< Largest picture width of the core, in pixels.
@@ -47,29 +48,34 @@ typedef struct TVHW_CRM_RESOURCE {
 // NOLINTNEXTLINE(bugprone-reserved-identifier): part of mangled names.
 typedef struct _TVHW_CRM_RECLAIM_PARAM TVHW_CRM_RECLAIM_PARAM;
 
-/// Asks a client to give up what it holds; called on a thread of the manager. Returns 1 when the
-/// manager may take the resources, 0 when the client keeps them.
+/// Asks a client to give up what it holds; called on a thread of the manager that holds none of its
+/// locks. Returns 1 when the manager may take the resources, 0 when the client keeps them. May
+/// block for more than 3 seconds, and call the manager back, even to close the client.
 typedef int (*TVHW_CRM_RECLAIM_CALLBACK)(TVHW_CRM_RECLAIM_PARAM const* param, void* cookie);
 
 // Unless stated otherwise an operation returns 0 on success and an error code otherwise, and may
 // be called from any thread, the callback's too. Strings and records are never null.
 
-/// Opens a client and writes its handle. From now on the manager may call `reclaim` with `cookie`
-/// at any time; a call already under way may still arrive while, or just after, the client is
-/// freed.
+/// Opens a client and, on success, writes its handle, which is not null. From now on the manager
+/// may call `reclaim` with `cookie` at any time; a call already under way may still arrive while,
+/// or just after, the client is freed.
 int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* name,
                         TVHW_CRM_RECLAIM_CALLBACK reclaim, int reserved, void* cookie);
 
-/// Closes a client, gives back all that it holds and sets the handle to null.
+/// Closes a client, gives back all that it holds and sets the handle to null. Must not wait for a
+/// callback that it is called from.
 int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client);
 
 /// Returns the manager's codec type for a MIME type, 0 when there is none.
 int TVHW_CRM_CodecTypeFromMIME(char const* mime);
 
-/// Grants the requested resource to a client, taking it from another client if need be.
+/// Grants the requested resource to a client. What else it holds, it keeps: a core beside a port.
+/// How the manager finds one is its own affair; the host platform's takes it from another client if
+/// need be.
 int TVHW_CRM_ClientAcquireResource(TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request);
 
-/// Grants the requested resource only if it is free.
+/// The same request in its try form. What differs is the manager's affair; the host platform's
+/// grants only what is free.
 int TVHW_CRM_ClientTryAcquireResource(TVHW_CRM_HANDLE client,
                                       TVHW_CRM_ACQUIRE_PARAM const* request);
 
@@ -79,7 +85,7 @@ int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client, TVHW_CRM_RESOURCE* resour
 /// Clears the display ports that `resource` names.
 int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client, TVHW_CRM_RESOURCE const* resource);
 
-/// Gives back all that a client holds.
+/// Gives back all that a client holds. Succeeds also when that is nothing.
 int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client);
 
 /// Writes the id by which the whole system knows a client.

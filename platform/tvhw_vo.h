@@ -38,16 +38,17 @@ typedef struct TVHW_VO_PICTURE_PARAM {
 // Each operation returns 0 on success and an error code otherwise, and may be called from any
 // thread, TVHW_VO_Open from one at a time. The caller keeps the records.
 
-/// Opens an output. It stays open until it was closed as often as it was opened.
+/// Opens an output, which may be open already: each image sink opens it for itself. The host
+/// platform's stays open until it was closed as often as it was opened.
 int TVHW_VO_Open(std::int32_t output, std::int32_t mode);
 
-/// Closes an output.
+/// Closes an output; may come for one that is not open.
 int TVHW_VO_Close(std::int32_t output);
 
-/// Prepares an open output for pictures.
+/// Prepares an output for pictures; refuses if it is not open.
 int TVHW_VO_Config(std::int32_t output, TVHW_VO_CONFIG_PARAM const* config);
 
-/// Shows a picture on an output that was prepared for it.
+/// Shows a picture; refuses if the output was not prepared for it.
 int TVHW_VO_DisplayPicture(std::int32_t output, TVHW_VO_PICTURE_PARAM const* picture);
 
 }  // extern "C"

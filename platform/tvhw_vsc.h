@@ -24,13 +24,14 @@ typedef struct TVHW_VSC_WINDOW {
 } TVHW_VSC_WINDOW;
 
 // Each operation returns 0 on success and an error code otherwise. Different channels may be used
-// from different threads; the operations of one channel come one at a time. Reserved fields and
-// arguments are 0.
+// from different threads; the operations of one channel come one at a time, if one scaler client
+// uses it. Reserved fields and arguments are 0.
 
 /// Prepares the scaler for the process; every other operation needs it. Once is enough for good.
 int TVHW_VSC_Initialize();
 
-/// Opens a channel; every operation below needs it. A channel has one user at a time.
+/// Opens a channel; every operation below needs it. The host platform's refuses a channel that is
+/// open.
 int TVHW_VSC_Open(std::uint32_t channel);
 
 /// Closes a channel, in whatever state it is.
@@ -39,7 +40,7 @@ int TVHW_VSC_Close(std::uint32_t channel);
 /// Connects a source to a channel, in place of one that is connected.
 int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE source, std::int32_t reserved);
 
-/// Disconnects the source, which must be the connected one.
+/// Disconnects a source. May come for one that is not connected, which the host platform's refuses.
 int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE source, std::int32_t reserved);
 
 /// Tells whether (1) or not (0) the picture size of the source changes while it plays.
@@ -52,10 +53,10 @@ int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t blank, std::int32_t
 int TVHW_VSC_SetInputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window);
 
 /// Selects the part of an adaptive source's picture to show, as if the picture, whatever its size
-/// at the moment, filled the panel: in pixels of the panel.
+/// at the moment, filled the panel: in pixels of the panel, if its size is known.
 int TVHW_VSC_SetInputRegion_ForAdaptive(std::uint32_t channel, TVHW_VSC_WINDOW window);
 
-/// Places the window on the panel, in pixels of the panel.
+/// Places the window on the panel, in pixels of the panel, if its size is known.
 int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window);
 
 }  // extern "C"

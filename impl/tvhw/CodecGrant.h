@@ -7,8 +7,8 @@
 #include "Log.h"
 #include "ResourceClient.h"
 
-/// What a codec wrapper holds of the resource manager. The owner's thread acquires and gives back;
-/// the atomic fields are also read by threads that use the codec meanwhile.
+/// What a codec wrapper holds of the resource manager. The owner's thread acquires and gives back.
+/// Threads that use the codec meanwhile read the atomic fields, and write a decoder's learned port.
 struct CodecGrant {
     /// Returns the index, from 0, of a port as the resource manager grants it; -1 for none.
     static constexpr std::int32_t portIndex(std::int32_t grantedPort) {
@@ -37,11 +37,11 @@ struct CodecGrant {
     void giveBack();
 
     std::shared_ptr<ResourceClient> mResourceClient;
-    std::atomic<std::int32_t> mResourceId{-1};  ///< The resource client's unique id.
+    std::atomic<std::int32_t> mResourceId{-1};  ///< The resource client's unique id; -1 if unknown.
     std::int32_t mCoreType = 0;                 ///< 801 to 804; 0 for no core or an unknown one.
-    std::atomic<std::int32_t> mVdoPort{-1};     ///< Display port from 0; -1 for none.
-    std::int32_t mMaxWidth = -1;                ///< Largest width of the core, in pixels.
-    std::int32_t mMaxHeight = -1;               ///< Largest height of the core, in pixels.
+    std::atomic<std::int32_t> mVdoPort{-1};  ///< Display port from 0; -1 for none. See readBack().
+    std::int32_t mMaxWidth = -1;   ///< Largest width of the core in pixels; -1 if unknown.
+    std::int32_t mMaxHeight = -1;  ///< As mMaxWidth.
 };
 
 static_assert(sizeof(std::atomic<std::int32_t>) == sizeof(std::int32_t));

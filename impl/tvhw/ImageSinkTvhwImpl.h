@@ -18,7 +18,7 @@ public:
     /// Opens the video output. When that fails, checkOpen() may try again.
     ImageSinkTvhwImpl();
 
-    /// Closes the video output, if it is open.
+    /// Closes the video output, if this object has opened and not closed it.
     ~ImageSinkTvhwImpl() override;
 
     /// Sets the size of the pictures to come. Returns also -2, without asking the video output,

@@ -10,18 +10,18 @@
 #include "ThreadAnnotations.h"
 #include "kvo/media/hardware/Return.h"
 
-/// Keeps a reclaim and the calls into a codec apart. A call enters and leaves; a reclaim closes the
-/// guard to new calls, waits a bounded time for those in flight, and marks the codec reclaimed.
+/// Keeps a reclaim and the calls into a codec apart. A call enters and leaves. A reclaim shuts the
+/// guard, gives the calls inside a bounded time to leave, and marks the codec reclaimed.
 struct ProcessingGuard {
     enum class State : std::int32_t {
         kIdle = 0,
         kProcessing = 1,  ///< At least one call has entered since the last idle point.
-        kReclaiming = 2,  ///< A reclaim has closed the guard and waits, or found no codec to stop.
+        kReclaiming = 2,  ///< Closed: a reclaim waits, stops the codec, or found none to stop.
         kReclaimed = 3,   ///< The codec has been stopped; closed for good.
     };
 
-    /// Enters the guard. Returns false, and changes nothing, when a reclaim has closed it. Never
-    /// waits for a reclaim.
+    /// Enters the guard. Returns false, and changes nothing, when a reclaim has closed it. Waits
+    /// for a reclaim only while that logs its timeout.
     bool startProcessing() TVHW_EXCLUDES(mMutex);
 
     /// Leaves the guard: exactly once after each startProcessing() that returned true.

@@ -9,19 +9,21 @@
 #include "kvo/media/hardware/Export.h"
 #include "tvhw_crm.h"
 
-/// Weak references to objects under integer ids, so that a callback from a foreign thread reaches
-/// an object only while it lives. Every operation may be called from any thread.
+/// Weak references under integer ids: a foreign thread holds a number, which leads to its object
+/// for as long as that lives. Every operation may be called from any thread.
 class ReferenceHolder {
 public:
     ReferenceHolder() = default;
     ReferenceHolder(ReferenceHolder const&) = delete;
     ReferenceHolder& operator=(ReferenceHolder const&) = delete;
 
-    /// Forgets everything, under the lock and visibly to a reclaim that arrives, or a client that
-    /// closes, while the process exits: it finds an empty map.
+    /// Forgets everything under the lock, so that a reclaim that arrives, or a client that closes,
+    /// later in the exit of the process finds an empty map. That holds where a destroyed mutex can
+    /// still be locked; elsewhere nobody may come so late: see docs/porting.md.
     ~ReferenceHolder() TVHW_EXCLUDES(mMutex);
 
-    /// Registers `object` and returns its new id: 1, 2, ... and never 0 or one issued before.
+    /// Registers `object` and returns its new id: 1, 2, ... and never 0 or one issued before, up to
+    /// 2^32 - 1 registrations.
     unsigned int holdWeakReference(std::shared_ptr<void> const& object) TVHW_EXCLUDES(mMutex);
 
     /// Forgets `id`; one that is not registered is ignored.
@@ -53,7 +55,7 @@ private:
 /// One client connection to the resource manager, for one codec wrapper: asks for a codec core or a
 /// display port, reads back what was granted, and gives it back.
 ///
-/// The object takes no lock and its operations are the owner's to serialise. Results are 0 for
+/// The object has no lock; its operations are the owner's to serialise. Results are 0 for
 /// success, -1 when the manager's call failed (logged once, with the manager's code), and -2,
 /// silently and without any call, when there is no connection: before initialize() has succeeded
 /// and after UnInitialize().
@@ -94,18 +96,19 @@ public:
     /// Registers for reclaims and connects. Returns 0, or -1 and leaves nothing behind.
     int initialize();
 
-    /// Gives back what is held, then asks for a codec core for a stream of this MIME type (not
-    /// null, may be empty), size in pixels and frames per second. With `tryOnly` no other client
-    /// loses its core for it. Returns 0 also when the request is refused: getResource() tells.
+    /// Lets go of what it holds, then requests a codec core for a stream of this MIME type (not
+    /// null, may be empty), size in pixels and frames per second. `tryOnly` selects the manager's
+    /// try form. Returns 0 also when the request is refused: getResource() tells.
     KVO_MEDIA_EXPORT int acquireResource(char const* mime, int width, int height, int framerate,
                                          bool isEncoder, bool extraFlag, bool tryOnly);
 
-    /// Asks for a display port, besides what is held. Returns 0 also when the request is refused:
-    /// getDisplayResource() tells.
+    /// Asks for a display port, besides what is held, in the plain or the try form. Returns 0 also
+    /// when the request is refused: getDisplayResource() tells.
     KVO_MEDIA_EXPORT int acquireDisplayResource(bool tryOnly);
 
-    /// Writes the core type (1 to 4), the display port (from 1; below 1 for none) and the core's
-    /// largest size in pixels. On failure, also when nothing is held, writes nothing.
+    /// Writes the core type as the manager numbers it, the display port (from 1; below 1 for none)
+    /// and the core's largest size in pixels. On failure, also when nothing is held, writes
+    /// nothing.
     KVO_MEDIA_EXPORT int getResource(int* core, int* port, int* maxWidth, int* maxHeight);
 
     /// Writes the display port, as getResource() does.
@@ -120,12 +123,13 @@ public:
     /// Gives back everything held; the connection stays.
     KVO_MEDIA_EXPORT int releaseResource();
 
-    /// Disconnects for good; later reclaims find nothing. Always returns 0.
+    /// Disconnects for good; a reclaim that is looked up later finds nothing. Always returns 0.
     KVO_MEDIA_EXPORT int UnInitialize();
 
     /// The resource manager's callback. `cookie` carries the id of a resource client in
     /// sReferenceHolder. Returns the answer of its owner's reclaim() as 1 or 0, and 1 when the
-    /// resource client or its owner is gone. The last reference to either may die in this call.
+    /// resource client or its owner is gone. The last reference to either may die in this call, and
+    /// the manager then be called back from it.
     KVO_MEDIA_EXPORT static int OnReclaim(_TVHW_CRM_RECLAIM_PARAM const* param, void* cookie);
 
 private:

@@ -12,13 +12,16 @@ namespace kvo::media::hardware {
 ///
 /// When the resource manager reclaims the core, it waits at most 3 seconds for the calls in flight,
 /// releases the client and refuses every later call: with status -19 (flush(): 0) and the default
-/// value, and without touching out-parameters. pause(), resume(), step(), setTunnelPeek(),
-/// setSpeed(), getFrameInfo(), getColorAspect(), getHdrInfo(), currentSTCTime() and the test
-/// operations are the base class's: forwarded to the client whatever has happened.
+/// value, and without touching out-parameters. The configure operations act before they are
+/// refused, and release() answers 0 and gives nothing back: the owner destroys the wrapper.
+/// pause(), resume(), step(), setTunnelPeek(), setSpeed(), getFrameInfo(), getColorAspect(),
+/// getHdrInfo(), currentSTCTime() and the test operations are the base class's: forwarded to the
+/// client whatever has happened.
 ///
 /// Threads: the configure operations, reconfigureOutputBuffer(), release() and the destructor are
 /// the owner's, one at a time. All others may be called from several threads at once, also while a
-/// reclaim runs on the resource manager's thread, but not while the destructor runs.
+/// reclaim runs on the resource manager's thread, but not while the destructor runs: it comes after
+/// the last call has returned, also one that a reclaim has given up waiting for.
 class KVO_MEDIA_EXPORT VideoDecoderClientWrapperResource : public VideoDecoderClientWrapper {
 public:
     /// Keeps `client` alive. Nothing is acquired yet.
@@ -28,14 +31,18 @@ public:
     ~VideoDecoderClientWrapperResource() override;
 
     /// Acquires a core that fits `type` and `config`, unless one is held, and a display port,
-    /// unless there is one, and configures the client with a copy of `config` in which the granted
-    /// core, id, port and size limits are written. Returns the client's status; -1 when the
-    /// resource manager grants no core or no port, the core then being given back when the port
-    /// failed; or -19, with everything acquired still held, after a reclaim. A port whose grant
-    /// cannot be read counts as none (-1) and is no failure. When only the core's id could not be
-    /// read, the next attempt goes on with that core.
+    /// unless one was granted or learned, and configures the client with a copy of `config` in
+    /// which the granted core, id, port and size limits are written. Returns the client's status;
+    /// -1 when the resource manager grants no core or no port, the core then being given back when
+    /// the port failed; or -19, with everything acquired still held, after a reclaim. A port whose
+    /// grant cannot be read counts as none (-1) and is no failure.
+    ///
+    /// When only the core's id could not be read, returns -1, and the next attempt goes on with
+    /// that core, with id -1 and the port as the manager numbers it: release() first. After a
+    /// reclaim the acquisition runs all the same: it may also fail with -1, and what it leaves held
+    /// goes at destruction.
     Return<void> configureTunnelMode(CodecType type, Configuration const& config) override;
-    /// As configureTunnelMode(), without a display port.
+    /// As configureTunnelMode(), without asking for a display port.
     Return<void> configureReferenceMode(CodecType type, Configuration const& config) override;
     /// As configureReferenceMode(), after clearing both display ports; -1, with the core still
     /// held, when they cannot be cleared.
@@ -44,7 +51,8 @@ public:
     Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override;
 
     /// Releases the client, then gives everything back; returns the client's status. After a
-    /// reclaim, which has released the client, only tells the platform and returns 0.
+    /// completed reclaim, which has released the client, only tells the platform and returns 0:
+    /// what is still held goes at destruction.
     Return<void> release() override;
 
     // Forwarded to the client, unless refused.
@@ -58,8 +66,8 @@ public:
     /// Returns the client's buffer with this decoder's port, resource id and calling process in it
     /// and status 0, or the client's error with a default buffer.
     Return<BufferInfo> dequeueOutputBuffer() override;
-    /// Forwarded. A decoder without a display port of its own learns from `buffer` the port on
-    /// which its pictures are shown.
+    /// Forwarded. A decoder that was granted no display port learns from `buffer` the port on which
+    /// its pictures are shown: the caller has set `videoPort`, from 0, to it.
     Return<void> releaseOutputBuffer(BufferInfo const& buffer) override;
 
     // Forwarded to the client, unless refused.
@@ -71,9 +79,10 @@ public:
     Return<std::shared_ptr<NativeBuffer>> dequeueNativeBuffer() override;
     Return<RenderEvent> dequeueRenderEvent() override;
 
-    /// Gives the core back, acquires one for `type` and `config` and hands it on to the client, as
-    /// configureReferenceMode() does, but for the resource id. Returns the client's status; -1 when
-    /// no core is granted, the old one being gone; or -19, having done nothing, after a reclaim.
+    /// Gives the core and the display port back, acquires a core for `type` and `config`, without
+    /// asking for a port, and hands it on to the client, as configureReferenceMode() does, but for
+    /// the resource id. Returns the client's status; -1 when no core is granted, the old one being
+    /// gone; or -19, having done nothing, after a reclaim.
     Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override;
 
     /// Forwarded; status 0 when refused.

@@ -13,7 +13,7 @@ namespace kvo::media::hardware {
 
 /// The state of a decoder wrapper and the resource manager's way to it.
 ///
-/// Acquisition and release take no lock and belong to the owner's thread. What other threads read
+/// Acquisition and release take no lock and belong to the owner's thread. What other threads use
 /// meanwhile is atomic; what a reclaim and the calls in flight share is in mGuard.
 class KVO_MEDIA_HIDDEN VideoDecoderClientWrapperResource::Impl
     : public ResourceClient::Reclaimable,
@@ -27,21 +27,23 @@ public:
     /// Stops the client; see ProcessingGuard. Always returns true.
     bool reclaim() override;
 
-    /// Acquires a core that fits `type` and `config`, unless one is held. Returns 0, or -1; what
-    /// was acquired before the failure stays held until the next attempt or release.
+    /// Acquires a core that fits `type` and `config`, unless one is recorded. Returns 0, or -1;
+    /// what was acquired before the failure stays held until the next attempt, which keeps it when
+    /// only its id could not be read, or until it is given back.
     int acquireResources(CodecType type, Configuration const* config);
 
-    /// Acquires a display port, unless there is one. Returns 0, also when the grant cannot be read,
-    /// or -1.
+    /// Acquires a display port, unless one was granted or learned. Returns 0, also when the grant
+    /// cannot be read, or -1.
     int acquireDisplayResources();
 
-    /// Clears both display ports or, if not `all`, this decoder's own. Returns 0, or -1.
+    /// Clears both display ports or, if not `all`, that of mVdoPort. Returns 0, or -1.
     int clearDisplayResources(bool all);
 
-    /// Gives back everything and returns to the state after construction, but for mCallingPid.
+    /// Gives back everything and returns to the state after construction, but for mCallingPid; by
+    /// the property, clears a learned port first. Without a resource client does nothing.
     void releaseResource();
 
-    /// Takes over the port on which a buffer was shown, unless a port was granted.
+    /// Takes over the port on which a buffer was shown, if it is a valid one and none was granted.
     void learnPort(BufferInfo const& buffer);
 
     /// Whether a grant is written with the resource client's id.

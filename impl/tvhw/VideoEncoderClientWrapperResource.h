@@ -11,13 +11,15 @@ namespace kvo::media::hardware {
 /// and gives it back on release.
 ///
 /// When the resource manager reclaims the core, it waits at most 3 seconds for the calls in flight,
-/// releases the client and refuses every later call: with status -19 and the default value, and
-/// without touching out-parameters. An encoder that was configured for live streaming
-/// ("useDmaBuffer") refuses the reclaim instead and goes on.
+/// releases the client and refuses every later call: with status -19 (pause(), resume() and
+/// flush(): 0) and the default value, and without touching out-parameters. configure() may acquire
+/// before it is refused, and release() answers 0. An encoder whose last complete acquisition was
+/// for live streaming ("useDmaBuffer") refuses the reclaim instead and goes on.
 ///
 /// Threads: configure(), release() and the destructor are the owner's, one at a time. All others
 /// may be called from several threads at once, also while a reclaim runs on the resource manager's
-/// thread, but not while the destructor runs.
+/// thread, but not while the destructor runs: it comes after the last call has returned, also one
+/// that a reclaim has given up waiting for.
 class KVO_MEDIA_EXPORT VideoEncoderClientWrapperResource : public VideoEncoderClientWrapper {
 public:
     /// Keeps `client` alive. Nothing is acquired yet.
@@ -28,12 +30,14 @@ public:
 
     /// Acquires a core that fits `config`, unless one is held, and configures the client with a
     /// copy of `config` that says whether the core is of type 802. Returns the client's status, -1
-    /// when no core is granted, or -19, with everything acquired still held, after a reclaim. Where
-    /// the resource manager cannot be reached, the client is configured without a core.
+    /// when no core is granted or its id cannot be read, the next attempt then going on with the
+    /// core; or -19, with everything acquired still held, after a reclaim. Where the resource
+    /// manager cannot be reached, the client is configured without a core.
     Return<void> configure(Configuration const& config) override;
 
     /// Releases the client, then gives everything back; returns the client's status. After a
-    /// reclaim, which has released the client, does nothing and returns 0.
+    /// completed reclaim, which has released the client, does nothing and returns 0: what is still
+    /// held goes at destruction.
     Return<void> release() override;
 
     // Forwarded to the client, unless refused.

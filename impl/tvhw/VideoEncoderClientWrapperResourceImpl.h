@@ -26,18 +26,18 @@ public:
     /// Stops the client and returns true, or, while live streaming, does nothing and returns false.
     bool reclaim() override;
 
-    /// Acquires a core that fits `type` and `config`, unless one is held. Returns 0, also without a
-    /// core when there is no resource manager, or -1; what was acquired before the failure stays
-    /// held until the next attempt or release.
+    /// As the decoder's, but returns 0 without a core when there is no resource manager.
     int acquireResources(CodecType type, Configuration const* config);
 
     /// Gives back everything and returns to the state after construction, but for mLiveStreaming.
+    /// Without a resource client does nothing.
     void releaseResource();
 
     std::weak_ptr<IVideoEncoderClient> mClient;
     /// What pads the grant where pointers have 64 bits is of use to the next member.
     [[no_unique_address]] CodecGrant mGrant;
-    std::atomic<std::int32_t> mLiveStreaming{0};  ///< Not 0: refuses reclaim.
+    /// Not 0: refuses reclaim. Of the last complete acquisition.
+    std::atomic<std::int32_t> mLiveStreaming{0};
     ProcessingGuard mGuard;
 
 private:

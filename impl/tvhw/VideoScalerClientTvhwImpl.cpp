@@ -54,7 +54,7 @@ TVHW_VSC_SOURCE sourceOf(LayerInfo const& info) {
     return {known ? kVscTypes[info.type - 1] : kDefaultVscType, 0, info.port, {}};
 }
 
-/// Cuts each value to 16 bits, as the scaler does with its registers.
+/// Cuts each value to the 16 bits that the scaler takes.
 TVHW_VSC_WINDOW windowOf(Region const& region) {
     return {static_cast<std::uint16_t>(region.left), static_cast<std::uint16_t>(region.top),
             static_cast<std::uint16_t>(region.right - region.left),
@@ -68,7 +68,7 @@ TVHW_VSC_WINDOW scaledWindow(Region region, std::uint32_t width, std::uint32_t h
 
 // --- The reference size of a stored record's input region is read by other threads.
 
-/// Replaces `stored` as a whole, the reference size of its input region atomically.
+/// Replaces `stored` as a whole, each part of its input region's reference size atomically.
 void storeLayerInfo(LayerInfo& stored, LayerInfo const& info) {
     static_assert(std::is_trivially_copyable_v<LayerInfo> && std::is_standard_layout_v<LayerInfo>);
     constexpr std::size_t kSizeBegin =

@@ -20,8 +20,8 @@ namespace kvo::media::hardware {
 /// are the owner's, one at a time.
 class KVO_MEDIA_EXPORT VideoScalerClientTvhwImpl : public IVideoScalerClient {
 public:
-    /// Opens channel `index` and reads the size of the panel. When the size cannot be read, regions
-    /// are not converted for the life of the object.
+    /// Opens channel `index` and reads the size of the panel. While the size is unknown, regions
+    /// are not converted; nothing in here reads it again.
     explicit VideoScalerClientTvhwImpl(unsigned int index);
 
     /// Closes the channel; neither disconnects nor blanks it first.
@@ -31,21 +31,22 @@ public:
     void setCallback(std::shared_ptr<Callback> callback) override TVHW_EXCLUDES(mMutex);
 
     /// Blanks the window and connects the source that `info` names, also over one that is
-    /// connected. The window stays blank until updateRegion(). On failure the record and state of
-    /// the connection before stay in force.
+    /// connected. The window stays blank until updateRegion() or disconnect(). On failure the
+    /// record and state of the connection before stay in force, whatever the scaler has connected.
     void connect(LayerInfo info) override;
 
-    /// Blanks the window, disconnects the source of the last record and shows the window. Counts as
-    /// disconnected also when the scaler fails.
+    /// Blanks the window, disconnects the source of the last record, connected or not, and shows
+    /// the window. Counts as disconnected also when the scaler fails.
     void disconnect() override;
 
     /// Places the picture: converts both regions to panel pixels, the input region only for an
-    /// adaptive stream, programs them, shows the window and keeps `info` for disconnect() and the
-    /// next call. Whether the stream is adaptive is what the record before said.
+    /// adaptive stream, programs them, cut to 16 bits, shows the window and keeps `info` for
+    /// disconnect() and the next call. Whether the stream is adaptive is what the record before
+    /// said.
     void updateRegion(LayerInfo info) override;
 
     /// Hands `region` on to the callback, as it is, if the source is connected and the callback
-    /// alive. The callback runs on this thread and with the callback's lock held.
+    /// alive. The callback runs, and may be destroyed, on this thread with its lock held.
     void bbdCallbackRegion(Region const& region) TVHW_EXCLUDES(mMutex);
 
     /// Initialises the scaler for the process, once. Returns false when it cannot be initialised;
@@ -56,7 +57,7 @@ public:
     /// the next call tries again.
     bool checkOpen() TVHW_EXCLUDES(sMutex);
 
-    /// Reads the size of the panel; when that fails, leaves it unknown and says nothing.
+    /// Reads the size of the panel; when that fails, leaves it as it was and says nothing.
     void setDisplayPanelSize();
 
     /// Blanks or shows the window of the channel, which must be open.

@@ -4,8 +4,9 @@
 
 namespace kvo::media::hardware {
 
-/// One decoded output buffer. The codec fills the first fields; the last three name the decoder's
-/// own resources and are overwritten by the decoder wrapper when it hands the buffer on.
+/// One decoded output buffer. The codec fills the first fields. The decoder wrapper writes the last
+/// three, its own resources, when it hands the buffer on. Whoever gives the buffer back sets
+/// `videoPort` to the port that showed it: the wrapper reads it.
 struct BufferInfo {
     std::int32_t bufferId = 0;
     std::int32_t width = 0;         ///< Pixels.
@@ -14,8 +15,8 @@ struct BufferInfo {
     std::uint64_t timestampUs = 0;
 
     std::int32_t videoPort = -1;   ///< Display port from 0, -1 for none.
-    std::int32_t resourceId = 0;   ///< The resource client's unique id.
-    std::int32_t callingPid = -1;  ///< Process that uses the decoder, -1 if unknown.
+    std::int32_t resourceId = 0;   ///< The resource client's unique id, -1 if unknown.
+    std::int32_t callingPid = -1;  ///< Process that uses the decoder, below 1 if unknown.
 };
 
 }  // namespace kvo::media::hardware

@@ -4,7 +4,8 @@
 
 namespace kvo::media::hardware {
 
-/// A video codec. Values outside the list, and 10, have no MIME type.
+/// A video codec. Values outside the list have no MIME type; for an encoder only AVC and VP8 have
+/// one.
 enum class CodecType : std::int32_t {
     AVC = 1,
     HEVC = 2,

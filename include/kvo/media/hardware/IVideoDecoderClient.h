@@ -22,7 +22,9 @@ namespace kvo::media::hardware {
 /// Which operations may overlap is up to the implementation; one that is handed to a resource
 /// wrapper must bear release() on another thread while any operation runs, release() included,
 /// because a codec that does not return within 3 seconds is released under its caller, and its
-/// owner may release it just when the resource manager does.
+/// owner, or another reclaim, may release it at the same moment. It must bear release() any number
+/// of times, and after its wrapper is gone if others hold it. Its destructor may run on the
+/// resource manager's thread. No operation may throw.
 class IVideoDecoderClient {
 public:
     IVideoDecoderClient() = default;

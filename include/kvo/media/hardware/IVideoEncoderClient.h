@@ -11,7 +11,8 @@ namespace kvo::media::hardware {
 /// A video encoder. The order of the operations is the order of the virtual table, which other
 /// binaries rely on.
 ///
-/// What IVideoDecoderClient says of overlapping operations holds here too.
+/// What IVideoDecoderClient says of overlapping operations, release() and exceptions holds here
+/// too.
 class IVideoEncoderClient {
 public:
     IVideoEncoderClient() = default;

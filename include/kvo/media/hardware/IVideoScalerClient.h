@@ -12,7 +12,8 @@ namespace kvo::media::hardware {
 /// on. No operation reports a failure to its caller.
 class IVideoScalerClient : public std::enable_shared_from_this<IVideoScalerClient> {
 public:
-    /// What to show and where. Copied as a whole.
+    /// What to show and where. Copied as a whole; this library's client reads `type`, `port`,
+    /// `adaptive` and the two regions.
     struct LayerInfo {
         std::uint32_t type = 0;           ///< Kind of video source, 1 to 7.
         std::uint8_t port = 0;            ///< Port of the source.
@@ -32,8 +33,9 @@ public:
         Callback& operator=(Callback const&) = delete;
         virtual ~Callback() = default;
 
-        /// Learns a region reported for the connected source. May be called from any thread; must
-        /// not set the callback or report a region itself.
+        /// Learns a region reported for the connected source. May be called from any thread.
+        /// Neither this nor the destructor may set the callback of the client or report a region to
+        /// it: both run under its lock, the destructor if the last other reference goes meanwhile.
         virtual void onBbdRegion(Region const& region) = 0;
     };
 

@@ -22,13 +22,13 @@ namespace status {
 
 inline constexpr Status kSuccess{0};
 
-/// A call on the resource manager or the video output failed.
+/// A call on the resource manager or the video output failed, or nothing was granted.
 inline constexpr Status kResourceFailed{-1};
 
 /// The image sink was given a configuration that it does not support.
 inline constexpr Status kUnsupported{-2};
 
-/// The codec is being reclaimed, or has been: the call was not made.
+/// The codec is being reclaimed, or has been: the codec was not called.
 inline constexpr Status kReclaimed{-19};
 
 }  // namespace status

@@ -7,8 +7,9 @@
 
 namespace kvo::media::hardware {
 
-/// An encoder that forwards every operation to its client and returns the client's result. Without
-/// a client every operation fails with status -22. Defined in libkvo_media_hw_common.
+/// An encoder that forwards every operation to its client and returns the client's result. Defined
+/// in libkvo_media_hw_common; without a client every operation of the host platform's fails with
+/// -22.
 class KVO_MEDIA_EXPORT VideoEncoderClientWrapper : public IVideoEncoderClient {
 public:
     /// Keeps `client` alive for as long as the wrapper lives.
