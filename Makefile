@@ -4,9 +4,12 @@ CLIP ?= examples/clips/testsrc.mp4
 STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
+export CTEST_PARALLEL_LEVEL = $(JOBS)
 
-.PHONY: help build-dir demo test sanitize stress fuzz coverage bench clang target abi install-check format \
-	format-check thread-safety tidy
+.PHONY: help build-dir demo test sanitize stress fuzz coverage bench clang target abi install \
+	install-check format format-check thread-safety tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
@@ -17,19 +20,31 @@ help:
 	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'
 	@echo 'make coverage          report which lines of the library the tests reach; fails below 98 %'
-	@echo 'make bench             measure the library beside what its work must cost'
+	@echo 'make bench             measure the library beside what its work must cost; fails where it'
+	@echo '                       costs too much more'
 	@echo 'make clang             build with Clang and run the tests'
 	@echo 'make target            build for 32-bit Arm and run the tests under an emulator'
 	@echo 'make abi               compare the built library with its binary contract, contract/'
+	@echo 'make install           install the library and the host platform under PREFIX ($(PREFIX)),'
+	@echo '                       DESTDIR before it'
 	@echo 'make install-check     install the library and use it from another project'
 	@echo 'make thread-safety     check the lock rules at compile time'
 	@echo 'make tidy              check the library and the host platform with clang-tidy'
+	@echo 'make shellcheck        check the scripts'
 	@echo 'make format            format the code; make format-check only looks'
-	@echo 'JOBS=n limits how much is built at once ($(JOBS)).'
+	@echo 'JOBS=n limits how much is built or tested at once ($(JOBS)).'
 
-# $(call build,preset[,target]): configures and builds a preset; quiet where all is well.
-build = cmake --preset $(1) >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }; \
-	cmake --build build/$(1) --parallel $(JOBS) $(2:%=--target %) -- --no-print-directory
+# $(call quietly,log,command): quiet where all is well.
+quietly = { $(2); } >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }
+
+# $(call build,preset[,target]): configures and builds a preset.
+build = echo 'Building $(1), log in build/$(1).log.' && \
+	$(call quietly,$(1),cmake --preset $(1) && cmake --build build/$(1) $(2:%=--target %))
+
+# $(call run-tests,preset): configures, builds and tests a preset.
+run-tests = echo 'Building and testing $(1), log in build/$(1)-tests.log.' && \
+	$(call quietly,$(1)-tests,cmake --workflow --preset $(1)) && \
+	grep '% tests passed\|^Total Test time' build/$(1)-tests.log
 
 build-dir:
 	@mkdir -p build
@@ -38,9 +53,6 @@ demo: build-dir
 	@tools/install-packages build demo
 	@$(call build,demo)
 	@build/demo/examples/tvhw_demo --output build/demo-output $(CLIP)
-
-# $(call run-tests,preset)
-run-tests = $(call build,$(1)) && ctest --test-dir build/$(1) --output-on-failure
 
 test: build-dir
 	@tools/install-packages build test
@@ -76,8 +88,8 @@ coverage: build-dir
 	@tools/install-packages build test coverage
 	@# Counts of an earlier build do not fit a new one, which runs the tests to list them.
 	@mkdir -p build/coverage && find build/coverage -name '*.gcda' -delete
-	@$(call build,coverage)
-	@tools/coverage build/coverage
+	@$(call run-tests,coverage)
+	@gcovr --root . --filter impl/ --print-summary --fail-under-line 98 build/coverage
 
 bench: build-dir
 	@tools/install-packages build bench
@@ -101,10 +113,15 @@ abi: build-dir
 	@$(call build,clang-target,kvo_media_hw_tvhw)
 	@tools/check-abi build/release build/clang build/target build/clang-target
 
+install: build-dir
+	@tools/install-packages build
+	@$(call build,release)
+	@$(call quietly,install,cmake --install build/release --prefix '$(PREFIX)')
+	@echo 'Installed in $(DESTDIR)$(PREFIX).'
+
 install-check: build-dir
 	@tools/install-packages build check abi install
-	@$(call build,release)
-	@tools/check-install build/release build/install
+	@tools/check-install build/install
 	@tools/check-android-bp build/release
 
 # libc++ is the library whose mutexes Clang can follow.
@@ -129,3 +146,8 @@ tidy: build-dir
 	@tools/install-packages build test check
 	@$(call build,clang)
 	@clang-tidy --quiet -p build/clang $(filter impl/%.cpp platform/%.cpp,$(sources)) 2>build/tidy.log
+
+# The scripts are the files that name a shell in their first line.
+shellcheck:
+	@tools/install-packages check
+	@shellcheck $$(git grep -lI '^#!.*sh$$')

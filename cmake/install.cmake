@@ -1,5 +1,5 @@
 # What `cmake --install` lays out: the headers, the library with the stand-ins that were built, the
-# CMake package and the pkg-config file.
+# CMake package, the pkg-config files and the documents.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -21,8 +21,9 @@ install(FILES
 set_target_properties(kvo_media_hw_tvhw PROPERTIES EXPORT_NAME media_hw_tvhw)
 set(targets kvo_media_hw_tvhw kvo_media_headers)
 if(TVHW_HOST_PLATFORM)
-    list(APPEND targets kvo_hal_crm kvo_hal_photo kvo_hal_vbe kvo_hal_vsc kvo_media_hw_common
-        kvo_media_utils)
+    set_target_properties(kvo_media_host_platform PROPERTIES EXPORT_NAME media_host_platform)
+    get_target_property(stand_ins kvo_media_host_platform INTERFACE_LINK_LIBRARIES)
+    list(APPEND targets kvo_media_host_platform ${stand_ins})
     install(FILES platform/host/HostPlatform.h DESTINATION ${platform_headers}/host)
 endif()
 install(TARGETS ${targets} EXPORT kvo_media_hw_tvhwTargets)
@@ -42,6 +43,26 @@ install(FILES
 # From the file's own directory, since the prefix may be chosen as late as on installation.
 file(RELATIVE_PATH prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" prefix ${prefix})
-configure_file(cmake/kvo_media_hw_tvhw.pc.in kvo_media_hw_tvhw.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kvo_media_hw_tvhw.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+function(install_pkg_config name)
+    configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+# The linker follows what the library needs of the platform: to the stand-ins beside it, or to where
+# the platform's own libraries were found.
+if(TVHW_HOST_PLATFORM)
+    set(platform_libs "-Wl,-rpath-link,\${libdir}")
+    list(TRANSFORM stand_ins PREPEND -l)
+    list(JOIN stand_ins " " stand_in_libs)
+    install_pkg_config(kvo_media_host_platform)
+else()
+    list(TRANSFORM kvo_platform_libraries REPLACE "(.+)/.*" "-L\\1 -Wl,-rpath-link,\\1"
+        OUTPUT_VARIABLE platform_libs)
+    list(REMOVE_DUPLICATES platform_libs)
+    list(JOIN platform_libs " " platform_libs)
+endif()
+install_pkg_config(kvo_media_hw_tvhw)
+
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
