@@ -8,26 +8,6 @@ constexpr std::chrono::seconds kReclaimWaitLimit{3};
 
 }  // namespace
 
-bool ProcessingGuard::startProcessing() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mState == State::kReclaiming || mState == State::kReclaimed) {
-        return false;
-    }
-    mState = State::kProcessing;
-    ++mProcessingCount;
-    return true;
-}
-
-void ProcessingGuard::finishProcessing() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    --mProcessingCount;
-    if (mState == State::kProcessing && mProcessingCount == 0) {
-        mState = State::kIdle;
-    }
-    // Under the lock: the waiting reclaim may be the last to hold the guard.
-    mCondition.notify_all();
-}
-
 bool ProcessingGuard::startReclaim(LogSite const& site) {
     std::lock_guard<std::mutex> const lock(mMutex);
     if (mState == State::kReclaimed) {

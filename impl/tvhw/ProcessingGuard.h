@@ -47,6 +47,28 @@ private:
     void waitForCalls() TVHW_REQUIRES(mMutex);
 };
 
+// Inline: every call of a codec takes both steps.
+
+inline bool ProcessingGuard::startProcessing() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    if (mState == State::kReclaiming || mState == State::kReclaimed) {
+        return false;
+    }
+    mState = State::kProcessing;
+    ++mProcessingCount;
+    return true;
+}
+
+inline void ProcessingGuard::finishProcessing() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    --mProcessingCount;
+    if (mState == State::kProcessing && mProcessingCount == 0) {
+        mState = State::kIdle;
+    }
+    // Under the lock: the waiting reclaim may be the last to hold the guard.
+    mCondition.notify_all();
+}
+
 /// Enters a guard for the length of a scope, so that every path leaves it exactly once.
 class ProcessingScope {
 public:

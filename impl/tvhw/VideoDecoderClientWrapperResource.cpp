@@ -333,16 +333,21 @@ Return<void> VideoDecoderClientWrapperResource::writeHdrInfo(ColorAspect const& 
 }
 
 Return<BufferInfo> VideoDecoderClientWrapperResource::dequeueOutputBuffer() {
-    return whileProcessing(mImpl->mGuard, [&]() -> Return<BufferInfo> {
+    // One object is filled and returned: a buffer comes with every frame, and is not copied.
+    return whileProcessing(mImpl->mGuard, [&] {
         Return<BufferInfo> result = VideoDecoderClientWrapper::dequeueOutputBuffer();
         if (result.status().isError()) {
-            return result.status();
+            result = result.status();
+            return result;
         }
         BufferInfo& buffer = result.value();
         buffer.videoPort = mImpl->mGrant.mVdoPort.load(std::memory_order_relaxed);
         buffer.resourceId = mImpl->mGrant.mResourceId.load(std::memory_order_relaxed);
         buffer.callingPid = mImpl->mCallingPid.load(std::memory_order_relaxed);
-        return {status::kSuccess, buffer};
+        if (result.status().code() != status::kSuccess.code()) {
+            result = {status::kSuccess, buffer};
+        }
+        return result;
     });
 }
 
