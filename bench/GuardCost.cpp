@@ -4,25 +4,23 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <future>
-#include <mutex>
 #include <thread>
 #include <utility>
 
 #include "FakeCodecs.h"
 #include "Figures.h"
+#include "LeastWrappers.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
+#include "tvhw/VideoEncoderClientWrapperResource.h"
 
 namespace {
 
 using namespace kvo::media::hardware;
-using Decoder = VideoDecoderClientWrapper;
-
-constexpr std::size_t kSubjects = 8;
-constexpr int kStepsTogether = 200000;
-constexpr int kRoundsTogether = 200;
+constexpr std::size_t kSubjects = 16;
+constexpr int kStepsTogether = 50000;
+constexpr int kRoundsTogether = 150;
 
 /// A codec whose operations take next to no time.
 class QuickDecoder : public FakeDecoder {
@@ -31,26 +29,45 @@ public:
         return {};
     }
     Return<BufferInfo> dequeueOutputBuffer() override { return {}; }
+    Return<void> releaseOutputBuffer(BufferInfo const&) override { return {}; }
     Return<void> getInputBufferStatus(unsigned int*, unsigned int*, bool*) override { return {}; }
 };
 
-struct Call {
-    char const* name;
-    void (*make)(Decoder&);
+class QuickEncoder : public FakeEncoder {
+public:
+    Return<void> writeInputFrame(unsigned long long, unsigned char const*, unsigned int) override {
+        return {};
+    }
+    Return<int> readOutputFrame(unsigned long long*, unsigned char*, unsigned int*,
+                                PicType*) override {
+        return {};
+    }
 };
 
-constexpr Call kCalls[] = {
+template <typename Wrapper>
+struct Call {
+    char const* name;
+    void (*make)(Wrapper&);
+};
+
+constexpr Call<VideoDecoderClientWrapper> kDecoderCalls[] = {
     {"writeInputData",
-     [](Decoder& decoder) {
+     [](VideoDecoderClientWrapper& decoder) {
          unsigned char const data = 0;
          benchmark::DoNotOptimize(decoder.writeInputData(&data, 1, 0).status().code());
      }},
     {"dequeueOutputBuffer",
-     [](Decoder& decoder) {
+     [](VideoDecoderClientWrapper& decoder) {
          benchmark::DoNotOptimize(decoder.dequeueOutputBuffer().value().bufferId);
      }},
+    {"releaseOutputBuffer",
+     [](VideoDecoderClientWrapper& decoder) {
+         BufferInfo buffer;
+         buffer.videoPort = 0;
+         benchmark::DoNotOptimize(decoder.releaseOutputBuffer(buffer).status().code());
+     }},
     {"getInputBufferStatus",
-     [](Decoder& decoder) {
+     [](VideoDecoderClientWrapper& decoder) {
          unsigned int sizes[2];
          bool ready = false;
          benchmark::DoNotOptimize(
@@ -58,38 +75,48 @@ constexpr Call kCalls[] = {
      }},
 };
 
-/// The least steps of a guard of this kind.
-class Floor {
-public:
-    void enter() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        ++mCount;
-    }
-
-    void leave() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        --mCount;
-        mCondition.notify_all();
-    }
-
-private:
-    std::mutex mMutex;
-    std::condition_variable mCondition;
-    std::atomic<unsigned int> mCount{0};
+constexpr Call<VideoEncoderClientWrapper> kEncoderCalls[] = {
+    {"writeInputFrame",
+     [](VideoEncoderClientWrapper& encoder) {
+         unsigned char const data = 0;
+         benchmark::DoNotOptimize(encoder.writeInputFrame(40, &data, 1).status().code());
+     }},
+    {"readOutputFrame",
+     [](VideoEncoderClientWrapper& encoder) {
+         unsigned long long time = 0;
+         unsigned char data = 0;
+         unsigned int length = 1;
+         PicType type{};
+         benchmark::DoNotOptimize(encoder.readOutputFrame(&time, &data, &length, &type).value());
+     }},
 };
 
-/// What is measured. How the guard falls into lines of the cache matters to contending threads, so
-/// there are several of these, each 16 bytes further into a line than the one before.
+/// The wrappers that are compared.
+template <typename Wrapper>
 struct Subject {
-    explicit Subject(std::shared_ptr<IVideoDecoderClient> const& codec)
-        : plain(codec), guarded(codec) {}
-
-    Decoder plain;
-    VideoDecoderClientWrapperResource guarded;
-    Floor floor;
-    unsigned char shift[16] = {};
+    std::unique_ptr<Wrapper> plain;
+    std::unique_ptr<Wrapper> guarded;
+    std::unique_ptr<Wrapper> least;
+    std::unique_ptr<unsigned char[]> filler;
 };
-using Subjects = std::vector<std::unique_ptr<Subject>>;
+template <typename Wrapper>
+using Subjects = std::vector<Subject<Wrapper>>;
+
+/// How a guard falls into lines of the cache matters to contending threads: fillers of different
+/// sizes let each of these fall in another way.
+template <typename Wrapper, typename Guarded, typename Least, typename Codec>
+Subjects<Wrapper> makeSubjects() {
+    auto const codec = std::make_shared<Codec>();
+    Subjects<Wrapper> subjects(kSubjects);
+    std::size_t fillerSize = 0;
+    for (auto& subject : subjects) {
+        subject.plain = std::make_unique<Wrapper>(codec);
+        subject.guarded = std::make_unique<Guarded>(codec);
+        subject.least = std::make_unique<Least>(codec);
+        subject.filler = std::make_unique<unsigned char[]>(fillerSize += 16);
+    }
+    return subjects;
+}
 
 /// Keeps this thread on the processor of this number, where it may run there: threads that take
 /// turns on one do not contend.
@@ -127,64 +154,62 @@ double secondsTogether(Step const& step) {
     return taken.count() / (2 * kStepsTogether);
 }
 
-/// Measures what one `step` takes, made over and over by one thread, or by two together; each
-/// repetition is on the next of `subjects`.
-template <typename Step>
-void measure(std::string const& name, bool together, Subjects const& subjects, Step step) {
+/// Measures a call through one of the wrappers, made over and over by one thread, or by two
+/// together; each repetition is on the next of `subjects`.
+template <typename Wrapper>
+void measure(std::string const& name, bool together, Subjects<Wrapper> const& subjects,
+             std::unique_ptr<Wrapper> Subject<Wrapper>::*which, void (*call)(Wrapper&)) {
+    auto next = [&subjects, which, round = std::size_t{0}]() mutable -> Wrapper& {
+        return *(subjects[round++ % subjects.size()].*which);
+    };
     if (together) {
-        measureEvents(name, kRoundsTogether, [step, &subjects, round = std::size_t{0}]() mutable {
-            Subject& subject = *subjects[round++ % subjects.size()];
-            return secondsTogether([&] { step(subject); });
+        measureEvents(name, kRoundsTogether, [call, next]() mutable {
+            Wrapper& wrapper = next();
+            return secondsTogether([&] { call(wrapper); });
         });
     } else {
-        measureCalls(name,
-                     [step, &subjects, round = std::size_t{0}](benchmark::State& state) mutable {
-                         Subject& subject = *subjects[round++ % subjects.size()];
-                         for ([[maybe_unused]] auto const turn : state) {
-                             step(subject);
-                         }
-                     });
+        measureCalls(name, [call, next](benchmark::State& state) mutable {
+            Wrapper& wrapper = next();
+            for ([[maybe_unused]] auto const turn : state) {
+                call(wrapper);
+            }
+        });
     }
+}
+
+/// Measures calls of one kind of wrapper.
+template <typename Wrapper, std::size_t kCalls>
+Rows compare(Subjects<Wrapper> const& subjects, Call<Wrapper> const (&calls)[kCalls],
+             bool together) {
+    for (auto const& [name, call] : calls) {
+        std::string const of = name;
+        measure("plain " + of, together, subjects, &Subject<Wrapper>::plain, call);
+        measure("guarded " + of, together, subjects, &Subject<Wrapper>::guarded, call);
+        measure("least " + of, together, subjects, &Subject<Wrapper>::least, call);
+    }
+    auto const medians = runMedians();
+    Rows rows;
+    for (auto const& call : calls) {
+        std::string const of = call.name;
+        double const plain = medians.at("plain " + of);
+        rows.push_back({of + (together ? ", 2 threads" : ", 1 thread"), "the least guard's", "ns",
+                        medians.at("guarded " + of) - plain, medians.at("least " + of) - plain,
+                        together ? 1.15 : 1.1});
+    }
+    return rows;
 }
 
 }  // namespace
 
 Rows guardedCalls(bool together) {
-    std::string const threads = together ? ", 2 threads" : ", 1 thread";
-    std::fprintf(stderr, "Measuring guarded calls%s...\n", threads.c_str());
-    Subjects subjects(kSubjects);
-    auto const codec = std::make_shared<QuickDecoder>();
-    for (auto& subject : subjects) {
-        subject = std::make_unique<Subject>(codec);
-    }
-    measure("floor", together, subjects, [](Subject& subject) {
-        subject.floor.enter();
-        subject.floor.leave();
-    });
-    for (Call const& call : kCalls) {
-        std::string const name = call.name;
-        auto const make = call.make;
-        measure("plain " + name, together, subjects,
-                [make](Subject& subject) { make(subject.plain); });
-        measure("guarded " + name, together, subjects,
-                [make](Subject& subject) { make(subject.guarded); });
-        measure("floor around " + name, together, subjects, [make](Subject& subject) {
-            subject.floor.enter();
-            make(subject.plain);
-            subject.floor.leave();
-        });
-    }
-
-    auto const medians = runMedians();
-    double const target = together ? 1.2 : 1.15;
-    Rows rows;
-    for (Call const& call : kCalls) {
-        std::string const name = call.name;
-        double const plainCall = medians.at("plain " + name);
-        double const added = medians.at("guarded " + name) - plainCall;
-        rows.push_back({name + threads, "least steps", "ns", added, medians.at("floor"), target});
-        rows.push_back({name + threads, "the same around the plain call", "ns", added,
-                        medians.at("floor around " + name) - plainCall, target});
-    }
+    std::fprintf(stderr, "Measuring guarded calls, %s...\n", together ? "2 threads" : "1 thread");
+    Rows rows = compare(makeSubjects<VideoDecoderClientWrapper, VideoDecoderClientWrapperResource,
+                                     LeastDecoder, QuickDecoder>(),
+                        kDecoderCalls, together);
+    Rows const more =
+        compare(makeSubjects<VideoEncoderClientWrapper, VideoEncoderClientWrapperResource,
+                             LeastEncoder, QuickEncoder>(),
+                kEncoderCalls, together);
+    rows.insert(rows.end(), more.begin(), more.end());
     return rows;
 }

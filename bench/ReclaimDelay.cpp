@@ -14,7 +14,7 @@ namespace {
 using namespace kvo::media::hardware;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRounds = 2000;
+constexpr int kRounds = 1000;
 /// For the waiting thread to fall asleep, once it is known to wait.
 constexpr std::chrono::microseconds kToFallAsleep{200};
 constexpr std::chrono::seconds kWaitLimit{3};

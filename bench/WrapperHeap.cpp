@@ -1,58 +1,17 @@
 #include <algorithm>
-#include <atomic>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 
 #include "FakeCodecs.h"
 #include "Figures.h"
 #include "GuardedCalls.h"
 #include "Heap.h"
+#include "LeastWrappers.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
 
 namespace {
 
 using namespace kvo::media::hardware;
-
-// What the inner state of a wrapper must hold, and nothing else.
-
-struct Guard {
-    std::atomic<std::uint32_t> processingCount{0};
-    std::int32_t state = 0;
-    std::mutex mutex;
-    std::condition_variable condition;
-};
-
-struct DecoderState final : ResourceClient::Reclaimable,
-                            std::enable_shared_from_this<DecoderState> {
-    bool reclaim() override { return true; }
-
-    std::weak_ptr<IVideoDecoderClient> client;
-    std::shared_ptr<ResourceClient> resourceClient;
-    std::int32_t resourceId = -1, coreType = 0, vdoPort = -1, maxWidth = -1, maxHeight = -1;
-    std::int32_t callingPid = -1, displayAcquired = 0;
-    Guard guard;
-};
-
-struct EncoderState final : ResourceClient::Reclaimable,
-                            std::enable_shared_from_this<EncoderState> {
-    bool reclaim() override { return true; }
-
-    std::weak_ptr<IVideoEncoderClient> client;
-    std::shared_ptr<ResourceClient> resourceClient;
-    std::int32_t resourceId = -1, coreType = 0, vdoPort = -1, maxWidth = -1, maxHeight = -1;
-    std::int32_t liveStreaming = 0;
-    Guard guard;
-};
-
-/// A wrapper that holds its client and its inner state.
-template <typename Base, typename State>
-struct Holder final : Base {
-    using Base::Base;
-
-    std::shared_ptr<State> state = std::make_shared<State>();
-};
 
 /// Returns how many allocations the guard adds to a call, at most over all operations.
 template <typename Plain, typename Guarded, typename Fake>
@@ -103,9 +62,8 @@ Rows wrapperHeap() {
     Rows rows{
         addedAllocations<Decoder, DecoderResource, FakeDecoder>("decoder", guardedDecoderCalls()),
         addedAllocations<Encoder, EncoderResource, FakeEncoder>("encoder", guardedEncoderCalls())};
-    for (Rows const& more :
-         {idle<DecoderResource, Holder<Decoder, DecoderState>, FakeDecoder>("decoder wrapper"),
-          idle<EncoderResource, Holder<Encoder, EncoderState>, FakeEncoder>("encoder wrapper")}) {
+    for (Rows const& more : {idle<DecoderResource, LeastDecoder, FakeDecoder>("decoder wrapper"),
+                             idle<EncoderResource, LeastEncoder, FakeEncoder>("encoder wrapper")}) {
         rows.insert(rows.end(), more.begin(), more.end());
     }
     return rows;

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <thread>
+#include <vector>
 
 #include "Figures.h"
 #include "host/HostPlatform.h"
@@ -10,9 +12,42 @@ namespace {
 
 constexpr char kUsage[] =
     "Usage: tvhw_bench\n"
-    "Measures what the library costs beside the least that its work could cost, in one or two\n"
-    "minutes, and prints a table of both. A time that misses its target is shown as missed; heap\n"
-    "that does is an error as well (exit status 1). To be run on a quiet machine.\n";
+    "Measures what the library costs beside the least that its work could cost, and prints a "
+    "table\n"
+    "of both. Takes about a minute on a quiet machine. Figures of which one misses its target are\n"
+    "measured five times, and the medians are printed; the exit status is 1 if one is missed "
+    "then.\n";
+
+/// Odd, so that there is a median.
+constexpr std::size_t kRuns = 5;
+
+bool costsLess(Row const& one, Row const& other) {
+    return one.measured * other.least < other.measured * one.least;
+}
+
+/// Measures a group of figures: once if all reach their targets, else several times, and returns
+/// each figure as in the run with its median ratio.
+Rows settled(std::function<Rows()> const& measure) {
+    std::vector<Rows> runs{measure()};
+    if (std::all_of(runs[0].begin(), runs[0].end(), isReached)) {
+        return runs[0];
+    }
+    while (runs.size() < kRuns) {
+        std::fprintf(stderr, "A target was missed. Once more, run %zu of %zu.\n", runs.size() + 1,
+                     kRuns);
+        runs.push_back(measure());
+    }
+    Rows medians;
+    for (std::size_t figure = 0; figure < runs[0].size(); ++figure) {
+        Rows same;
+        for (Rows const& run : runs) {
+            same.push_back(run[figure]);
+        }
+        std::nth_element(same.begin(), same.begin() + kRuns / 2, same.end(), costsLess);
+        medians.push_back(same[kRuns / 2]);
+    }
+    return medians;
+}
 
 void append(Rows& rows, Rows const& more) { rows.insert(rows.end(), more.begin(), more.end()); }
 
@@ -38,12 +73,11 @@ int main(int argc, char** argv) {
     std::thread([] {}).join();
 
     printMachine();
-    Rows rows = guardedCalls(false);
-    append(rows, guardedCalls(true));
-    Rows const heap = wrapperHeap();
-    append(rows, heap);
-    append(rows, reclaimDelay());
-    append(rows, reclaimDispatch());
+    Rows rows = settled([] { return guardedCalls(false); });
+    append(rows, settled([] { return guardedCalls(true); }));
+    append(rows, wrapperHeap());
+    append(rows, settled(reclaimDelay));
+    append(rows, settled(reclaimDispatch));
     print(rows);
-    return std::all_of(heap.begin(), heap.end(), isReached) ? 0 : 1;
+    return std::all_of(rows.begin(), rows.end(), isReached) ? 0 : 1;
 }
