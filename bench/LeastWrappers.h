@@ -14,8 +14,8 @@
 // Wrappers that hold what the library's must hold, and do what a guarded call of theirs must do,
 // and nothing else. Derived from the plain wrapper's class, as the library's are.
 
-/// Refuses calls once it is closed, counts those inside, and tells a waiting reclaim of each that
-/// leaves.
+/// Refuses calls once it is closed, counts those inside, knows whether there are any, and tells a
+/// waiting reclaim of each that leaves.
 class LeastGuard {
 public:
     /// Makes `call` inside the guard and returns its result.
@@ -45,9 +45,10 @@ private:
 
     bool enter() {
         std::lock_guard<std::mutex> const lock(mMutex);
-        if (mState != 0) {
+        if (mState == kReclaiming || mState == kReclaimed) {
             return false;
         }
+        mState = kProcessing;
         ++mCount;
         return true;
     }
@@ -55,11 +56,16 @@ private:
     void leave() {
         std::lock_guard<std::mutex> const lock(mMutex);
         --mCount;
+        if (mState == kProcessing && mCount == 0) {
+            mState = kIdle;
+        }
         mCondition.notify_all();
     }
 
+    enum State : std::int32_t { kIdle, kProcessing, kReclaiming, kReclaimed };
+
     std::atomic<std::uint32_t> mCount{0};
-    std::int32_t mState = 0;
+    State mState = kIdle;
     std::mutex mMutex;
     std::condition_variable mCondition;
 };
