@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <functional>
 #include <thread>
 
+#include "FakeCodecs.h"
 #include "Journal.h"
 #include "SystemUtils.h"
 #include "kvo_media_log.h"
+#include "tvhw/ImageSinkTvhwImpl.h"
+#include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw_crm.h"
 
 // The stand-ins are what every other test trusts.
@@ -18,6 +23,7 @@ struct Client {
     int reclaims = 0;
     std::thread::id reclaimThread;
     bool freesItself = false;
+    std::function<void()> onReclaimed;
 
     Client() { EXPECT_EQ(TVHW_CRM_ClientInit(&handle, "test", onReclaim, 0, this), 0); }
     ~Client() {
@@ -33,6 +39,9 @@ struct Client {
         if (client.freesItself) {
             EXPECT_EQ(TVHW_CRM_ClientFree(&client.handle), 0);
         }
+        if (client.onReclaimed) {
+            client.onReclaimed();
+        }
         return client.answer;
     }
 
@@ -42,6 +51,11 @@ struct Client {
         request.width = width;
         return tryOnly ? TVHW_CRM_ClientTryAcquireResource(handle, &request)
                        : TVHW_CRM_ClientAcquireResource(handle, &request);
+    }
+
+    int acquireEncoder() {
+        TVHW_CRM_ACQUIRE_PARAM request{1, 640, 480, 0, 1, 0, {}};
+        return TVHW_CRM_ClientAcquireResource(handle, &request);
     }
 
     [[nodiscard]] TVHW_CRM_RESOURCE held() const {
@@ -72,7 +86,7 @@ TEST_F(HostPlatformTest, ANewcomerTakesTheCoreOfTheLongestHolder) {
     EXPECT_EQ(third.held().core, 3);
     EXPECT_EQ(first.held().core, 0);
 
-    second.answer = 0;
+    second.answer = third.answer = 0;
     EXPECT_NE(first.acquire(), 0);
     EXPECT_EQ(second.reclaims, 1) << "now the longest holder";
     EXPECT_EQ(second.held().core, 1);
@@ -87,6 +101,99 @@ TEST_F(HostPlatformTest, AHolderMayFreeItselfWhileItIsReclaimed) {
     EXPECT_EQ(newcomer.acquire(), 0);
     EXPECT_EQ(newcomer.held().core, 1);
     EXPECT_EQ(kvo::host::crmClients().size(), 1U);
+}
+
+// The old core of a player is asked for while its new one is requested.
+TEST_F(HostPlatformTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
+    kvo::host::setPool({{1}, {2}});
+    Client first;
+    Client second;
+    EXPECT_EQ(first.acquire(), 0);
+    EXPECT_EQ(second.acquire(), 0);
+    std::vector<int> inside;
+    for (Client* client : {&first, &second}) {
+        client->onReclaimed = [&inside] {
+            for (int count = 0; count < 3; ++count) {
+                inside.push_back(Client().acquire());
+            }
+        };
+    }
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(), 0);
+    // The first asks for the second's core. The second finds that the first is being asked and
+    // gets nothing, but gives up its core, which each of the first's three gets in turn.
+    EXPECT_EQ(testing::PrintToString(inside), "{ -16, -16, -16, 0, 0, 0 }");
+    EXPECT_EQ(newcomer.held().core, 1);
+
+    // Two players fight for one core: neither gets back what it has just given up.
+    kvo::host::setPool({{3}});
+    Client loser;
+    Client anew;
+    Client winner;
+    EXPECT_EQ(loser.acquire(), 0);
+    loser.freesItself = winner.freesItself = true;
+    loser.onReclaimed = [&anew] { EXPECT_NE(anew.acquire(), 0); };
+    winner.onReclaimed = [] { ADD_FAILURE() << "is asked before its own request has ended"; };
+    EXPECT_EQ(winner.acquire(), 0);
+    EXPECT_EQ(winner.held().core, 3);
+}
+
+// Each asks for what the other holds, and answers only when its own request has ended.
+TEST_F(HostPlatformTest, TwoNewcomersThatWaitForEachOtherBothGetAnAnswer) {
+    kvo::host::setPool({{1, false, 640, 480}, {2, true, 640, 480}});
+    Client decoder;
+    Client encoder;
+    EXPECT_EQ(decoder.acquire(), 0);
+    EXPECT_EQ(encoder.acquireEncoder(), 0);
+    std::promise<void> ended;
+    auto const hasEnded = ended.get_future().share();
+    std::promise<void> asked;
+    encoder.onReclaimed = [&] {
+        asked.set_value();
+        hasEnded.wait();
+    };
+    std::thread first([&] { EXPECT_EQ(decoder.acquireEncoder(), 0); });
+    asked.get_future().wait();
+    EXPECT_NE(encoder.acquire(), 0) << "its holder waits for this client";
+    ended.set_value();
+    first.join();
+}
+
+TEST_F(HostPlatformTest, AHolderThatRefusesIsPassedOver) {
+    kvo::host::setPool({{1}, {2}});
+    Client live;
+    Client player;
+    Client newcomer;
+    live.answer = 0;
+    EXPECT_EQ(live.acquire(), 0);
+    EXPECT_EQ(player.acquire(), 0);
+    EXPECT_EQ(newcomer.acquire(), 0);
+    EXPECT_EQ(newcomer.held().core, 2);
+    EXPECT_EQ(live.reclaims, 1);
+    EXPECT_EQ(player.reclaims, 1);
+}
+
+TEST_F(HostPlatformTest, TheSmallestCoreThatFitsIsGranted) {
+    Client small;
+    Client large;
+    EXPECT_EQ(small.acquire(1, 640), 0);
+    EXPECT_EQ(large.acquire(1, 1920), 0);
+    EXPECT_EQ(small.held().core, 1);
+    EXPECT_EQ(large.held().core, 3);
+    EXPECT_EQ(small.reclaims, 0);
+}
+
+TEST_F(HostPlatformTest, AClientHoldsACoreAndAPortAndKeepsBoth) {
+    Client other;
+    Client client;
+    EXPECT_EQ(other.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(client.acquire(), 0);
+    EXPECT_EQ(client.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0);
+    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0) << "nothing is left to give back";
+    EXPECT_EQ(client.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
+    EXPECT_EQ(client.held().core, 1);
+    EXPECT_EQ(client.held().videoPort, 2) << "although port 1 is free";
 }
 
 TEST_F(HostPlatformTest, PortsAreHandedOutLikeCores) {
@@ -148,6 +255,36 @@ TEST_F(HostPlatformTest, AFaultHappensOnceAtItsCall) {
     EXPECT_EQ(utils.getIntProperty("p", 0), 9);
     kvo::host::setProperty("p", std::nullopt);
     EXPECT_EQ(utils.getIntProperty("p", 5), 5);
+
+    EXPECT_THROW(kvo::host::failCall("getIntProperty", 7, 0), std::invalid_argument);
+    EXPECT_THROW(kvo::host::failCall("getIntPropety", 7), std::invalid_argument);
+    kvo::host::failCall("allowsForcedAcquire", 7);
+    EXPECT_FALSE(utils.allowsForcedAcquire(1));
+    EXPECT_TRUE(utils.allowsForcedAcquire(1));
+}
+
+/// Built before any part of the platform, and so destroyed after every part that is not meant to
+/// outlive it.
+struct LastUsers {
+    ~LastUsers() {
+        sink.reset();
+        wrapper.reset();
+        if (!kvo::host::crmClients().empty() || kvo::host::videoOutput().opens != 0) {
+            std::_Exit(3);
+        }
+    }
+    std::unique_ptr<kvo::media::hardware::VideoDecoderClientWrapperResource> wrapper;
+    std::unique_ptr<kvo::media::hardware::ImageSinkTvhwImpl> sink;
+};
+LastUsers gLastUsers;
+
+TEST_F(HostPlatformTest, OutlivesAWrapperInStaticStorage) {
+    using namespace kvo::media::hardware;
+    gLastUsers.wrapper =
+        std::make_unique<VideoDecoderClientWrapperResource>(std::make_shared<FakeDecoder>());
+    gLastUsers.wrapper->configureTunnelMode(CodecType::AVC, {});
+    gLastUsers.sink = std::make_unique<ImageSinkTvhwImpl>();
+    EXPECT_FALSE(kvo::host::crmClients().empty());
 }
 
 TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {

@@ -1,7 +1,11 @@
 #include "host/HostPlatform.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <mutex>
+#include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "host/PlatformCall.h"
@@ -9,6 +13,42 @@
 namespace kvo::host {
 
 namespace {
+
+/// The platform's operations, as failCall names them.
+constexpr std::string_view kOperations[] = {
+    "TVHW_CRM_ClientInit",
+    "TVHW_CRM_ClientFree",
+    "TVHW_CRM_CodecTypeFromMIME",
+    "TVHW_CRM_ClientAcquireResource",
+    "TVHW_CRM_ClientTryAcquireResource",
+    "TVHW_CRM_ClientGetResource",
+    "TVHW_CRM_ClientClearResource",
+    "TVHW_CRM_ClientReleaseResource",
+    "TVHW_CRM_ClientGetUniqueId",
+    "TVHW_VSC_Initialize",
+    "TVHW_VSC_Open",
+    "TVHW_VSC_Close",
+    "TVHW_VSC_Connect",
+    "TVHW_VSC_Disconnect",
+    "TVHW_VSC_SetAdaptiveStreamEx",
+    "TVHW_VSC_SetWinBlank",
+    "TVHW_VSC_SetInputRegion",
+    "TVHW_VSC_SetInputRegion_ForAdaptive",
+    "TVHW_VSC_SetOutputRegion",
+    "TVHW_VO_Open",
+    "TVHW_VO_Close",
+    "TVHW_VO_Config",
+    "TVHW_VO_DisplayPicture",
+    "TVHW_VBE_DISP_GetPanelSize",
+    "getIntProperty",
+    "allowsForcedAcquire",
+    "onProcessReclaimed",
+    "onReclaimedClientReleased",
+};
+
+bool isOperation(std::string_view name) {
+    return std::find(std::begin(kOperations), std::end(kOperations), name) != std::end(kOperations);
+}
 
 struct Fault {
     std::string operation;
@@ -30,7 +70,8 @@ struct State {
 };
 
 State& state() {
-    static State theState;
+    // Never destroyed: what others keep in static storage may call at the very end.
+    static State& theState = *new State;
     return theState;
 }
 
@@ -95,6 +136,14 @@ void note(std::string text) {
 }
 
 void failCall(std::string operation, int code, std::uint64_t nth) {
+    if (nth == 0) {
+        throw std::invalid_argument("failCall: call 0 of " + operation +
+                                    " never comes; the next is call 1");
+    }
+    if (operation != "*" && !isOperation(operation)) {
+        throw std::invalid_argument("failCall: the platform has no operation \"" + operation +
+                                    "\"");
+    }
     std::lock_guard<std::mutex> const lock(state().mutex);
     state().faults.push_back({std::move(operation), code, nth});
     gHasFaults.store(true, std::memory_order_relaxed);
@@ -105,6 +154,7 @@ std::uint64_t platformCallCount() { return gCallCount.load(std::memory_order_rel
 bool isRecording() { return gRecording.load(std::memory_order_relaxed); }
 
 std::optional<int> enterPlatformCall(char const* operation, std::string const& arguments) {
+    assert(isOperation(operation));
     gCallCount.fetch_add(1, std::memory_order_relaxed);
     if (isRecording()) {
         record({JournalEntry::Kind::kPlatformCall,

@@ -15,8 +15,9 @@
 /// back. The library itself knows nothing of it. Every operation may be called from any thread.
 namespace kvo::host {
 
-/// Returns everything to its first state: the default pool and panel, no property, policy, forced
-/// grant, memory handle, fault or journal. Clients, channels and outputs that are open stay open.
+/// Returns everything to its first state: the default pool and panel, the log level of the start,
+/// no property, policy, forced grant, memory handle, fault or journal. Clients, channels and
+/// outputs that are open stay open.
 KVO_MEDIA_EXPORT void reset();
 
 // --- The journal: what the library did, in order.
@@ -52,8 +53,9 @@ KVO_MEDIA_EXPORT void setLogLevel(int level);
 /// Makes call number `nth` from now, the next being 1, of `operation` ("TVHW_CRM_ClientInit"; "*"
 /// counts all calls) return `code` instead of its own result. A call that fails in this way does
 /// nothing, except that TVHW_CRM_ClientReleaseResource, TVHW_CRM_ClientFree and TVHW_VSC_Close give
-/// back all the same, since their caller has no second try. Faults add up until they have happened
-/// or reset() is called.
+/// back all the same, since their caller has no second try; a failed allowsForcedAcquire denies.
+/// Faults add up until they have happened or reset() is called. Throws std::invalid_argument, and
+/// changes nothing, for call 0 and for an operation that is not the platform's.
 KVO_MEDIA_EXPORT void failCall(std::string operation, int code, std::uint64_t nth = 1);
 
 /// Returns the number of platform calls since the start of the process.
@@ -96,8 +98,8 @@ KVO_MEDIA_EXPORT std::vector<CrmClient> crmClients();
 
 /// Reclaims from the client with this unique id, on a thread of its own. The future yields the
 /// client's answer, or -1 when there is no such client. What the client holds is taken when the
-/// answer is 1.
-KVO_MEDIA_EXPORT std::future<int> reclaim(int uniqueId);
+/// answer is 1. A future that is dropped waits for the answer there and then.
+[[nodiscard]] KVO_MEDIA_EXPORT std::future<int> reclaim(int uniqueId);
 
 // --- The panel and the video scaler.
 

@@ -26,8 +26,8 @@ public:
     }
 
     bool allowsForcedAcquire(int pid) override {
-        if (auto const forced = platformCall("allowsForcedAcquire", pid)) {
-            return *forced != 0;
+        if (platformCall("allowsForcedAcquire", pid)) {
+            return false;  // Who cannot be asked allows nothing.
         }
         std::function<bool(int)> policy;
         {
@@ -70,7 +70,8 @@ private:
 };
 
 HostSystemUtils& instance() {
-    static HostSystemUtils theInstance;
+    // Never destroyed, as callers may be in static storage.
+    static HostSystemUtils& theInstance = *new HostSystemUtils;
     return theInstance;
 }
 

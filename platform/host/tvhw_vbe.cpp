@@ -18,7 +18,7 @@ struct State {
 };
 
 State& state() {
-    static State theState;
+    static State& theState = *new State;  // Never destroyed, as callers may be in static storage.
     return theState;
 }
 

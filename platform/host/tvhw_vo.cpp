@@ -121,7 +121,8 @@ private:
 };
 
 Output& output0() {
-    static Output theOutput;
+    static Output& theOutput =
+        *new Output;  // Never destroyed, as callers may be in static storage.
     return theOutput;
 }
 

@@ -68,7 +68,8 @@ private:
 };
 
 Scaler& scaler() {
-    static Scaler theScaler;
+    static Scaler& theScaler =
+        *new Scaler;  // Never destroyed, as callers may be in static storage.
     return theScaler;
 }
 

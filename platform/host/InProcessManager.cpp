@@ -1,0 +1,183 @@
+// The resource manager within the process: one pool for all of its clients.
+
+#include <condition_variable>
+#include <future>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "host/HostPlatform.h"
+#include "host/PlatformCall.h"
+#include "host/ResourceManager.h"
+
+namespace kvo::host {
+
+namespace {
+
+/// The reclaim whose callback runs on this thread; 0 for none.
+thread_local int tReclaim = 0;
+
+class InProcessManager final : public ResourceManager {
+public:
+    InProcessManager() = default;
+
+    int open(std::string const& name, TVHW_CRM_RECLAIM_CALLBACK function, void* cookie,
+             int& client) override {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        client = mPool.openClient(name);
+        mCallbacks[client] = {function, cookie};
+        return 0;
+    }
+
+    int close(int client) override {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mCallbacks.erase(client);
+        mChanged.notify_all();
+        return mPool.closeClient(client) ? 0 : ResourcePool::kInvalid;
+    }
+
+    bool isOpen(int client) override {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mPool.isOpen(client);
+    }
+
+    int acquire(int client, ResourcePool::Request const& request, bool tryOnly) override {
+        std::unique_lock<std::mutex> lock(mMutex);
+        int const number = mPool.request(client, request, tryOnly, tReclaim);
+        for (;;) {
+            auto const step = mPool.advance(number);
+            mChanged.notify_all();  // It may have served others, too.
+            switch (step.kind) {
+                case ResourcePool::Step::Kind::kFinished:
+                    return step.code;
+                case ResourcePool::Step::Kind::kReclaim:
+                    std::thread([this, step, callback = mCallbacks.at(step.holder)] {
+                        runReclaim(step.reclaim, step.holder, callback);
+                    }).detach();
+                    break;
+                case ResourcePool::Step::Kind::kWait:
+                    mChanged.wait_until(lock, step.deadline);
+                    break;
+            }
+        }
+    }
+
+    int describe(int client, TVHW_CRM_RESOURCE& resource) override {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (!mPool.isOpen(client)) {
+            return ResourcePool::kInvalid;
+        }
+        auto const held = mPool.holding(client);
+        if (held.core == nullptr && held.port == 0) {
+            return ResourcePool::kNothingHeld;
+        }
+        CodecCore const core =
+            held.core == nullptr ? CodecCore{0, false, 0, 0} : CodecCore{*held.core};
+        resource = {};
+        resource.core = mForced.core.value_or(core.type);
+        resource.videoPort = mForced.videoPort.value_or(held.port);
+        resource.maxWidth = mForced.maxWidth.value_or(core.maxWidth);
+        resource.maxHeight = mForced.maxHeight.value_or(core.maxHeight);
+        return 0;
+    }
+
+    int giveBack(int client) override {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (!mPool.isOpen(client)) {
+            return ResourcePool::kInvalid;
+        }
+        mPool.giveBack(client);
+        mChanged.notify_all();
+        return 0;
+    }
+
+    /// Reclaims from a client on the calling thread, without a request for what it holds.
+    int reclaim(int client) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        auto const callback = mCallbacks.find(client);
+        if (callback == mCallbacks.end()) {
+            return -1;
+        }
+        Callback const copy = callback->second;
+        int const number = mPool.startReclaim(client);
+        lock.unlock();
+        return runReclaim(number, client, copy);
+    }
+
+    void setCores(std::vector<CodecCore> const& cores) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPool.setCores(cores);
+        mChanged.notify_all();
+    }
+
+    void force(ForcedGrant grant) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mForced = grant;
+    }
+
+    std::vector<CrmClient> clients() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        std::vector<CrmClient> result;
+        for (auto const& [client, name] : mPool.clients()) {
+            auto const held = mPool.holding(client);
+            result.push_back({client, name,
+                              reinterpret_cast<std::uintptr_t>(mCallbacks.at(client).cookie),
+                              held.core == nullptr ? 0 : held.core->type, held.port});
+        }
+        return result;
+    }
+
+private:
+    struct Callback {
+        TVHW_CRM_RECLAIM_CALLBACK function;
+        void* cookie;
+    };
+
+    /// Asks a client, on the calling thread and without the lock, and tells the pool its answer.
+    /// The client may be closed by then.
+    int runReclaim(int number, int client, Callback callback) {
+        int const outer = std::exchange(tReclaim, number);
+        int const answer = callReclaim(callback.function, client, callback.cookie);
+        tReclaim = outer;
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPool.finishReclaim(number, answer == 1);
+        mChanged.notify_all();
+        return answer;
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    ResourcePool mPool;
+    ForcedGrant mForced;
+    std::map<int, Callback> mCallbacks;  ///< By client.
+};
+
+InProcessManager& manager() {
+    static auto& theManager = *new InProcessManager;
+    return theManager;
+}
+
+[[maybe_unused]] bool const gResets = [] {
+    onReset([] {
+        manager().setCores(ResourcePool::defaultCores());
+        manager().force({});
+    });
+    return true;
+}();
+
+}  // namespace
+
+ResourceManager& resourceManager() { return manager(); }
+
+void setPool(std::vector<CodecCore> const& cores) { manager().setCores(cores); }
+
+void forceGrant(ForcedGrant grant) { manager().force(grant); }
+
+std::vector<CrmClient> crmClients() { return manager().clients(); }
+
+std::future<int> reclaim(int uniqueId) {
+    return std::async(std::launch::async, [uniqueId] { return manager().reclaim(uniqueId); });
+}
+
+}  // namespace kvo::host
