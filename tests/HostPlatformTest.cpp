@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
@@ -287,6 +288,28 @@ TEST_F(HostPlatformTest, OutlivesAWrapperInStaticStorage) {
     EXPECT_FALSE(kvo::host::crmClients().empty());
 }
 
+TEST_F(HostPlatformTest, TheJournalKeepsResultTimeAndThreadOfTheNewestEntries) {
+    kvo::host::startJournal();
+    auto const before = std::chrono::system_clock::now();
+    kvo::host::failCall("getIntProperty", 7);
+    SystemUtils::getInstance().getIntProperty("p", 0);
+    auto const journal = kvo::host::stopJournal();
+    ASSERT_EQ(journal.size(), 1U);
+    EXPECT_EQ(journal[0].text, "getIntProperty(p, 0)");
+    EXPECT_EQ(journal[0].result, 7);
+    EXPECT_GE(journal[0].time, before);
+    EXPECT_EQ(journal[0].thread, ::gettid());
+
+    kvo::host::startJournal();
+    for (std::size_t count = 0; count < kvo::host::kJournalLimit + 2; ++count) {
+        kvo::host::note(std::to_string(count));
+    }
+    auto const newest = kvo::host::stopJournal();
+    ASSERT_EQ(newest.size(), kvo::host::kJournalLimit + 1);
+    EXPECT_EQ(newest[0].text, "2 older entries were dropped");
+    EXPECT_EQ(newest[1].text, "2");
+}
+
 TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {
     kvo::host::setLogLevel(1);
     testing::internal::CaptureStderr();
@@ -308,9 +331,12 @@ TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {
     std::istringstream output(testing::internal::GetCapturedStderr());
     int lines = 0;
     for (std::string line; std::getline(output, line); ++lines) {
-        std::string const begin = "1 Tag dir/file.cpp:12 run: ";
-        ASSERT_EQ(line.substr(0, begin.size()), begin);
-        ASSERT_EQ(line, begin + std::string(3000, line[begin.size()]) + ".");
+        static std::regex const kStart(
+            R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ W Tag: dir/file\.cpp:12 run: )");
+        std::smatch start;
+        ASSERT_TRUE(std::regex_search(line, start, kStart, std::regex_constants::match_continuous));
+        std::string const text = start.suffix();
+        ASSERT_EQ(text, std::string(3000, text[0]) + ".");
     }
     EXPECT_EQ(lines, 80);
 }

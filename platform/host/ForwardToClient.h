@@ -1,23 +1,45 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
+#include <type_traits>
 #include <utility>
 
+#include "host/CallLog.h"
 #include "kvo/media/hardware/Status.h"
 
 namespace kvo::media::hardware {
 
+class IVideoEncoderClient;
+
 /// The status of every operation of a wrapper that was constructed without a client.
 inline constexpr Status kNoClient{-22};
 
-/// Calls `operation` on `client` and returns its result; without a client returns kNoClient.
+/// Returns a call of a codec as the log names it: by the codec's kind, its address and `name`.
+template <typename Client>
+host::LoggedCall codecCall(Client const* client, char const* name) {
+    bool const isEncoder = std::is_same_v<Client, IVideoEncoderClient>;
+    std::ostringstream text;
+    text << (isEncoder ? "encoder " : "decoder ") << client << ' ' << name << "()";
+    return {host::kCodecTag, text.str()};
+}
+
+/// Calls `operation`, whose name is `name`, on `client` and returns its result; without a client
+/// returns kNoClient. Where calls are logged, logs that it is entered and left.
 template <typename Client, typename Result, typename... Parameters, typename... Arguments>
-Result forward(std::shared_ptr<Client> const& client, Result (Client::*operation)(Parameters...),
-               Arguments&&... arguments) {
+Result forward(std::shared_ptr<Client> const& client, char const* name,
+               Result (Client::*operation)(Parameters...), Arguments&&... arguments) {
     if (client == nullptr) {
         return kNoClient;
     }
-    return (client.get()->*operation)(std::forward<Arguments>(arguments)...);
+    if (!host::mayLogCalls()) {
+        return (client.get()->*operation)(std::forward<Arguments>(arguments)...);
+    }
+    host::LoggedCall const call = codecCall(client.get(), name);
+    call.logEntry();
+    Result result = (client.get()->*operation)(std::forward<Arguments>(arguments)...);
+    call.logReturn(result.status().code());
+    return result;
 }
 
 }  // namespace kvo::media::hardware

@@ -1,8 +1,12 @@
 #include "host/HostPlatform.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cassert>
+#include <deque>
+#include <iterator>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
@@ -64,7 +68,9 @@ std::atomic<std::uint64_t> gCallCount{0};
 /// while they are being loaded.
 struct State {
     std::mutex mutex;
-    std::vector<JournalEntry> journal;
+    std::deque<JournalEntry> journal;
+    std::uint64_t entryCount = 0;    ///< Of all journals; the number of the last entry.
+    std::uint64_t droppedCount = 0;  ///< Of this journal.
     std::vector<Fault> faults;
     std::vector<void (*)()> resetHandlers;
 };
@@ -75,11 +81,28 @@ State& state() {
     return theState;
 }
 
-void record(JournalEntry entry) {
+/// Records what happens now. Returns the number of the entry, 0 when the journal does not record.
+std::uint64_t record(JournalEntry::Kind kind, std::string text, char const* file = "",
+                     int line = 0) {
+    JournalEntry entry{kind, std::move(text), file, line};
+    entry.time = std::chrono::system_clock::now();
+    entry.thread = ::gettid();
     std::lock_guard<std::mutex> const lock(state().mutex);
-    if (gRecording.load(std::memory_order_relaxed)) {
-        state().journal.push_back(std::move(entry));
+    if (!gRecording.load(std::memory_order_relaxed)) {
+        return 0;
     }
+    if (state().journal.size() == kJournalLimit) {
+        state().journal.pop_front();
+        ++state().droppedCount;
+    }
+    state().journal.push_back(std::move(entry));
+    return ++state().entryCount;
+}
+
+/// Empties the journal. The lock is held.
+std::deque<JournalEntry> takeJournal() {
+    state().droppedCount = 0;
+    return std::exchange(state().journal, {});
 }
 
 /// Takes the code of a fault that happens with this call of `operation`.
@@ -108,7 +131,7 @@ void reset() {
         std::lock_guard<std::mutex> const lock(state().mutex);
         gRecording.store(false, std::memory_order_relaxed);
         gHasFaults.store(false, std::memory_order_relaxed);
-        state().journal.clear();
+        takeJournal();
         state().faults.clear();
         handlers = state().resetHandlers;
     }
@@ -119,19 +142,25 @@ void reset() {
 
 void startJournal() {
     std::lock_guard<std::mutex> const lock(state().mutex);
-    state().journal.clear();
+    takeJournal();
     gRecording.store(true, std::memory_order_relaxed);
 }
 
 std::vector<JournalEntry> stopJournal() {
     std::lock_guard<std::mutex> const lock(state().mutex);
     gRecording.store(false, std::memory_order_relaxed);
-    return std::exchange(state().journal, {});
+    std::vector<JournalEntry> entries;
+    if (std::uint64_t const dropped = state().droppedCount; dropped != 0) {
+        entries.emplace_back().text = std::to_string(dropped) + " older entries were dropped";
+    }
+    auto journal = takeJournal();
+    std::move(journal.begin(), journal.end(), std::back_inserter(entries));
+    return entries;
 }
 
 void note(std::string text) {
     if (isRecording()) {
-        record({JournalEntry::Kind::kNote, std::move(text), {}, 0});
+        record(JournalEntry::Kind::kNote, std::move(text));
     }
 }
 
@@ -153,23 +182,28 @@ std::uint64_t platformCallCount() { return gCallCount.load(std::memory_order_rel
 
 bool isRecording() { return gRecording.load(std::memory_order_relaxed); }
 
-std::optional<int> enterPlatformCall(char const* operation, std::string const& arguments) {
+void PlatformCall::enter(char const* operation, std::string const* description) {
     assert(isOperation(operation));
     gCallCount.fetch_add(1, std::memory_order_relaxed);
-    if (isRecording()) {
-        record({JournalEntry::Kind::kPlatformCall,
-                std::string(operation) + "(" + arguments + ")",
-                {},
-                0});
+    if (isRecording() && description != nullptr) {
+        mEntry = record(JournalEntry::Kind::kPlatformCall, *description);
     }
-    if (!gHasFaults.load(std::memory_order_relaxed)) {
-        return std::nullopt;
+    if (gHasFaults.load(std::memory_order_relaxed)) {
+        mFailure = takeFault(operation);
     }
-    return takeFault(operation);
+}
+
+void PlatformCall::recordResult(int result) const {
+    std::lock_guard<std::mutex> const lock(state().mutex);
+    std::deque<JournalEntry>& journal = state().journal;
+    std::uint64_t const age = state().entryCount - mEntry;
+    if (age < journal.size()) {
+        journal[journal.size() - 1 - age].result = result;
+    }
 }
 
 void recordLogLine(std::string text, char const* file, int line) {
-    record({JournalEntry::Kind::kLogLine, std::move(text), file, line});
+    record(JournalEntry::Kind::kLogLine, std::move(text), file, line);
 }
 
 void onReset(void (*handler)()) {

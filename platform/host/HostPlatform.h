@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -33,7 +34,14 @@ struct JournalEntry {
     std::string text;
     std::string file;  ///< Of a log line: the path given by the logger.
     int line = 0;      ///< Of a log line.
+
+    std::chrono::system_clock::time_point time{};
+    int thread = 0;               ///< The system's number of the thread, as in the log.
+    std::optional<int> result{};  ///< Of a platform call that had returned by the journal's end.
 };
+
+/// How many entries a journal holds. Then the oldest go, and the first is a note that counts them.
+inline constexpr std::size_t kJournalLimit = 1000000;
 
 /// Empties the journal and records from now on. Nothing is recorded before the first call.
 KVO_MEDIA_EXPORT void startJournal();
@@ -44,8 +52,13 @@ KVO_MEDIA_EXPORT std::vector<JournalEntry> stopJournal();
 /// Puts an entry of the caller's own into the journal, to see where it falls among the others.
 KVO_MEDIA_EXPORT void note(std::string text);
 
-/// Prints log lines up to `level` to standard error; -1 prints none. The level at the start is that
-/// of the environment variable KVO_MEDIA_LOG_LEVEL, else 1.
+/// Prints the log lines of every tag up to `level`; -1 prints none. The levels at the start are
+/// those of the environment variable KVO_MEDIA_LOG_LEVEL, else 1: a level, or a list of TAG:LEVEL
+/// in which "*" stands for all other tags. Level 4 adds the platform calls (tag HostPlatform) and
+/// the calls of codecs (tag Codec). Lines have logcat's "threadtime" form, priorities E, W, I, D
+/// and V for levels 0 to 4, and go to standard error or, appended, to the file that
+/// KVO_MEDIA_LOG_FILE names. A value of either variable that cannot be used ends the process with
+/// status 2. tvhw-log reads what is printed.
 KVO_MEDIA_EXPORT void setLogLevel(int level);
 
 // --- Faults: platform calls that fail.

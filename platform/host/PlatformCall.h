@@ -1,24 +1,23 @@
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
 
+#include "host/CallLog.h"
 #include "kvo/media/hardware/Export.h"
 
-/// What the stand-in libraries share: every operation of a platform library begins with
-/// platformCall(), which counts and records it and tells whether it is to fail.
+/// What the stand-in libraries share: every operation of a platform library is a PlatformCall.
 namespace kvo::host {
 
 /// Says whether the journal records.
 KVO_MEDIA_EXPORT bool isRecording();
 
-/// Counts a call of `operation`, and records it with `arguments` when the journal records. Returns
-/// the code that the call must return, or nothing when it is to do its work.
-KVO_MEDIA_EXPORT std::optional<int> enterPlatformCall(char const* operation,
-                                                      std::string const& arguments);
+/// Says whether the arguments of platform calls are printed: for the journal or the log.
+inline bool areCallsDescribed() { return isRecording() || mayLogCalls(); }
 
 /// Records a log line.
 KVO_MEDIA_EXPORT void recordLogLine(std::string text, char const* file, int line);
@@ -26,16 +25,62 @@ KVO_MEDIA_EXPORT void recordLogLine(std::string text, char const* file, int line
 /// Registers what reset() does for one stand-in library. Called once, as the library is loaded.
 KVO_MEDIA_EXPORT void onReset(void (*handler)());
 
-/// As enterPlatformCall, with the arguments as values; they are printed only for the journal.
-template <typename... Arguments>
-std::optional<int> platformCall(char const* operation, Arguments const&... arguments) {
-    if (!isRecording()) {
-        return enterPlatformCall(operation, {});
+/// A call of a platform operation: counted as it is constructed; recorded and logged, with its
+/// arguments, result and duration, where that is asked for; made to fail where failCall says so.
+class PlatformCall {
+public:
+    /// Begins a call. The arguments are printed only for the journal and the log.
+    template <typename... Arguments>
+    explicit PlatformCall(char const* operation, Arguments const&... arguments) {
+        if (!areCallsDescribed()) {
+            enter(operation, nullptr);
+            return;
+        }
+        std::ostringstream text;
+        text << operation << '(';
+        [[maybe_unused]] char const* separator = "";
+        ((text << std::exchange(separator, ", ") << arguments), ...);
+        text << ')';
+        std::string const description = text.str();
+        enter(operation, &description);
+        if (mayLogCalls()) {
+            mLogged.emplace(kPlatformTag, description);
+        }
     }
-    std::ostringstream text;
-    [[maybe_unused]] char const* separator = "";
-    ((text << std::exchange(separator, ", ") << arguments), ...);
-    return enterPlatformCall(operation, text.str());
-}
+
+    /// Does the work of the operation, unless the call is to fail, and returns the call's result.
+    template <typename Work>
+    int perform(Work const& work) {
+        return leave(mFailure ? *mFailure : work());
+    }
+
+    /// As perform, but does the work also when the call is to fail.
+    template <typename Work>
+    int performAnyhow(Work const& work) {
+        int const result = work();
+        return leave(mFailure.value_or(result));
+    }
+
+    /// Says whether the call is to fail.
+    [[nodiscard]] bool fails() const { return mFailure.has_value(); }
+
+private:
+    KVO_MEDIA_EXPORT void enter(char const* operation, std::string const* description);
+    KVO_MEDIA_EXPORT void recordResult(int result) const;
+
+    int leave(int result) const {
+        if (mEntry != 0) {
+            recordResult(result);
+        }
+        if (mLogged) {
+            mLogged->logReturn(result);
+        }
+        return result;
+    }
+
+    std::optional<int> mFailure;  ///< What the call is to return without doing its work.
+    std::uint64_t mEntry = 0;     ///< Number of its journal entry, 0 for none.
+    std::optional<LoggedCall> mLogged;
+};
 
 }  // namespace kvo::host

@@ -17,30 +17,32 @@ public:
     HostSystemUtils() = default;
 
     int getIntProperty(char const* name, int defaultValue) override {
-        if (auto const forced = platformCall("getIntProperty", name, defaultValue)) {
-            return *forced;
-        }
-        std::lock_guard<std::mutex> const lock(mMutex);
-        auto const property = mProperties.find(name);
-        return property == mProperties.end() ? defaultValue : property->second;
+        return PlatformCall("getIntProperty", name, defaultValue).perform([&] {
+            std::lock_guard<std::mutex> const lock(mMutex);
+            auto const property = mProperties.find(name);
+            return property == mProperties.end() ? defaultValue : property->second;
+        });
     }
 
     bool allowsForcedAcquire(int pid) override {
-        if (platformCall("allowsForcedAcquire", pid)) {
-            return false;  // Who cannot be asked allows nothing.
-        }
-        std::function<bool(int)> policy;
-        {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            policy = mPolicy;
-        }
-        return policy == nullptr || policy(pid);
+        PlatformCall call("allowsForcedAcquire", pid);
+        int const answer = call.perform([&] {
+            std::function<bool(int)> policy;
+            {
+                std::lock_guard<std::mutex> const lock(mMutex);
+                policy = mPolicy;
+            }
+            return policy == nullptr || policy(pid) ? 1 : 0;
+        });
+        return !call.fails() && answer != 0;  // Who cannot be asked allows nothing.
     }
 
-    void onProcessReclaimed(int pid) override { platformCall("onProcessReclaimed", pid); }
+    void onProcessReclaimed(int pid) override {
+        PlatformCall("onProcessReclaimed", pid).perform([] { return 0; });
+    }
 
     void onReclaimedClientReleased(int pid) override {
-        platformCall("onReclaimedClientReleased", pid);
+        PlatformCall("onReclaimedClientReleased", pid).perform([] { return 0; });
     }
 
     void setProperty(std::string const& name, std::optional<int> value) {

@@ -13,151 +13,154 @@ VideoDecoderClientWrapper::~VideoDecoderClientWrapper() = default;
 
 Return<void> VideoDecoderClientWrapper::configureTunnelMode(CodecType type,
                                                             Configuration const& config) {
-    return forward(mClient, &IVideoDecoderClient::configureTunnelMode, type, config);
+    return forward(mClient, __func__, &IVideoDecoderClient::configureTunnelMode, type, config);
 }
 
 Return<void> VideoDecoderClientWrapper::configureReferenceMode(CodecType type,
                                                                Configuration const& config) {
-    return forward(mClient, &IVideoDecoderClient::configureReferenceMode, type, config);
+    return forward(mClient, __func__, &IVideoDecoderClient::configureReferenceMode, type, config);
 }
 
 Return<void> VideoDecoderClientWrapper::configurePixelMode(CodecType type,
                                                            Configuration const& config) {
-    return forward(mClient, &IVideoDecoderClient::configurePixelMode, type, config);
+    return forward(mClient, __func__, &IVideoDecoderClient::configurePixelMode, type, config);
 }
 
 Return<void> VideoDecoderClientWrapper::configureNativeBufferMode(CodecType type,
                                                                   Configuration const& config) {
-    return forward(mClient, &IVideoDecoderClient::configureNativeBufferMode, type, config);
+    return forward(mClient, __func__, &IVideoDecoderClient::configureNativeBufferMode, type,
+                   config);
 }
 
 Return<void> VideoDecoderClientWrapper::release() {
-    return forward(mClient, &IVideoDecoderClient::release);
+    return forward(mClient, __func__, &IVideoDecoderClient::release);
 }
 
 Return<void> VideoDecoderClientWrapper::writeInputData(unsigned char const* data,
                                                        unsigned int length, unsigned int flags) {
-    return forward(mClient, &IVideoDecoderClient::writeInputData, data, length, flags);
+    return forward(mClient, __func__, &IVideoDecoderClient::writeInputData, data, length, flags);
 }
 
 Return<void> VideoDecoderClientWrapper::writeInputFrame(unsigned int flags,
                                                         unsigned long long timestampUs,
                                                         unsigned char const* data,
                                                         unsigned int length) {
-    return forward(mClient, &IVideoDecoderClient::writeInputFrame, flags, timestampUs, data,
-                   length);
+    return forward(mClient, __func__, &IVideoDecoderClient::writeInputFrame, flags, timestampUs,
+                   data, length);
 }
 
 Return<void> VideoDecoderClientWrapper::writeInputEndOfStream() {
-    return forward(mClient, &IVideoDecoderClient::writeInputEndOfStream);
+    return forward(mClient, __func__, &IVideoDecoderClient::writeInputEndOfStream);
 }
 
 Return<void> VideoDecoderClientWrapper::writeHdrInfo(ColorAspect const& aspect,
                                                      HdrInfo const& info) {
-    return forward(mClient, &IVideoDecoderClient::writeHdrInfo, aspect, info);
+    return forward(mClient, __func__, &IVideoDecoderClient::writeHdrInfo, aspect, info);
 }
 
 Return<void> VideoDecoderClientWrapper::pause() {
-    return forward(mClient, &IVideoDecoderClient::pause);
+    return forward(mClient, __func__, &IVideoDecoderClient::pause);
 }
 
 Return<void> VideoDecoderClientWrapper::resume() {
-    return forward(mClient, &IVideoDecoderClient::resume);
+    return forward(mClient, __func__, &IVideoDecoderClient::resume);
 }
 
 Return<void> VideoDecoderClientWrapper::step() {
-    return forward(mClient, &IVideoDecoderClient::step);
+    return forward(mClient, __func__, &IVideoDecoderClient::step);
 }
 
 Return<void> VideoDecoderClientWrapper::setTunnelPeek(bool enable) {
-    return forward(mClient, &IVideoDecoderClient::setTunnelPeek, enable);
+    return forward(mClient, __func__, &IVideoDecoderClient::setTunnelPeek, enable);
 }
 
 Return<void> VideoDecoderClientWrapper::setSpeed(double speed) {
-    return forward(mClient, &IVideoDecoderClient::setSpeed, speed);
+    return forward(mClient, __func__, &IVideoDecoderClient::setSpeed, speed);
 }
 
 Return<FrameInfo> VideoDecoderClientWrapper::getFrameInfo() {
-    return forward(mClient, &IVideoDecoderClient::getFrameInfo);
+    return forward(mClient, __func__, &IVideoDecoderClient::getFrameInfo);
 }
 
 Return<ColorAspect> VideoDecoderClientWrapper::getColorAspect() {
-    return forward(mClient, &IVideoDecoderClient::getColorAspect);
+    return forward(mClient, __func__, &IVideoDecoderClient::getColorAspect);
 }
 
 Return<HdrInfo> VideoDecoderClientWrapper::getHdrInfo() {
-    return forward(mClient, &IVideoDecoderClient::getHdrInfo);
+    return forward(mClient, __func__, &IVideoDecoderClient::getHdrInfo);
 }
 
 Return<BufferInfo> VideoDecoderClientWrapper::dequeueOutputBuffer() {
-    return forward(mClient, &IVideoDecoderClient::dequeueOutputBuffer);
+    return forward(mClient, __func__, &IVideoDecoderClient::dequeueOutputBuffer);
 }
 
 Return<void> VideoDecoderClientWrapper::releaseOutputBuffer(BufferInfo const& buffer) {
-    return forward(mClient, &IVideoDecoderClient::releaseOutputBuffer, buffer);
+    return forward(mClient, __func__, &IVideoDecoderClient::releaseOutputBuffer, buffer);
 }
 
 Return<PixelInfo> VideoDecoderClientWrapper::dequeuePixelBuffer() {
-    return forward(mClient, &IVideoDecoderClient::dequeuePixelBuffer);
+    return forward(mClient, __func__, &IVideoDecoderClient::dequeuePixelBuffer);
 }
 
 Return<void> VideoDecoderClientWrapper::copyFromPixelBuffer(unsigned char* destination,
                                                             unsigned int length, PixelInfo& pixel) {
-    return forward(mClient, &IVideoDecoderClient::copyFromPixelBuffer, destination, length, pixel);
+    return forward(mClient, __func__, &IVideoDecoderClient::copyFromPixelBuffer, destination,
+                   length, pixel);
 }
 
 Return<void> VideoDecoderClientWrapper::releasePixelBuffer(PixelInfo const& pixel) {
-    return forward(mClient, &IVideoDecoderClient::releasePixelBuffer, pixel);
+    return forward(mClient, __func__, &IVideoDecoderClient::releasePixelBuffer, pixel);
 }
 
 Return<void> VideoDecoderClientWrapper::queueNativeBuffer(std::shared_ptr<NativeBuffer> buffer) {
-    return forward(mClient, &IVideoDecoderClient::queueNativeBuffer, std::move(buffer));
+    return forward(mClient, __func__, &IVideoDecoderClient::queueNativeBuffer, std::move(buffer));
 }
 
 Return<std::shared_ptr<NativeBuffer>> VideoDecoderClientWrapper::dequeueNativeBuffer() {
-    return forward(mClient, &IVideoDecoderClient::dequeueNativeBuffer);
+    return forward(mClient, __func__, &IVideoDecoderClient::dequeueNativeBuffer);
 }
 
 Return<RenderEvent> VideoDecoderClientWrapper::dequeueRenderEvent() {
-    return forward(mClient, &IVideoDecoderClient::dequeueRenderEvent);
+    return forward(mClient, __func__, &IVideoDecoderClient::dequeueRenderEvent);
 }
 
 Return<void> VideoDecoderClientWrapper::reconfigureOutputBuffer(CodecType type,
                                                                 Configuration const& config) {
-    return forward(mClient, &IVideoDecoderClient::reconfigureOutputBuffer, type, config);
+    return forward(mClient, __func__, &IVideoDecoderClient::reconfigureOutputBuffer, type, config);
 }
 
 Return<void> VideoDecoderClientWrapper::flush() {
-    return forward(mClient, &IVideoDecoderClient::flush);
+    return forward(mClient, __func__, &IVideoDecoderClient::flush);
 }
 
 Return<void> VideoDecoderClientWrapper::getInputBufferStatus(unsigned int* freeBytes,
                                                              unsigned int* totalBytes,
                                                              bool* ready) {
-    return forward(mClient, &IVideoDecoderClient::getInputBufferStatus, freeBytes, totalBytes,
-                   ready);
+    return forward(mClient, __func__, &IVideoDecoderClient::getInputBufferStatus, freeBytes,
+                   totalBytes, ready);
 }
 
 Return<Configuration> VideoDecoderClientWrapper::getConfiguration() {
-    return forward(mClient, &IVideoDecoderClient::getConfiguration);
+    return forward(mClient, __func__, &IVideoDecoderClient::getConfiguration);
 }
 
 Return<std::int64_t> VideoDecoderClientWrapper::currentSTCTime() {
-    return forward(mClient, &IVideoDecoderClient::currentSTCTime);
+    return forward(mClient, __func__, &IVideoDecoderClient::currentSTCTime);
 }
 
 Return<void> VideoDecoderClientWrapper::testConnection() {
-    return forward(mClient, &IVideoDecoderClient::testConnection);
+    return forward(mClient, __func__, &IVideoDecoderClient::testConnection);
 }
 
 Return<void> VideoDecoderClientWrapper::testInvalidConnection() {
-    return forward(mClient, &IVideoDecoderClient::testInvalidConnection);
+    return forward(mClient, __func__, &IVideoDecoderClient::testInvalidConnection);
 }
 
 Return<void> VideoDecoderClientWrapper::testWriteInputData(unsigned char const* data,
                                                            unsigned int length,
                                                            unsigned int flags) {
-    return forward(mClient, &IVideoDecoderClient::testWriteInputData, data, length, flags);
+    return forward(mClient, __func__, &IVideoDecoderClient::testWriteInputData, data, length,
+                   flags);
 }
 
 }  // namespace kvo::media::hardware

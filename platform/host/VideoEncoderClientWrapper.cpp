@@ -12,59 +12,61 @@ VideoEncoderClientWrapper::VideoEncoderClientWrapper(std::shared_ptr<IVideoEncod
 VideoEncoderClientWrapper::~VideoEncoderClientWrapper() = default;
 
 Return<void> VideoEncoderClientWrapper::configure(Configuration const& config) {
-    return forward(mClient, &IVideoEncoderClient::configure, config);
+    return forward(mClient, __func__, &IVideoEncoderClient::configure, config);
 }
 
 Return<void> VideoEncoderClientWrapper::release() {
-    return forward(mClient, &IVideoEncoderClient::release);
+    return forward(mClient, __func__, &IVideoEncoderClient::release);
 }
 
 Return<void> VideoEncoderClientWrapper::writeColorAspect(ColorAspect const& aspect) {
-    return forward(mClient, &IVideoEncoderClient::writeColorAspect, aspect);
+    return forward(mClient, __func__, &IVideoEncoderClient::writeColorAspect, aspect);
 }
 
 Return<void> VideoEncoderClientWrapper::writeInputFrame(unsigned long long timestampUs,
                                                         unsigned char const* data,
                                                         unsigned int length) {
-    return forward(mClient, &IVideoEncoderClient::writeInputFrame, timestampUs, data, length);
+    return forward(mClient, __func__, &IVideoEncoderClient::writeInputFrame, timestampUs, data,
+                   length);
 }
 
 Return<void> VideoEncoderClientWrapper::writeInputImage(unsigned long long timestampUs,
                                                         Image const& image) {
-    return forward(mClient, &IVideoEncoderClient::writeInputImage, timestampUs, image);
+    return forward(mClient, __func__, &IVideoEncoderClient::writeInputImage, timestampUs, image);
 }
 
 Return<int> VideoEncoderClientWrapper::readOutputFrame(unsigned long long* timestampUs,
                                                        unsigned char* data, unsigned int* length,
                                                        PicType* type) {
-    return forward(mClient, &IVideoEncoderClient::readOutputFrame, timestampUs, data, length, type);
+    return forward(mClient, __func__, &IVideoEncoderClient::readOutputFrame, timestampUs, data,
+                   length, type);
 }
 
 Return<void> VideoEncoderClientWrapper::pause() {
-    return forward(mClient, &IVideoEncoderClient::pause);
+    return forward(mClient, __func__, &IVideoEncoderClient::pause);
 }
 
 Return<void> VideoEncoderClientWrapper::resume() {
-    return forward(mClient, &IVideoEncoderClient::resume);
+    return forward(mClient, __func__, &IVideoEncoderClient::resume);
 }
 
 Return<void> VideoEncoderClientWrapper::flush() {
-    return forward(mClient, &IVideoEncoderClient::flush);
+    return forward(mClient, __func__, &IVideoEncoderClient::flush);
 }
 
 Return<void> VideoEncoderClientWrapper::setParameters(Configuration const& config) {
-    return forward(mClient, &IVideoEncoderClient::setParameters, config);
+    return forward(mClient, __func__, &IVideoEncoderClient::setParameters, config);
 }
 
 Return<void> VideoEncoderClientWrapper::getInputBufferStatus(unsigned int* freeBuffers,
                                                              unsigned int* totalBuffers, int* width,
                                                              int* height, int* stride) {
-    return forward(mClient, &IVideoEncoderClient::getInputBufferStatus, freeBuffers, totalBuffers,
-                   width, height, stride);
+    return forward(mClient, __func__, &IVideoEncoderClient::getInputBufferStatus, freeBuffers,
+                   totalBuffers, width, height, stride);
 }
 
 Return<Configuration> VideoEncoderClientWrapper::getConfiguration() {
-    return forward(mClient, &IVideoEncoderClient::getConfiguration);
+    return forward(mClient, __func__, &IVideoEncoderClient::getConfiguration);
 }
 
 }  // namespace kvo::media::hardware

@@ -34,9 +34,9 @@ TVHW_CRM_HANDLE handleOf(int client) {
     return reinterpret_cast<TVHW_CRM_HANDLE>(static_cast<std::uintptr_t>(client));
 }
 
-/// A client as the journal names it: by its unique id, 0 when it is not open.
+/// A client as the journal and the log name it: by its unique id, 0 when it is not open.
 int named(TVHW_CRM_HANDLE handle) {
-    return isRecording() && resourceManager().isOpen(idOf(handle)) ? idOf(handle) : 0;
+    return areCallsDescribed() && resourceManager().isOpen(idOf(handle)) ? idOf(handle) : 0;
 }
 
 template <typename Record>
@@ -67,26 +67,32 @@ bool isPortSet(TVHW_CRM_RESOURCE resource) {
 int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request,
             bool tryOnly) {
     TVHW_CRM_ACQUIRE_PARAM const values = request == nullptr ? TVHW_CRM_ACQUIRE_PARAM{} : *request;
-    if (auto const forced =
-            platformCall(operation, named(client), values.codecType, values.width, values.height,
-                         values.frameRate, values.isEncoder, values.extraFlag)) {
-        return *forced;
-    }
-    if (request == nullptr || !isWellFormed(values)) {
-        return kInvalid;
-    }
-    return resourceManager().acquire(
-        idOf(client),
-        {values.codecType == TVHW_CRM_CODEC_TYPE_DISPLAY, values.isEncoder != 0, values.codecType,
-         values.width, values.height},
-        tryOnly);
+    return PlatformCall(operation, named(client), values.codecType, values.width, values.height,
+                        values.frameRate, values.isEncoder, values.extraFlag)
+        .perform([&] {
+            if (request == nullptr || !isWellFormed(values)) {
+                return kInvalid;
+            }
+            return resourceManager().acquire(
+                idOf(client),
+                {values.codecType == TVHW_CRM_CODEC_TYPE_DISPLAY, values.isEncoder != 0,
+                 values.codecType, values.width, values.height},
+                tryOnly);
+        });
 }
 
 }  // namespace
 
 int callReclaim(TVHW_CRM_RECLAIM_CALLBACK reclaim, int client, void* cookie) {
     TVHW_CRM_RECLAIM_PARAM const param{client};
-    return reclaim(&param, cookie);
+    if (!mayLogCalls()) {
+        return reclaim(&param, cookie);
+    }
+    LoggedCall const call(kPlatformTag, "reclaim(" + std::to_string(client) + ")");
+    call.logEntry();
+    int const answer = reclaim(&param, cookie);
+    call.logReturn(answer);
+    return answer;
 }
 
 }  // namespace kvo::host
@@ -94,7 +100,7 @@ int callReclaim(TVHW_CRM_RECLAIM_CALLBACK reclaim, int client, void* cookie) {
 using kvo::host::idOf;
 using kvo::host::kInvalid;
 using kvo::host::named;
-using kvo::host::platformCall;
+using kvo::host::PlatformCall;
 using kvo::host::resourceManager;
 
 extern "C" {
@@ -102,41 +108,42 @@ extern "C" {
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* name,
                                          TVHW_CRM_RECLAIM_CALLBACK reclaim, int reserved,
                                          void* cookie) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientInit", name, reserved,
-                                         reinterpret_cast<std::uintptr_t>(cookie))) {
-        return *forced;
-    }
-    if (client == nullptr || reclaim == nullptr || reserved != 0) {
-        return kInvalid;
-    }
-    int id = 0;
-    int const result = resourceManager().open(name, reclaim, cookie, id);
-    if (result == 0) {
-        *client = kvo::host::handleOf(id);
-    }
-    return result;
+    return PlatformCall("TVHW_CRM_ClientInit", name, reserved,
+                        reinterpret_cast<std::uintptr_t>(cookie))
+        .perform([&] {
+            if (client == nullptr || reclaim == nullptr || reserved != 0) {
+                return kInvalid;
+            }
+            int id = 0;
+            int const result = resourceManager().open(name, reclaim, cookie, id);
+            if (result == 0) {
+                *client = kvo::host::handleOf(id);
+            }
+            return result;
+        });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
     auto* const handle = client == nullptr ? nullptr : *client;
-    auto const forced = platformCall("TVHW_CRM_ClientFree", named(handle));
-    int const result = resourceManager().close(idOf(handle));
-    if (client != nullptr && result == 0 && !forced) {
-        *client = nullptr;  // A failed call leaves the caller's handle as it is.
-    }
-    return forced.value_or(result);
+    PlatformCall call("TVHW_CRM_ClientFree", named(handle));
+    return call.performAnyhow([&] {
+        int const result = resourceManager().close(idOf(handle));
+        if (client != nullptr && result == 0 && !call.fails()) {
+            *client = nullptr;  // A failed call leaves the caller's handle as it is.
+        }
+        return result;
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_CodecTypeFromMIME(char const* mime) {
-    if (auto const forced = platformCall("TVHW_CRM_CodecTypeFromMIME", mime)) {
-        return *forced;
-    }
-    for (std::size_t index = 0; index < kvo::host::kMimeTypes.size(); ++index) {
-        if (std::strcmp(mime, kvo::host::kMimeTypes[index]) == 0) {
-            return static_cast<int>(index) + 1;
+    return PlatformCall("TVHW_CRM_CodecTypeFromMIME", mime).perform([&] {
+        for (std::size_t index = 0; index < kvo::host::kMimeTypes.size(); ++index) {
+            if (std::strcmp(mime, kvo::host::kMimeTypes[index]) == 0) {
+                return static_cast<int>(index) + 1;
+            }
         }
-    }
-    return 0;
+        return 0;
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientAcquireResource(TVHW_CRM_HANDLE client,
@@ -151,41 +158,39 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientTryAcquireResource(TVHW_CRM_HANDLE client,
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client,
                                                 TVHW_CRM_RESOURCE* resource) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientGetResource", named(client))) {
-        return *forced;
-    }
-    if (resource == nullptr || !kvo::host::isZero(*resource)) {
-        return kInvalid;
-    }
-    return resourceManager().describe(idOf(client), *resource);
+    return PlatformCall("TVHW_CRM_ClientGetResource", named(client)).perform([&] {
+        if (resource == nullptr || !kvo::host::isZero(*resource)) {
+            return kInvalid;
+        }
+        return resourceManager().describe(idOf(client), *resource);
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client,
                                                   TVHW_CRM_RESOURCE const* resource) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientClearResource", named(client),
-                                         resource == nullptr ? 0 : resource->videoPort)) {
-        return *forced;
-    }
-    // The planes of the ports go black; who holds the ports does not change.
-    bool const isPossible = resource != nullptr && kvo::host::isPortSet(*resource);
-    return isPossible && resourceManager().isOpen(idOf(client)) ? 0 : kInvalid;
+    return PlatformCall("TVHW_CRM_ClientClearResource", named(client),
+                        resource == nullptr ? 0 : resource->videoPort)
+        .perform([&] {
+            // The planes of the ports go black; who holds the ports does not change.
+            bool const isPossible = resource != nullptr && kvo::host::isPortSet(*resource);
+            return isPossible && resourceManager().isOpen(idOf(client)) ? 0 : kInvalid;
+        });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client) {
-    auto const forced = platformCall("TVHW_CRM_ClientReleaseResource", named(client));
-    int const result = resourceManager().giveBack(idOf(client));
-    return forced.value_or(result);
+    return PlatformCall("TVHW_CRM_ClientReleaseResource", named(client)).performAnyhow([&] {
+        return resourceManager().giveBack(idOf(client));
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id) {
-    if (auto const forced = platformCall("TVHW_CRM_ClientGetUniqueId", named(client))) {
-        return *forced;
-    }
-    if (id == nullptr || !resourceManager().isOpen(idOf(client))) {
-        return kInvalid;
-    }
-    *id = idOf(client);
-    return 0;
+    return PlatformCall("TVHW_CRM_ClientGetUniqueId", named(client)).perform([&] {
+        if (id == nullptr || !resourceManager().isOpen(idOf(client))) {
+            return kInvalid;
+        }
+        *id = idOf(client);
+        return 0;
+    });
 }
 
 }  // extern "C"

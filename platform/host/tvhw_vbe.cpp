@@ -42,16 +42,15 @@ Panel panel() {
 }  // namespace kvo::host
 
 extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size) {
-    if (auto const forced = kvo::host::platformCall("TVHW_VBE_DISP_GetPanelSize")) {
-        return *forced;
-    }
-    kvo::host::Panel const panel = kvo::host::panel();
-    if (size == nullptr) {
-        return kvo::host::kInvalid;
-    }
-    if (!panel.readable) {
-        return kvo::host::kUnreadable;
-    }
-    *size = {panel.width, panel.height};
-    return 0;
+    return kvo::host::PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
+        kvo::host::Panel const panel = kvo::host::panel();
+        if (size == nullptr) {
+            return kvo::host::kInvalid;
+        }
+        if (!panel.readable) {
+            return kvo::host::kUnreadable;
+        }
+        *size = {panel.width, panel.height};
+        return 0;
+    });
 }

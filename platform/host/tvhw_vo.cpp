@@ -143,33 +143,29 @@ VideoOutput videoOutput() { return output0().state(); }
 
 using kvo::host::kInvalid;
 using kvo::host::output0;
-using kvo::host::platformCall;
+using kvo::host::PlatformCall;
 
 extern "C" {
 
 KVO_MEDIA_EXPORT int TVHW_VO_Open(std::int32_t output, std::int32_t mode) {
-    if (auto const forced = platformCall("TVHW_VO_Open", output, mode)) {
-        return *forced;
-    }
-    return output == 0 ? output0().open(mode) : kInvalid;
+    return PlatformCall("TVHW_VO_Open", output, mode).perform([&] {
+        return output == 0 ? output0().open(mode) : kInvalid;
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Close(std::int32_t output) {
-    if (auto const forced = platformCall("TVHW_VO_Close", output)) {
-        return *forced;
-    }
-    return output == 0 ? output0().close() : kInvalid;
+    return PlatformCall("TVHW_VO_Close", output).perform([&] {
+        return output == 0 ? output0().close() : kInvalid;
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Config(std::int32_t output, TVHW_VO_CONFIG_PARAM const* config) {
     if (config == nullptr) {
         return kInvalid;
     }
-    if (auto const forced = platformCall("TVHW_VO_Config", output, config->mode, config->width,
-                                         config->height, config->pixelFormat)) {
-        return *forced;
-    }
-    return output == 0 ? output0().configure(*config) : kInvalid;
+    return PlatformCall("TVHW_VO_Config", output, config->mode, config->width, config->height,
+                        config->pixelFormat)
+        .perform([&] { return output == 0 ? output0().configure(*config) : kInvalid; });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_DisplayPicture(std::int32_t output,
@@ -177,13 +173,10 @@ KVO_MEDIA_EXPORT int TVHW_VO_DisplayPicture(std::int32_t output,
     if (picture == nullptr) {
         return kInvalid;
     }
-    if (auto const forced =
-            platformCall("TVHW_VO_DisplayPicture", output, picture->buffer, picture->bufferLength,
-                         picture->stride, picture->x, picture->y, picture->width, picture->height,
-                         picture->pixelFormat)) {
-        return *forced;
-    }
-    return output == 0 ? output0().show(*picture) : kInvalid;
+    return PlatformCall("TVHW_VO_DisplayPicture", output, picture->buffer, picture->bufferLength,
+                        picture->stride, picture->x, picture->y, picture->width, picture->height,
+                        picture->pixelFormat)
+        .perform([&] { return output == 0 ? output0().show(*picture) : kInvalid; });
 }
 
 }  // extern "C"

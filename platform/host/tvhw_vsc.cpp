@@ -89,18 +89,16 @@ bool isOnPanel(TVHW_VSC_WINDOW const& window) {
 
 int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
              bool inPanelPixels) {
-    if (auto const forced =
-            platformCall(operation, index, window.x, window.y, window.w, window.h)) {
-        return *forced;
-    }
-    bool const isPossible = !inPanelPixels || isOnPanel(window);
-    return scaler().withChannel(index, [&](ScalerChannel& channel) {
-        if (!isPossible) {
-            return kOutsidePanel;
-        }
-        channel.input = toWindow(window);
-        channel.inputInPanelPixels = inPanelPixels;
-        return 0;
+    return PlatformCall(operation, index, window.x, window.y, window.w, window.h).perform([&] {
+        bool const isPossible = !inPanelPixels || isOnPanel(window);
+        return scaler().withChannel(index, [&](ScalerChannel& channel) {
+            if (!isPossible) {
+                return kOutsidePanel;
+            }
+            channel.input = toWindow(window);
+            channel.inputInPanelPixels = inPanelPixels;
+            return 0;
+        });
     });
 }
 
@@ -113,89 +111,85 @@ ScalerChannel scalerChannel(unsigned int index) { return scaler().channel(index)
 using kvo::host::isFlag;
 using kvo::host::isSource;
 using kvo::host::kInvalid;
-using kvo::host::platformCall;
+using kvo::host::PlatformCall;
 using kvo::host::scaler;
 using kvo::host::ScalerChannel;
 
 extern "C" {
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Initialize() {
-    auto const forced = kvo::host::platformCall("TVHW_VSC_Initialize");
-    return forced ? *forced : scaler().initialise();
+    return kvo::host::PlatformCall("TVHW_VSC_Initialize").perform([&] {
+        return scaler().initialise();
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Open(std::uint32_t channel) {
-    auto const forced = platformCall("TVHW_VSC_Open", channel);
-    return forced ? *forced : scaler().open(channel);
+    return PlatformCall("TVHW_VSC_Open", channel).perform([&] { return scaler().open(channel); });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Close(std::uint32_t channel) {
-    auto const forced = platformCall("TVHW_VSC_Close", channel);
-    int const result = scaler().withChannel(channel, [](ScalerChannel& state) {
-        state = {};
-        return 0;
+    return PlatformCall("TVHW_VSC_Close", channel).performAnyhow([&] {
+        return scaler().withChannel(channel, [](ScalerChannel& state) {
+            state = {};
+            return 0;
+        });
     });
-    return forced.value_or(result);
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE source,
                                       std::int32_t reserved) {
-    if (auto const forced =
-            platformCall("TVHW_VSC_Connect", channel, source.type, int{source.port}, reserved)) {
-        return *forced;
-    }
-    return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (!isSource(source, reserved)) {
-            return kInvalid;
-        }
-        state.source = {source.type, source.port};
-        return 0;
-    });
+    return PlatformCall("TVHW_VSC_Connect", channel, source.type, int{source.port}, reserved)
+        .perform([&] {
+            return scaler().withChannel(channel, [&](ScalerChannel& state) {
+                if (!isSource(source, reserved)) {
+                    return kInvalid;
+                }
+                state.source = {source.type, source.port};
+                return 0;
+            });
+        });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE source,
                                          std::int32_t reserved) {
-    if (auto const forced =
-            platformCall("TVHW_VSC_Disconnect", channel, source.type, int{source.port}, reserved)) {
-        return *forced;
-    }
-    return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (!isSource(source, reserved)) {
-            return kInvalid;
-        }
-        if (!state.source || state.source->type != source.type ||
-            state.source->port != source.port) {
-            return kvo::host::kNotConnected;
-        }
-        state.source.reset();
-        return 0;
-    });
+    return PlatformCall("TVHW_VSC_Disconnect", channel, source.type, int{source.port}, reserved)
+        .perform([&] {
+            return scaler().withChannel(channel, [&](ScalerChannel& state) {
+                if (!isSource(source, reserved)) {
+                    return kInvalid;
+                }
+                if (!state.source || state.source->type != source.type ||
+                    state.source->port != source.port) {
+                    return kvo::host::kNotConnected;
+                }
+                state.source.reset();
+                return 0;
+            });
+        });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::int32_t adaptive) {
-    if (auto const forced = platformCall("TVHW_VSC_SetAdaptiveStreamEx", channel, adaptive)) {
-        return *forced;
-    }
-    return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (!isFlag(adaptive)) {
-            return kInvalid;
-        }
-        state.adaptive = adaptive == 1;
-        return 0;
+    return PlatformCall("TVHW_VSC_SetAdaptiveStreamEx", channel, adaptive).perform([&] {
+        return scaler().withChannel(channel, [&](ScalerChannel& state) {
+            if (!isFlag(adaptive)) {
+                return kInvalid;
+            }
+            state.adaptive = adaptive == 1;
+            return 0;
+        });
     });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t blank,
                                           std::int32_t reserved) {
-    if (auto const forced = platformCall("TVHW_VSC_SetWinBlank", channel, blank, reserved)) {
-        return *forced;
-    }
-    return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (!isFlag(blank) || reserved != 0) {
-            return kInvalid;
-        }
-        state.blank = blank == 1;
-        return 0;
+    return PlatformCall("TVHW_VSC_SetWinBlank", channel, blank, reserved).perform([&] {
+        return scaler().withChannel(channel, [&](ScalerChannel& state) {
+            if (!isFlag(blank) || reserved != 0) {
+                return kInvalid;
+            }
+            state.blank = blank == 1;
+            return 0;
+        });
     });
 }
 
@@ -209,18 +203,17 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetInputRegion_ForAdaptive(std::uint32_t channel,
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window) {
-    if (auto const forced = platformCall("TVHW_VSC_SetOutputRegion", channel, window.x, window.y,
-                                         window.w, window.h)) {
-        return *forced;
-    }
-    bool const isPossible = kvo::host::isOnPanel(window);
-    return scaler().withChannel(channel, [&](ScalerChannel& state) {
-        if (!isPossible) {
-            return kvo::host::kOutsidePanel;
-        }
-        state.output = kvo::host::toWindow(window);
-        return 0;
-    });
+    return PlatformCall("TVHW_VSC_SetOutputRegion", channel, window.x, window.y, window.w, window.h)
+        .perform([&] {
+            bool const isPossible = kvo::host::isOnPanel(window);
+            return scaler().withChannel(channel, [&](ScalerChannel& state) {
+                if (!isPossible) {
+                    return kvo::host::kOutsidePanel;
+                }
+                state.output = kvo::host::toWindow(window);
+                return 0;
+            });
+        });
 }
 
 }  // extern "C"
