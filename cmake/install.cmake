@@ -18,6 +18,11 @@ install(FILES
     impl/tvhw/VideoScalerClientTvhwImpl.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tvhw)
 
+# The log reader, a script and what it is made of.
+install(PROGRAMS tools/tvhw-log DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY tools/tvhw_log DESTINATION ${CMAKE_INSTALL_DATADIR}/tvhw-log
+    FILES_MATCHING PATTERN *.py)
+
 set_target_properties(kvo_media_hw_tvhw PROPERTIES EXPORT_NAME media_hw_tvhw)
 set(targets kvo_media_hw_tvhw kvo_media_headers)
 if(TVHW_HOST_PLATFORM)
