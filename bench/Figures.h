@@ -15,3 +15,6 @@ Rows reclaimDelay();
 
 /// How long a reclaim takes to find its owner among many.
 Rows reclaimDispatch();
+
+/// What a call of a codec through a wrapper costs where calls are not logged.
+Rows callLogCost();

@@ -78,6 +78,7 @@ int main(int argc, char** argv) {
     append(rows, wrapperHeap());
     append(rows, settled(reclaimDelay));
     append(rows, settled(reclaimDispatch));
+    append(rows, settled(callLogCost));
     print(rows);
     return std::all_of(rows.begin(), rows.end(), isReached) ? 0 : 1;
 }
