@@ -16,8 +16,8 @@ RULES = [Rule(*row) for row in [
     ('codec-stuck', 'Calls were stuck in the codec when it was reclaimed',
      'Calls into the codec had not returned 3 seconds after a reclaim began. The codec was then released '
      'under them; until then nobody else got the core.',
-     'Which calls these are (named below where the log has calls: level 4) and what they wait for in the '
-     'codec. A call must return when its input or output stalls.'),
+     'Which calls these are (named below where the log has calls: level 4) and what they wait for: in the '
+     'codec, or in the resource manager\'s Free. A call must return when its input or output stalls.'),
     ('manager-unreachable', 'The resource manager cannot be reached',
      'Opening a client of the resource manager failed. A decoder that needs a core is not configured '
      '(-1); an encoder goes on without a core.',
@@ -59,7 +59,7 @@ RULES = [Rule(*row) for row in [
      'with "useDmaBuffer"). Whoever asked is refused.',
      'Whether that encoder should still be running; only its owner can end it.'),
     ('refused', 'The resource manager refused a request for a core',
-     'The request was sent with the right to take a core from another client, and still failed: nothing '
+     'The request was sent with the right to take a core from another client, and still failed: no core '
      'fits this stream, or a holder kept its core.',
      'The size asked for beside the largest size of the cores; who holds them (the lives above); the '
      'manager\'s code behind "ret=".'),
@@ -71,11 +71,13 @@ RULES = [Rule(*row) for row in [
      'Reading back what the client holds failed, so the configure operation could not go on.',
      'The lines before these, if the log has lost some; the manager\'s code behind "ret=".'),
     ('no-connection', 'A request was made without a client of the resource manager',
-     'The connection was closed before the request.',
-     'Whether the wrapper is used by two threads at once: configure and release are one thread\'s.'),
+     'There was no connection, so that nothing was asked for.',
+     'Whether the manager answered success without a client; whether two threads configure and release '
+     'the wrapper at once, which are one thread\'s to do.'),
     ('port-not-granted', 'No display port was granted for tunnel mode',
-     'The decoder asked for a display port and got none, so the tunnel-mode configure failed (-1) and '
-     'gave the core back.',
+     'The decoder asked for a display port and got none. With "vdoPort=TVHW_CRM_VIDEO_PORT_NONE" the '
+     'tunnel-mode configure failed (-1) and gave the core back; where only reading the port back failed '
+     '("crm-resource") it went on without one, and shows nothing.',
      'Who holds the display ports (there are two); the manager\'s code behind "ret=", if there is one.'),
     ('ports-not-cleared', 'The display ports could not be cleared',
      'Pixel mode clears both ports before it starts. That failed, the configure operation too (-1), and '
