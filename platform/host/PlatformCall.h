@@ -68,7 +68,7 @@ private:
     KVO_MEDIA_EXPORT void enter(char const* operation, std::string const* description);
     KVO_MEDIA_EXPORT void recordResult(int result) const;
 
-    int leave(int result) const {
+    [[nodiscard]] int leave(int result) const {
         if (mEntry != 0) {
             recordResult(result);
         }

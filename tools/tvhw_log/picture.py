@@ -60,7 +60,8 @@ class Picture:
     def _chosen(self, story):
         if story.first is None:
             return [], (0.0, 1.0)
-        whole = (story.first.time, story.last.time + 1e-3)
+        margin = max(1e-3, (story.last.time - story.first.time) / 40)
+        whole = (story.first.time - margin, story.last.time + margin)
         if self._window is None:
             return list(self._recent), whole
         low, high = self._window
@@ -194,7 +195,7 @@ def _merged(calls, scale):
 
 def _arrow(x, newcomer, victim):
     start, end = (newcomer - 2, victim + 2 * LANE) if newcomer > victim else (newcomer + LANE, victim - 4)
-    return (f'<path d="M{x - 9:.1f} {start}V{end}" stroke="#a50f15" stroke-width="1.6" fill="none" '
+    return (f'<path d="M{x - 6:.1f} {start}V{end}" stroke="#a50f15" stroke-width="1.6" fill="none" '
             'marker-end="url(#head)"/>')
 
 

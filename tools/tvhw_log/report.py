@@ -17,7 +17,7 @@ def _wrapped(label, text):
 def _calls(life):
     total = sum(count for count, _ in life.calls.values())
     most = sorted(life.calls.items(), key=lambda call: -call[1][0])[:SHOWN_CALLS]
-    parts = [f'{name} {count} times, longest {longest / 1000:.1f} ms' for name, (count, longest) in most]
+    parts = [f'{name} {_times(count, "time")}, longest {longest / 1000:.1f} ms' for name, (count, longest) in most]
     return f'{_times(total, "call")} into the codec: ' + '; '.join(parts)
 
 
