@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 
 #include "Journal.h"
@@ -12,12 +13,14 @@ using namespace kvo::media::hardware;
 using kvo::host::failCall;
 using kvo::host::videoOutput;
 
-Configuration config(std::int32_t width, std::int32_t height, std::int64_t format = 14) {
+/// Entries of 0 are absent.
+Configuration config(std::int32_t width, std::int32_t height, std::int64_t format = 0) {
     Configuration result;
-    result.setInt32(key::kWidth, width);
-    result.setInt32(key::kHeight, height);
-    if (format != 14) {
-        result.setInt64(key::kColorFormat, format);
+    for (auto const& [name, value] : std::map<char const*, std::int64_t>{
+             {key::kWidth, width}, {key::kHeight, height}, {key::kColorFormat, format}}) {
+        if (value != 0) {
+            result.setInt64(name, value);
+        }
     }
     return result;
 }
@@ -63,14 +66,6 @@ TEST_F(ImageSinkTest, TheAnswerOfTheVideoOutputIsTheResult) {
            {"TVHW_VO_Config(0, 2, -4, 3, 5)", "0 ImageSink configure: TVHW_VO_Config fail"});
     expect("configure", [&] { return sink->configure(config(2, 3)); }, 0,
            {"TVHW_VO_Config(0, 2, 2, 3, 5)"});
-    // The host refuses: an unknown handle, more than the memory, less than the picture, a picture
-    // larger than configured, lines that overlap, and a picture upside down.
-    for (Image const& image :
-         {Image{0, 2, 2, 0, handle + 1, 16, 8}, Image{0, 2, 2, 0, handle, 17, 8},
-          Image{0, 2, 2, 0, handle, 15, 8}, Image{0, 3, 1, 0, handle, 16, 12},
-          Image{0, 2, 2, 0, handle, 16, 7}, Image{0, 2, -2, 0, handle, 16, 8}}) {
-        EXPECT_EQ(sink->displayPicture(image).status().code(), -1);
-    }
     lines.pop_back();
     expect("displayPicture", show, 0, lines);
     kvo::host::unregisterMemory(handle);
@@ -81,8 +76,10 @@ TEST_F(ImageSinkTest, TheAnswerOfTheVideoOutputIsTheResult) {
 }
 
 TEST_F(ImageSinkTest, RefusesConfigurationsThatItDoesNotSupport) {
-    for (Configuration const& refused : {Configuration{}, config(0, 3), config(4, 0),
-                                         config(4, 3, 13), config(4, 3, 15), config(4, 3, 0)}) {
+    Configuration zero = config(4, 3, 14);
+    zero.setInt32(key::kColorFormat, 0);
+    for (Configuration const& refused :
+         {Configuration{}, config(0, 3), config(4, 0), config(4, 3, 13), config(4, 3, 15), zero}) {
         expect("configure", [&] { return sink->configure(refused); }, -2,
                {"0 ImageSink configure: unsupported configuration"});
     }

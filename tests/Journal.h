@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <regex>
 #include <string>
 #include <vector>
@@ -9,7 +11,7 @@
 using Lines = std::vector<std::string>;
 
 /// Returns what `action` did, in order. Unique ids of clients read ID and their cookies COOKIE,
-/// since both go on counting for the whole process.
+/// since both go on counting for the whole process. Log lines must tell where they come from.
 template <typename Action>
 Lines recorded(Action const& action) {
     kvo::host::startJournal();
@@ -18,6 +20,8 @@ Lines recorded(Action const& action) {
     static std::regex const kCookie("ClientInit\\(VDC, 0, \\d+\\)");
     Lines lines;
     for (auto const& entry : kvo::host::stopJournal()) {
+        EXPECT_EQ(entry.line > 0, entry.kind == kvo::host::JournalEntry::Kind::kLogLine);
+        EXPECT_EQ(entry.file.find("impl/tvhw/"), entry.line > 0 ? 0 : std::string::npos);
         std::string const text = std::regex_replace(entry.text, kUniqueId, "ID");
         lines.push_back(std::regex_replace(text, kCookie, "ClientInit(VDC, 0, COOKIE)"));
     }

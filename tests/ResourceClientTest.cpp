@@ -1,4 +1,7 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 #include "Journal.h"
 #include "tvhw/ResourceClient.h"
@@ -7,14 +10,45 @@
 
 namespace {
 
+std::atomic<std::size_t> gRegistrationsAtFree{0};  ///< When a client was last closed.
+void (*gLast)() = nullptr;                         ///< Runs when all static objects are gone.
+
+// Before any library is initialised, so that it runs after the last of them.
+[[gnu::section(".preinit_array"), gnu::used]] void (*const gRegisterLast)() = [] {
+    on_exit(
+        [](int, void*) {
+            if (gLast != nullptr) {
+                gLast();
+            }
+        },
+        nullptr);
+};
+
+}  // namespace
+
+/// Comes before the resource manager's own, for the whole program.
+extern "C" KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
+    gRegistrationsAtFree = ResourceClient::sReferenceHolder.size();
+    if (gLast != nullptr) {
+        return 0;  // The manager may be gone.
+    }
+    static auto* const real =
+        reinterpret_cast<decltype(&TVHW_CRM_ClientFree)>(dlsym(RTLD_NEXT, "TVHW_CRM_ClientFree"));
+    return real(client);
+}
+
+namespace {
+
 using kvo::host::failCall;
 
 struct Owner : ResourceClient::Reclaimable {
-    bool answer = true;
+    std::function<bool()> onReclaim = [] { return true; };
     int reclaims = 0;
+
+    ~Owner() override { kvo::host::note("~Owner"); }
     bool reclaim() override {
         ++reclaims;
-        return answer;
+        return onReclaim();
     }
 };
 
@@ -30,147 +64,171 @@ protected:
         kvo::host::reset();
     }
 
+    /// What is read back, as text; `before` where nothing is written.
+    std::string grant(int result, int before) {
+        int values[4] = {before, before, before, before};
+        EXPECT_EQ(client->getResource(&values[0], &values[1], &values[2], &values[3]), result);
+        return testing::PrintToString(values);
+    }
+
     std::shared_ptr<Owner> owner = std::make_shared<Owner>();
     std::shared_ptr<ResourceClient> client = initializeResource(owner);
+    std::uintptr_t cookie = kvo::host::crmClients().back().cookie;
 };
 
 TEST_F(ResourceClientTest, AcquiringGivesBackFirstAndReadsBackTheGrant) {
+    kvo::host::forceGrant({26, 2, 64, 48});
     EXPECT_EQ(recorded([&] {
                   EXPECT_EQ(client->acquireResource("video/hevc", 1, 2, 3, false, false, false), 0);
               }),
               (Lines{"TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_CodecTypeFromMIME(video/hevc)",
                      "TVHW_CRM_ClientAcquireResource(ID, 2, 1, 2, 3, 0, 0)",
                      "TVHW_CRM_ClientGetResource(ID)",
-                     "2 VideoClient acquireResource: crm: acquired resource, core=0x1, port=0, "
-                     "size=3840/2160"}));
+                     "2 VideoClient acquireResource: crm: acquired resource, core=0x1a, port=2, "
+                     "size=64/48"}));
     EXPECT_EQ(recorded([&] { client->acquireDisplayResource(true); }),
               (Lines{"TVHW_CRM_ClientTryAcquireResource(ID, 16385, 0, 0, 0, 0, 0)",
                      "TVHW_CRM_ClientGetResource(ID)",
                      "2 VideoClient acquireDisplayResource: crm: acquired display resource, "
-                     "port=1"}));
-    int values[4] = {};
-    EXPECT_EQ(client->getResource(&values[0], &values[1], &values[2], &values[3]), 0);
-    EXPECT_EQ(testing::PrintToString(values), "{ 1, 1, 3840, 2160 }");
+                     "port=2"}));
+    EXPECT_EQ(grant(0, 9), "{ 26, 2, 64, 48 }");
 }
 
 TEST_F(ResourceClientTest, ARefusedRequestAnswersZeroAndLeavesNothingHeld) {
     client->acquireResource("video/avc", 1280, 720, 25, false, false, false);
-    auto const log = recorded(
-        [&] { EXPECT_EQ(client->acquireResource("video/none", 64, 64, 0, true, true, true), 0); });
-    EXPECT_EQ(log,
-              (Lines{"TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_CodecTypeFromMIME(video/none)",
-                     "1 VideoClient acquireResource: crm-acquire: video/none -> none",
+    EXPECT_EQ(recorded([&] {
+                  EXPECT_EQ(client->acquireResource("video/%s", 64, 64, 0, true, true, true), 0);
+              }),
+              (Lines{"TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_CodecTypeFromMIME(video/%s)",
+                     "1 VideoClient acquireResource: crm-acquire: video/%s -> none",
                      "TVHW_CRM_ClientTryAcquireResource(ID, 0, 64, 64, 0, 1, 1)",
                      "0 VideoClient acquireResource: crm-acquire: failed to acquire resource, "
                      "ret=-95, try=1"}));
-    int values[4] = {9, 9, 9, 9};
-    EXPECT_EQ(client->getResource(&values[0], &values[1], &values[2], &values[3]), -1);
-    EXPECT_EQ(testing::PrintToString(values), "{ 9, 9, 9, 9 }");
+    EXPECT_EQ(grant(-1, 9), "{ 9, 9, 9, 9 }");
+    failCall("TVHW_CRM_ClientTryAcquireResource", 5);
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(client->acquireDisplayResource(true), 0); }),
+              (Lines{"TVHW_CRM_ClientTryAcquireResource(ID, 16385, 0, 0, 0, 0, 0)",
+                     "0 VideoClient acquireDisplayResource: crm-acquire: failed to acquire display "
+                     "resource, ret=5, try=1"}));
 }
 
-TEST_F(ResourceClientTest, EachFailureIsLoggedOnceAndMapped) {
+TEST_F(ResourceClientTest, FailuresAreLoggedOnceAndAClosedClientCallsNothing) {
     int value = 9;
+    int id = 9;
     struct Case {
         std::string call;
         std::function<int()> operation;
-        int result;
+        int failed;  ///< The result when the call fails.
         std::string line;
+        int closed = -2;  ///< The result without a connection.
     };
     std::vector<Case> const cases{
-        {"ClientGetResource", [&] { return client->getResource(&value, &value, &value, &value); },
-         -1, "0 VideoClient getResource: crm-resource: ret=5"},
-        {"ClientGetResource", [&] { return client->getDisplayResource(&value); }, -1,
-         "0 VideoClient getDisplayResource: crm-resource: ret=5"},
-        {"ClientClearResource", [&] { return client->clearDisplayResource(TVHW_CRM_VIDEO_PORT_1); },
-         -1, "0 VideoClient clearDisplayResource: clear crm-resource: ret=5"},
-        {"ClientReleaseResource", [&] { return client->releaseResource(); }, -1,
-         "0 VideoClient releaseResource: crm-release: ret=5"},
-        {"ClientFree", [&] { return client->UnInitialize(); }, 0,
-         "0 VideoClient UnInitialize: crm: failed to release client, ret=5"},
+        {"AcquireResource",
+         [&] { return client->acquireResource("video/avc", 1, 1, 1, false, false, false); }, 0,
+         "acquireResource: crm-acquire: failed to acquire resource, ret=5, try=0"},
+        {"AcquireResource", [&] { return client->acquireDisplayResource(false); }, 0,
+         "acquireDisplayResource: crm-acquire: failed to acquire display resource, ret=5, try=0"},
+        {"GetResource", [&] { return client->getResource(&value, &value, &value, &value); }, -1,
+         "getResource: crm-resource: ret=5"},
+        {"GetResource", [&] { return client->getDisplayResource(&value); }, -1,
+         "getDisplayResource: crm-resource: ret=5"},
+        {"ClearResource", [&] { return client->clearDisplayResource(TVHW_CRM_VIDEO_PORT_1); }, -1,
+         "clearDisplayResource: clear crm-resource: ret=5"},
+        {"GetUniqueId", [&] { return client->getUniqueId(&id); }, -1,
+         "getUniqueId: crm-get-id: ret=5"},
+        {"ReleaseResource", [&] { return client->releaseResource(); }, -1,
+         "releaseResource: crm-release: ret=5"},
+        {"Free", [&] { return client->UnInitialize(); }, 0,
+         "UnInitialize: crm: failed to release client, ret=5", 0},
     };
+    auto const registrations = ResourceClient::sReferenceHolder.size();
     for (auto const& test : cases) {
-        SCOPED_TRACE(test.call + ": " + test.line);
-        failCall("TVHW_CRM_" + test.call, 5);
-        auto const log = recorded([&] { EXPECT_EQ(test.operation(), test.result); });
-        EXPECT_EQ(only(" VideoClient ", log), Lines{test.line});
+        SCOPED_TRACE(test.line);
+        failCall("TVHW_CRM_Client" + test.call, 5);
+        auto const log = recorded([&] { EXPECT_EQ(test.operation(), test.failed); });
+        EXPECT_EQ(only(" VideoClient ", log), Lines{"0 VideoClient " + test.line});
         EXPECT_EQ(value, 9);
     }
-}
-
-TEST_F(ResourceClientTest, AnUnreadableIdReadsMinusOne) {
-    int id = 9;
-    failCall("TVHW_CRM_ClientGetUniqueId", 5);
-    EXPECT_EQ(only(" VideoClient ", recorded([&] { EXPECT_EQ(client->getUniqueId(&id), -1); })),
-              (Lines{"0 VideoClient getUniqueId: crm-get-id: ret=5"}));
-    EXPECT_EQ(id, -1);
-    client->UnInitialize();
-    id = 9;
-    EXPECT_EQ(client->getUniqueId(&id), -2);
-    EXPECT_EQ(id, 9);
-}
-
-TEST_F(ResourceClientTest, AClosedClientCallsNothing) {
-    client->acquireResource("video/avc", 64, 64, 0, false, false, false);
-    failCall("TVHW_CRM_ClientFree", 5);
-    EXPECT_EQ(client->UnInitialize(), 0);
-    int value = 9;
-    auto const log = recorded([&] {
-        EXPECT_EQ(client->acquireResource("video/avc", 1, 1, 1, false, false, false), -2);
-        EXPECT_EQ(client->acquireDisplayResource(false), -2);
-        EXPECT_EQ(client->getResource(&value, &value, &value, &value), -2);
-        EXPECT_EQ(client->getDisplayResource(&value), -2);
-        EXPECT_EQ(client->clearDisplayResource(TVHW_CRM_VIDEO_PORT_0), -2);
-        EXPECT_EQ(client->releaseResource(), -2);
-        EXPECT_EQ(client->UnInitialize(), 0);
-        client.reset();
-    });
-    EXPECT_EQ(log, Lines{});
-    EXPECT_EQ(value, 9);
+    EXPECT_EQ(std::exchange(id, 9), -1);
+    EXPECT_EQ(gRegistrationsAtFree, registrations - 1) << "unregistered before it is closed";
+    EXPECT_EQ(recorded([&] {
+                  for (auto const& test : cases) {
+                      EXPECT_EQ(test.operation(), test.closed) << test.line;
+                  }
+                  client.reset();
+              }),
+              Lines{});
+    EXPECT_EQ(value + id, 18);
 }
 
 TEST_F(ResourceClientTest, ARefusedConnectionLeavesNoRegistration) {
     auto const registrations = ResourceClient::sReferenceHolder.size();
     for (auto const& open : {initializeResource, initializeResourceClient}) {
         failCall("TVHW_CRM_ClientInit", -7);
-        kvo::host::startJournal();
-        EXPECT_EQ(open(owner), nullptr);
+        EXPECT_EQ(recorded([&] { EXPECT_EQ(open(owner), nullptr); }),
+                  (Lines{"TVHW_CRM_ClientInit(VDC, 0, COOKIE)",
+                         "0 VideoClient initialize: crm: failed to init client, ret=-7"}));
         EXPECT_EQ(ResourceClient::sReferenceHolder.size(), registrations);
-        auto const journal = kvo::host::stopJournal();
-        ASSERT_EQ(journal.size(), 2U);
-        EXPECT_EQ(journal[1].text, "0 VideoClient initialize: crm: failed to init client, ret=-7");
-        EXPECT_EQ(journal[1].file, "impl/tvhw/ResourceClient.cpp");
-        auto const id = std::stoul(journal[0].text.substr(journal[0].text.rfind(' ') + 1));
-        EXPECT_EQ(ResourceClient::sReferenceHolder.lock<ResourceClient>(static_cast<unsigned>(id)),
-                  nullptr);
-        EXPECT_EQ(onReclaim(id), 1);
+        EXPECT_EQ(onReclaim(++cookie), 1);
     }
     EXPECT_EQ(owner->reclaims, 0);
 }
 
 TEST_F(ResourceClientTest, AReclaimReachesOnlyALiveOwner) {
-    auto const cookie = kvo::host::crmClients().back().cookie;
-    EXPECT_EQ(ResourceClient::sReferenceHolder.lock<ResourceClient>(static_cast<unsigned>(cookie)),
-              client);
     EXPECT_EQ(onReclaim(cookie), 1);
-    owner->answer = false;
+    owner->onReclaim = [] { return false; };
     EXPECT_EQ(onReclaim(cookie), 0);
     EXPECT_EQ(owner->reclaims, 2);
 
     auto const other = initializeResourceClient(owner);
-    auto const otherCookie = kvo::host::crmClients().back().cookie;
-    EXPECT_EQ(otherCookie, cookie + 1);
+    EXPECT_EQ(kvo::host::crmClients().back().cookie, cookie + 1);
     other->UnInitialize();
-    auto const lines = recorded([&] {
-        EXPECT_EQ(onReclaim(otherCookie), 1) << "released";
-        EXPECT_EQ(onReclaim(otherCookie + 1), 1) << "never issued";
-        EXPECT_EQ(onReclaim(0), 1);
-        EXPECT_EQ(owner->reclaims, 2);
-        owner.reset();
-        EXPECT_EQ(onReclaim(cookie), 1) << "owner gone";
-    });
-    EXPECT_EQ(lines, Lines{});
+    auto const above = static_cast<std::uintptr_t>(std::uint64_t{1} << 32U);
+    EXPECT_EQ(recorded([&] {
+                  EXPECT_EQ(onReclaim(cookie + 1), 1) << "released";
+                  EXPECT_EQ(onReclaim(cookie + 2), 1) << "never issued";
+                  EXPECT_EQ(onReclaim(0), 1);
+                  EXPECT_EQ(onReclaim(cookie + above), above == 0 ? 0 : 1) << "wider than an id";
+              }),
+              Lines{});
+    EXPECT_EQ(owner->reclaims, above == 0 ? 3 : 2);
+    owner.reset();
+    EXPECT_EQ(onReclaim(cookie), 1) << "owner gone";
     client.reset();
     EXPECT_EQ(onReclaim(cookie), 1) << "expired";
+}
+
+TEST_F(ResourceClientTest, AReclaimKeepsTheOwnerAndThenTheClientAliveToItsEnd) {
+    std::weak_ptr<Owner> const weakOwner = owner;
+    std::weak_ptr<ResourceClient> const weakClient = client;
+    owner->onReclaim = [&] {
+        client.reset();
+        owner.reset();
+        return !weakOwner.expired() && !weakClient.expired();
+    };
+    EXPECT_EQ(recorded([&] { EXPECT_EQ(onReclaim(cookie), 1); }),
+              (Lines{"~Owner", "TVHW_CRM_ClientReleaseResource(ID)", "TVHW_CRM_ClientFree(ID)"}));
+}
+
+TEST(ResourceClientDeathTest, AtTheVeryEndAReclaimFindsNothingAndAClientMayClose) {
+    // Static objects of this program would be gone, too.
+    static auto& owner = *new std::shared_ptr<Owner>;
+    static auto& client = *new std::shared_ptr<ResourceClient>;
+    static std::uintptr_t cookie = 0;
+    owner = std::make_shared<Owner>();
+    client = initializeResource(owner);
+    cookie = kvo::host::crmClients().back().cookie;
+    EXPECT_EXIT(
+        {
+            gLast = [] {
+                bool const found = onReclaim(cookie) != 1 || owner->reclaims != 0;
+                client->UnInitialize();
+                std::_Exit(found || gRegistrationsAtFree != 0 ? 2 : 0);
+            };
+            std::exit(1);
+        },
+        testing::ExitedWithCode(0), "");
+    client.reset();
 }
 
 }  // namespace

@@ -1,24 +1,25 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <thread>
 
 #include "Journal.h"
-#include "tvhw/VideoScalerClientTvhwImpl.h"
+#include "ScalerStart.h"
 #include "tvhw_vsc.h"
 
 namespace {
 
 using namespace kvo::media::hardware;
 using kvo::host::failCall;
-using kvo::host::scalerChannel;
 using LayerInfo = IVideoScalerClient::LayerInfo;
 
 constexpr std::uint32_t kMax = 4294967295U;
 constexpr Region kPicture{0, 0, 1280, 720, 1280, 720};
+constexpr Region kCorner{100, 50, 740, 410, 1280, 720};
 
 LayerInfo layer(std::uint32_t type, std::uint8_t port, std::int32_t adaptive = 0,
                 Region const& input = kPicture, Region const& output = kPicture) {
@@ -41,13 +42,17 @@ Lines told(Action const& action, bool details = false) {
 
 class Listener : public IVideoScalerClient::Callback {
 public:
+    ~Listener() override { atEnd(); }
     void onBbdRegion(Region const& region) override {
         last = &region;
         ++calls;
+        whileCalled();
     }
 
     std::atomic<Region const*> last{nullptr};
     std::atomic<int> calls{0};
+    std::function<void()> whileCalled = [] {};
+    std::function<void()> atEnd = [] {};
 };
 
 class VideoScalerClientTest : public testing::Test {
@@ -58,41 +63,40 @@ protected:
 };
 
 TEST_F(VideoScalerClientTest, ConnectsPlacesAndDisconnectsInOrder) {
-    auto client = std::make_unique<VideoScalerClientTvhwImpl>(0);
+    auto client = std::make_unique<VideoScalerClientTvhwImpl>(1);
     EXPECT_EQ(only("isconnect", told([&] { client->disconnect(); }, true)),
-              (Lines{"3 disconnect: +++ vsc-disconnect [0]: type=3", "Disconnect(0, 3, 0, 0)",
-                     "3 disconnect: --- vsc-disconnect [0]",
-                     "0 disconnect: disconnect vsc 0(vscType 3, port 0)fail"}));
+              (Lines{"3 disconnect: +++ vsc-disconnect [1]: type=3", "Disconnect(1, 3, 0, 0)",
+                     "3 disconnect: --- vsc-disconnect [1]",
+                     "0 disconnect: disconnect vsc 1(vscType 3, port 0)fail"}));
     EXPECT_EQ(
         told([&] { client->connect(layer(4, 5, 2)); }, true),
-        (Lines{"3 setWinBlank: +++ win-blank [0]: enable=1", "SetWinBlank(0, 1, 0)",
-               "3 setWinBlank: --- win-blank [0]", "3 connect: +++ vsc-connect [0]: type=2, idx=5",
-               "Connect(0, 2, 5, 0)", "3 connect: --- vsc-connect [0]",
-               "3 connect: +++ vsc-adaptive [0]: adaptive=1", "SetAdaptiveStreamEx(0, 1)",
-               "3 connect: --- vsc-adaptive [0]"}));
+        (Lines{"3 setWinBlank: +++ win-blank [1]: enable=1", "SetWinBlank(1, 1, 0)",
+               "3 setWinBlank: --- win-blank [1]", "3 connect: +++ vsc-connect [1]: type=2, idx=5",
+               "Connect(1, 2, 5, 0)", "3 connect: --- vsc-connect [1]",
+               "3 connect: +++ vsc-adaptive [1]: adaptive=1", "SetAdaptiveStreamEx(1, 1)",
+               "3 connect: --- vsc-adaptive [1]"}));
 
     // The stream counts as adaptive until the next record is stored.
-    EXPECT_EQ(told([&] { client->updateRegion(layer(5, 6, 0)); }, true),
-              (Lines{"3 updateRegion: +++ set-input-adaptive [0]: input=0/0/1920/1080",
-                     "SetInputRegion_ForAdaptive(0, 0, 0, 1920, 1080)",
-                     "3 updateRegion: --- set-input-adaptive [0]",
-                     "3 updateRegion: +++ set-output [0]: output=0/0/1920/1080 "
+    EXPECT_EQ(
+        told([&] { client->updateRegion(layer(5, 6, 0, kCorner, kCorner)); }, true),
+        (Lines{"3 updateRegion: +++ set-input-adaptive [1]: input=150/75/960/540",
+               "SetInputRegion_ForAdaptive(1, 150, 75, 960, 540)",
+               "3 updateRegion: --- set-input-adaptive [1]",
+               "3 updateRegion: +++ set-output [1]: output=150/75/960/540 displayRegion=1920/1080",
+               "SetOutputRegion(1, 150, 75, 960, 540)", "3 updateRegion: --- set-output [1]",
+               "3 setWinBlank: +++ win-blank [1]: enable=0", "SetWinBlank(1, 0, 0)",
+               "3 setWinBlank: --- win-blank [1]"}));
+    EXPECT_EQ(only("put [", told([&] { client->updateRegion(layer(4, 5, 1, kCorner)); }, true)),
+              (Lines{"3 updateRegion: +++ set-input [1]: input=100/50/640/360",
+                     "3 updateRegion: --- set-input [1]",
+                     "3 updateRegion: +++ set-output [1]: output=0/0/1920/1080 "
                      "displayRegion=1920/1080",
-                     "SetOutputRegion(0, 0, 0, 1920, 1080)", "3 updateRegion: --- set-output [0]",
-                     "3 setWinBlank: +++ win-blank [0]: enable=0", "SetWinBlank(0, 0, 0)",
-                     "3 setWinBlank: --- win-blank [0]"}));
-    auto const trace = told([&] { client->updateRegion(layer(4, 5, 1)); }, true);
-    EXPECT_EQ((Lines{trace.begin(), trace.begin() + 3}),
-              (Lines{"3 updateRegion: +++ set-input [0]: input=0/0/1280/720",
-                     "SetInputRegion(0, 0, 0, 1280, 720)", "3 updateRegion: --- set-input [0]"}));
+                     "3 updateRegion: --- set-output [1]"}));
 
     EXPECT_EQ(told([&] { client->disconnect(); }),
-              (Lines{"SetWinBlank(0, 1, 0)", "Disconnect(0, 2, 5, 0)", "SetWinBlank(0, 0, 0)"}));
-    EXPECT_EQ(told([&] { client->disconnect(); })[2],
-              "0 disconnect: disconnect vsc 0(vscType 2, port 5)fail");
-
+              (Lines{"SetWinBlank(1, 1, 0)", "Disconnect(1, 2, 5, 0)", "SetWinBlank(1, 0, 0)"}));
     client->connect(layer(1, 1));
-    EXPECT_EQ(told([&] { client.reset(); }, true), Lines{"Close(0)"});
+    EXPECT_EQ(told([&] { client.reset(); }, true), Lines{"Close(1)"});
 }
 
 TEST_F(VideoScalerClientTest, MapsTheTypeOfTheSourceWithEachConnect) {
@@ -108,10 +112,8 @@ TEST_F(VideoScalerClientTest, MapsTheTypeOfTheSourceWithEachConnect) {
 }
 
 TEST_F(VideoScalerClientTest, RegionsReachTheScalerAsWindows) {
-    Region const corner{100, 50, 740, 410, 1280, 720};
-    auto const place = [](kvo::host::Panel const& panel, int adaptive, Region const& input,
-                          Region const& output, std::string const& in, std::string const& out) {
-        kvo::host::setPanel(panel);
+    auto const place = [](int adaptive, Region const& input, Region const& output,
+                          std::string const& in, std::string const& out) {
         VideoScalerClientTvhwImpl client(0);
         client.connect(layer(1, 1, adaptive));
         std::string const path = adaptive != 0 ? "_ForAdaptive" : "";
@@ -119,52 +121,50 @@ TEST_F(VideoScalerClientTest, RegionsReachTheScalerAsWindows) {
                   (Lines{"SetInputRegion" + path + "(0, " + in + ")",
                          "SetOutputRegion(0, " + out + ")", "SetWinBlank(0, 0, 0)"}));
     };
-    place({}, 0, {10, 20, 650, 500, 7, 9}, corner, "10, 20, 640, 480", "150, 75, 960, 540");
-    place({3840, 2160}, 1, {0, 0, 960, 540, 1920, 1080}, kPicture, "0, 0, 1920, 1080",
-          "0, 0, 3840, 2160");
-    place({1920, 1080, false}, 1, corner, corner, "100, 50, 640, 360", "100, 50, 640, 360");
+    place(0, {10, 20, 650, 500, 7, 9}, kCorner, "10, 20, 640, 480", "150, 75, 960, 540");
     // Edges of more than 16 bits, and ends before the starts.
-    place({}, 0, {70000, 65536, 70010, 65539, 0, 0}, kPicture, "4464, 0, 10, 3",
-          "0, 0, 1920, 1080");
-    place({}, 0, {10, 8, 5, 0, 0, 0}, kPicture, "10, 8, 65531, 65528", "0, 0, 1920, 1080");
+    place(0, {70000, 65536, 70010, 65539, 0, 0}, kPicture, "4464, 0, 10, 3", "0, 0, 1920, 1080");
+    place(0, {10, 8, 5, 0, 0, 0}, kPicture, "10, 8, 65531, 65528", "0, 0, 1920, 1080");
+    kvo::host::setPanel({3840, 2160});
+    place(1, {0, 0, 960, 540, 1920, 1080}, kPicture, "0, 0, 1920, 1080", "0, 0, 3840, 2160");
+    failCall("TVHW_VBE_DISP_GetPanelSize", 5);
+    place(1, kCorner, kCorner, "100, 50, 640, 360", "100, 50, 640, 360");
 }
 
 TEST_F(VideoScalerClientTest, AFailureIsLoggedAndLeavesTheConnectionBefore) {
-    VideoScalerClientTvhwImpl client(0);
+    VideoScalerClientTvhwImpl client(1);
     client.setCallback(listener);
     client.connect(layer(5, 1, 1));
-    std::map<std::string, std::string> const failures{
-        {"Connect(0, 2, 7, 0)", "connect vsc 0(vscType 2, port 7)fail"},
-        {"SetAdaptiveStreamEx(0, 0)", "setAdaptive vsc 0(0)fail"}};
-    for (auto const& [call, line] : failures) {
-        failCall("TVHW_VSC_" + call.substr(0, call.find('(')), 3);
-        auto const trace = told([&] { client.connect(layer(4, 7)); }, true);
-        EXPECT_EQ(trace.back(), "0 connect: " + line);
-        EXPECT_EQ(trace[trace.size() - 3], call);
-    }
+    failCall("TVHW_VSC_Connect", 3);
+    EXPECT_EQ(told([&] { client.connect(layer(4, 7)); }),
+              (Lines{"SetWinBlank(1, 1, 0)", "Connect(1, 2, 7, 0)",
+                     "0 connect: connect vsc 1(vscType 2, port 7)fail"}));
+    failCall("TVHW_VSC_SetAdaptiveStreamEx", 3);
+    EXPECT_EQ(told([&] { client.connect(layer(4, 7, 2)); })[3],
+              "0 connect: setAdaptive vsc 1(1)fail");
     client.bbdCallbackRegion({});
     EXPECT_EQ(listener->calls, 1);
 
     failCall("TVHW_VSC_SetInputRegion_ForAdaptive", -3);
     failCall("TVHW_VSC_SetOutputRegion", -3);
     failCall("TVHW_VSC_SetWinBlank", -3);
-    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9)); }),
-              (Lines{"SetInputRegion_ForAdaptive(0, 0, 0, 1920, 1080)",
-                     "0 updateRegion: set-input-adaptive [0]: err=-3, input=0/0/1920/1080",
-                     "SetOutputRegion(0, 0, 0, 1920, 1080)",
-                     "0 updateRegion: set-output [0]: err=-3, output=0/0/1920/1080",
-                     "SetWinBlank(0, 0, 0)", "0 setWinBlank: winblank vsc 0 (0) fail"}));
+    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9, 0, kCorner, kCorner)); }),
+              (Lines{"SetInputRegion_ForAdaptive(1, 150, 75, 960, 540)",
+                     "0 updateRegion: set-input-adaptive [1]: err=-3, input=150/75/960/540",
+                     "SetOutputRegion(1, 150, 75, 960, 540)",
+                     "0 updateRegion: set-output [1]: err=-3, output=150/75/960/540",
+                     "SetWinBlank(1, 0, 0)", "0 setWinBlank: winblank vsc 1 (0) fail"}));
     failCall("TVHW_VSC_SetInputRegion", 4);
-    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9)); }, true)[3],
-              "0 updateRegion: set-input [0]: err=4, input=0/0/1280/720");
+    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9, 0, kCorner)); })[1],
+              "0 updateRegion: set-input [1]: err=4, input=100/50/640/360");
 
     // The scaler refuses: the record names another source by now.
     failCall("TVHW_VSC_SetWinBlank", 5);
     EXPECT_EQ(
         told([&] { client.disconnect(); }),
-        (Lines{"SetWinBlank(0, 1, 0)", "0 setWinBlank: winblank vsc 0 (1) fail",
-               "Disconnect(0, 3, 9, 0)", "0 disconnect: disconnect vsc 0(vscType 3, port 9)fail",
-               "SetWinBlank(0, 0, 0)"}));
+        (Lines{"SetWinBlank(1, 1, 0)", "0 setWinBlank: winblank vsc 1 (1) fail",
+               "Disconnect(1, 3, 9, 0)", "0 disconnect: disconnect vsc 1(vscType 3, port 9)fail",
+               "SetWinBlank(1, 0, 0)"}));
     client.bbdCallbackRegion({});
     EXPECT_EQ(listener->calls, 1) << "still connected";
 }
@@ -183,87 +183,77 @@ TEST_F(VideoScalerClientTest, ReportedRegionsReachALiveCallbackWhileConnected) {
     EXPECT_EQ(listener->calls, 1);
     EXPECT_EQ(listener->last, &region);
 
-    report();
     client.setCallback(nullptr);
     report();
-    EXPECT_EQ(listener->calls, 2);
+    EXPECT_EQ(listener->calls, 1);
+
+    // A callback is called, and if need be destroyed, with the lock held: another waits for that.
     client.setCallback(listener);
-    std::weak_ptr<Listener> const last = listener;
-    listener.reset();
-    EXPECT_TRUE(last.expired()) << "the client keeps its callback alive";
+    std::future<void> replaced;
+    auto const expectLocked = [&] {
+        replaced = std::async(std::launch::async, [&] { client.setCallback(nullptr); });
+        EXPECT_EQ(replaced.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    };
+    listener->whileCalled = expectLocked;
     report();
+    replaced.get();
+    client.setCallback(listener);
+    listener->whileCalled = [&] { listener.reset(); };
+    listener->atEnd = expectLocked;
+    report();
+    EXPECT_EQ(listener, nullptr) << "the client kept its callback alive";
+    replaced.get();
 }
 
 TEST_F(VideoScalerClientTest, RegionsMayBeReportedWhileTheOwnerWorks) {
     VideoScalerClientTvhwImpl client(0);
+    client.setCallback(listener);
     std::atomic<bool> done{false};
     std::thread reporter([&] {
-        while (!done) {
+        do {
             client.bbdCallbackRegion({});
-        }
+        } while (!done || listener->calls == 0);
     });
-    for (int round = 0; round < 200 || (listener->calls == 0 && round < 1000000); ++round) {
-        client.setCallback(listener);
+    for (int round = 0; round < 200; ++round) {
         client.connect(layer(1, 1, round % 2));
         client.updateRegion(layer(1, 1));
-        std::this_thread::yield();
         client.disconnect();
+        client.setCallback(listener);
     }
+    client.connect(layer(1, 1));
     done = true;
     reporter.join();
-    EXPECT_GT(listener->calls, 0);
 }
 
-void useAnUninitialisedScaler() {
-    EXPECT_LT(TVHW_VSC_Open(0), 0);
+TEST_F(VideoScalerClientTest, InitialisesTheScalerAndOpensTheChannelOnceButTriesAgain) {
+    forgetScalerInitialisation();
     for (std::uint64_t const nth : {1U, 2U, 3U}) {
         failCall("TVHW_VSC_Initialize", -5, nth);
     }
     std::string const failed = "0 init: failed to init vsc: ret=-5";
+    std::string const unknown = "0 checkOpen: failed to open vsc, ret=-22, idx=4294967295";
+    Lines const panel{"TVHW_VBE_DISP_GetPanelSize()",
+                      "2 setDisplayPanelSize: panel size =1920/1080"};
     EXPECT_EQ(told([] {
                   VideoScalerClientTvhwImpl client(0);
                   client.connect({});
                   client.updateRegion({});
               }),
-              (Lines{"Initialize()", failed, "TVHW_VBE_DISP_GetPanelSize()",
-                     "2 setDisplayPanelSize: panel size =1920/1080", "Initialize()", failed,
+              (Lines{"Initialize()", failed, panel[0], panel[1], "Initialize()", failed,
                      "0 connect: vsc-connect: device not opened", "Initialize()", failed,
                      "0 updateRegion: vsc-updateRegion: device not opened"}));
     failCall("TVHW_VSC_Open", -6);
     failCall("TVHW_VSC_Close", 7);
-    kvo::host::setPanel({1920, 1080, false});
-    EXPECT_EQ(
-        told([] {
-            VideoScalerClientTvhwImpl first(1);
-            first.updateRegion(layer(1, 1, 1));
-            VideoScalerClientTvhwImpl(kMax).disconnect();
-        }),
-        (Lines{"Initialize()", "Open(1)", "0 checkOpen: failed to open vsc, ret=-6, idx=1",
-               "TVHW_VBE_DISP_GetPanelSize()", "Open(1)", "SetInputRegion(1, 0, 0, 1280, 720)",
-               "SetOutputRegion(1, 0, 0, 1280, 720)", "SetWinBlank(1, 0, 0)", "Open(4294967295)",
-               "0 checkOpen: failed to open vsc, ret=-22, idx=4294967295",
-               "TVHW_VBE_DISP_GetPanelSize()", "Open(4294967295)",
-               "0 checkOpen: failed to open vsc, ret=-22, idx=4294967295",
-               "0 disconnect: vsc-disconnect: device not opened", "Close(1)",
-               "0 ~VideoScalerClientTvhwImpl: failed to close vsc, ret=7, idx=1"}));
-    std::_Exit(testing::Test::HasFailure() ? 1 : 0);
-}
-
-TEST(VideoScalerClientDeathTest, InitialisesTheScalerAndOpensTheChannelOnceButTriesAgain) {
-    EXPECT_EXIT(useAnUninitialisedScaler(), testing::ExitedWithCode(0), "");
-}
-
-TEST_F(VideoScalerClientTest, TheHostScalerRefusesWhatADriverWould) {
-    EXPECT_LT(TVHW_VSC_SetWinBlank(0, 1, 0), 0) << "not opened";
-    VideoScalerClientTvhwImpl client(0);
-    EXPECT_LT(TVHW_VSC_Open(0), 0) << "in use";
-    EXPECT_LT(TVHW_VSC_Connect(0, {1, 0, 0, {}}, 0), 0) << "unknown source";
-    EXPECT_LT(TVHW_VSC_Connect(0, {3, 1, 0, {}}, 0), 0) << "reserved field";
-    EXPECT_EQ(TVHW_VSC_SetOutputRegion(0, {960, 540, 960, 540}), 0);
-    EXPECT_LT(TVHW_VSC_SetOutputRegion(0, {961, 540, 960, 540}), 0) << "outside the panel";
-    EXPECT_LT(TVHW_VSC_SetOutputRegion(0, {960, 540, 960, 541}), 0) << "outside the panel";
-    EXPECT_LT(TVHW_VSC_SetInputRegion_ForAdaptive(0, {0, 0, 1921, 1}), 0) << "outside the panel";
-    EXPECT_EQ(scalerChannel(0).output.width, 960);
+    EXPECT_EQ(told([] {
+                  VideoScalerClientTvhwImpl(1).updateRegion({});
+                  VideoScalerClientTvhwImpl(kMax).disconnect();
+              }),
+              (Lines{"Initialize()", "Open(1)", "0 checkOpen: failed to open vsc, ret=-6, idx=1",
+                     panel[0], panel[1], "Open(1)", "SetInputRegion(1, 0, 0, 0, 0)",
+                     "SetOutputRegion(1, 0, 0, 0, 0)", "SetWinBlank(1, 0, 0)", "Close(1)",
+                     "0 ~VideoScalerClientTvhwImpl: failed to close vsc, ret=7, idx=1",
+                     "Open(4294967295)", unknown, panel[0], panel[1], "Open(4294967295)", unknown,
+                     "0 disconnect: vsc-disconnect: device not opened"}));
 }
 
 }  // namespace
