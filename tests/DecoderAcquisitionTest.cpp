@@ -175,6 +175,11 @@ TEST_F(DecoderAcquisitionTest, ABorrowedPortIsKnownDuringTheReleaseThatTellsIt) 
     show(1);
     EXPECT_EQ(stampedPort(), -1) << "still counts as granted";
     wrapper->release();
+    kvo::host::forceGrant({{}, 2, {}, {}});
+    failCall("TVHW_CRM_ClientGetUniqueId", -5);
+    EXPECT_EQ(configure(), -1);
+    EXPECT_EQ(stampedPort(), 2) << "the manager's number stays behind";
+    wrapper->release();
 
     int during = -9;
     codec->onCall = [&](std::string const& operation) {

@@ -172,7 +172,7 @@ TEST_F(DecoderTest, AReclaimedDecoderTouchesNothingAndTellsThePlatform) {
 
 TEST_F(DecoderTest, AReclaimWithoutAProcessTellsThePlatformNothing) {
     for (int const pid : {0, -3}) {
-        configure({{"calling-pid", pid}});
+        configure(pid == 0 ? Entries{} : Entries{{"calling-pid", pid}});
         EXPECT_EQ(
             recorded([&] { reclaimNewest().wait(); }),
             (Lines{"2 VideoClient reclaim: reclaim: start, calling-pid=" + std::to_string(pid),

@@ -244,12 +244,13 @@ TEST_F(VideoScalerClientTest, InitialisesTheScalerAndOpensTheChannelOnceButTries
                      "0 updateRegion: vsc-updateRegion: device not opened"}));
     failCall("TVHW_VSC_Open", -6);
     failCall("TVHW_VSC_Close", 7);
+    failCall("TVHW_VBE_DISP_GetPanelSize", 5);
     EXPECT_EQ(told([] {
                   VideoScalerClientTvhwImpl(1).updateRegion({});
                   VideoScalerClientTvhwImpl(kMax).disconnect();
               }),
               (Lines{"Initialize()", "Open(1)", "0 checkOpen: failed to open vsc, ret=-6, idx=1",
-                     panel[0], panel[1], "Open(1)", "SetInputRegion(1, 0, 0, 0, 0)",
+                     panel[0], "Open(1)", "SetInputRegion(1, 0, 0, 0, 0)",
                      "SetOutputRegion(1, 0, 0, 0, 0)", "SetWinBlank(1, 0, 0)", "Close(1)",
                      "0 ~VideoScalerClientTvhwImpl: failed to close vsc, ret=7, idx=1",
                      "Open(4294967295)", unknown, panel[0], panel[1], "Open(4294967295)", unknown,
