@@ -28,10 +28,12 @@ ImageSinkTvhwImpl::~ImageSinkTvhwImpl() {
     }
 }
 
+int ImageSinkTvhwImpl::openOutput() { return TVHW_VO_Open(kOutput, TVHW_VO_MODE_STILL); }
+
 bool ImageSinkTvhwImpl::checkOpen() {
     std::lock_guard<std::mutex> const lock(sMutex);
     if (!mOpened) {
-        int const ret = TVHW_VO_Open(kOutput, TVHW_VO_MODE_STILL);
+        int const ret = openOutput();
         mOpened = ret == 0;
         if (!mOpened) {
             TVHW_LOG(kLogFailure, "failed to open vo: ret=%d", ret);

@@ -36,6 +36,9 @@ public:
     bool checkOpen() TVHW_EXCLUDES(sMutex);
 
 private:
+    /// Asks the platform to open the video output, for one sink at a time. Returns its code.
+    KVO_MEDIA_HIDDEN static int openOutput() TVHW_REQUIRES(sMutex);
+
     static std::mutex sMutex;  ///< Held while the video output is being opened.
 
     bool mOpened = false;
