@@ -1,6 +1,7 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
 CLIP ?= examples/clips/testsrc.mp4
+INTERLEAVE_BOUND ?= 2
 STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
@@ -8,7 +9,7 @@ PREFIX ?= /usr/local
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
-.PHONY: help build-dir demo test sanitize stress fuzz coverage bench clang target abi install \
+.PHONY: help build-dir demo test sanitize interleave stress fuzz coverage bench clang target abi install \
 	install-check format format-check thread-safety tidy shellcheck
 
 help:
@@ -16,6 +17,9 @@ help:
 	@echo 'make test              build the library and run its tests'
 	@echo 'make sanitize          run the tests under the address, undefined-behaviour and'
 	@echo '                       thread sanitizers'
+	@echo 'make interleave        run the library, and copies of it with a fault each, under every'
+	@echo '                       interleaving of a few threads with at most INTERLEAVE_BOUND'
+	@echo '                       ($(INTERLEAVE_BOUND)) preemptions'
 	@echo 'make stress            use many codecs at once under each of the sanitizers, for'
 	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'
@@ -63,6 +67,14 @@ sanitize: build-dir
 	@tools/install-packages build test
 	@$(call run-tests,asan)
 	@$(call run-tests,tsan)
+
+# The library is the one that the tests use; the faults are in copies.
+interleave: build-dir
+	@tools/install-packages build test interleave
+	@$(call build,test,tvhw_interleave)
+	@$(call build,test,tvhw_interleave_faults) >build/interleave.log 2>&1 || \
+		{ tail -n 30 build/interleave.log; exit 1; }
+	@tools/interleave build/test $(INTERLEAVE_BOUND) $(JOBS)
 
 # $(call run-stress,preset)
 run-stress = $(call build,$(1),tvhw_stress) && \

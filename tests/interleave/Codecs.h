@@ -1,0 +1,165 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <memory>
+
+#include "Scheduler.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
+#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
+
+namespace interleave {
+
+namespace media = kvo::media::hardware;
+
+constexpr Nanoseconds kSecond = 1'000'000'000;
+constexpr Nanoseconds kReclaimWait = 3 * kSecond;
+
+/// What a thread is doing with a codec.
+struct Caller {
+    bool isReclaim = false;
+    bool beganClosed = false;  ///< Its call began when the guard was closed.
+    bool reachedCodec = false;
+    bool hasReleased = false;  ///< Its reclaim has released the codec.
+};
+
+/// Watches one codec for calls that a reclaim should have waited for or kept out.
+class Watch {
+public:
+    /// Runs inside each call but release.
+    std::function<void()> onCall = [] {};
+
+    Caller& caller() { return mCallers.at(threadNumber()); }
+
+    /// Says whether the guard is closed for certain.
+    bool isClosed() const {
+        bool isClosed = mIsClosed;
+        for (std::size_t thread = 0; thread < mCallers.size(); ++thread) {
+            isClosed = isClosed || (mCallers[thread].isReclaim && !waitsOf(thread).empty());
+        }
+        return isClosed;
+    }
+    void noteClosed() { mIsClosed = true; }
+
+    /// Says whether the codec has been destroyed.
+    bool isGone() const { return mIsGone; }
+    void noteGone() { mIsGone = true; }
+
+    /// Says whether this thread's reclaim has waited as long as it may.
+    static bool isOverrun() {
+        auto const& waits = waitsOf(threadNumber());
+        return !waits.empty() && now() >= waits.front().begin + kReclaimWait;
+    }
+
+    int releasesBegun() const { return mReleasesBegun; }  ///< By reclaims.
+    int releasesDone() const { return mReleasesDone; }    ///< By reclaims.
+
+    media::Status call(char const* operation) {
+        enter(operation);
+        expect(!caller().beganClosed, "%s reaches the codec, the guard being closed", operation);
+        expect(mReleasesBegun == 0 || mIsOverrun, "%s reaches a codec that a reclaim has released",
+               operation);
+        ++mInside;
+        onCall();
+        point("codec.%s returns", operation);
+        --mInside;
+        return {};
+    }
+
+    media::Status release() {
+        enter("release");
+        if (caller().isReclaim) {
+            ++mReleasesBegun;
+            mIsOverrun = mIsOverrun || isOverrun();
+            expect(mInside == 0 || mIsOverrun, "released with %d calls in the codec", mInside);
+            caller().hasReleased = true;
+        }
+        point("codec.release returns");
+        mReleasesDone += caller().isReclaim ? 1 : 0;
+        return {};
+    }
+
+private:
+    void enter(char const* operation) {
+        expect(locksHeld() == 0, "codec.%s is called with a lock held", operation);
+        point("codec.%s", operation);
+        caller().reachedCodec = true;
+    }
+
+    std::array<Caller, 6> mCallers{};
+    int mInside = 0;
+    int mReleasesBegun = 0;
+    int mReleasesDone = 0;
+    bool mIsOverrun = false;  ///< A reclaim has released it in spite of the calls inside.
+    bool mIsClosed = false;
+    bool mIsGone = false;
+};
+
+inline void expectPort(int port) {
+    expect(port >= -1 && port <= 1, "display port %d is seen, which does not exist", port);
+}
+
+/// What no scenario calls is the base's, which has no client.
+template <typename Base>
+class WatchedCodec : public Base {
+public:
+    explicit WatchedCodec(std::shared_ptr<Watch> watch) : Base(nullptr), mWatch(std::move(watch)) {}
+    ~WatchedCodec() override { mWatch->noteGone(); }
+
+    media::Return<void> release() override { return mWatch->release(); }
+    media::Return<void> flush() override { return mWatch->call("flush"); }
+
+protected:
+    using Config = media::Configuration;
+
+    std::shared_ptr<Watch> mWatch;
+};
+
+class WatchedDecoder : public WatchedCodec<media::VideoDecoderClientWrapper> {
+public:
+    using WatchedCodec::WatchedCodec;
+    using Type = media::CodecType;
+
+    media::Return<void> configureTunnelMode(Type, Config const& config) override {
+        return configure(config);
+    }
+    media::Return<void> configureReferenceMode(Type, Config const& config) override {
+        return configure(config);
+    }
+    media::Return<void> configurePixelMode(Type, Config const& config) override {
+        return configure(config);
+    }
+    media::Return<void> configureNativeBufferMode(Type, Config const& config) override {
+        return configure(config);
+    }
+    media::Return<void> reconfigureOutputBuffer(Type, Config const& config) override {
+        return configure(config);
+    }
+    media::Return<void> writeInputEndOfStream() override { return mWatch->call("write"); }
+    media::Return<media::BufferInfo> dequeueOutputBuffer() override {
+        return mWatch->call("dequeue");
+    }
+    media::Return<void> releaseOutputBuffer(media::BufferInfo const&) override {
+        return mWatch->call("releaseBuffer");
+    }
+
+private:
+    media::Return<void> configure(Config const& config) {
+        expectPort(config.getInt32(media::key::kVideoPort, 9));
+        return mWatch->call("configure");
+    }
+};
+
+class WatchedEncoder : public WatchedCodec<media::VideoEncoderClientWrapper> {
+public:
+    using WatchedCodec::WatchedCodec;
+
+    media::Return<void> configure(Config const&) override { return mWatch->call("configure"); }
+    media::Return<void> writeInputFrame(unsigned long long, unsigned char const*,
+                                        unsigned int) override {
+        return mWatch->call("write");
+    }
+};
+
+}  // namespace interleave

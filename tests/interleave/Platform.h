@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tvhw_crm.h"
+
+/// A client of the resource manager.
+struct TVHW_CRM_CLIENT {
+    int uniqueId;
+    TVHW_CRM_RECLAIM_CALLBACK reclaim;
+    void* cookie;
+    bool isOpen;
+    bool holdsCore;
+    int port;             ///< From 1; 0 for none.
+    std::size_t freedBy;  ///< Number of the thread.
+};
+
+/// A small platform under the library that keeps books: each call is a point of the scheduler, and
+/// breaks the run when it uses what is not open or holds locks that it should not.
+namespace interleave {
+
+struct LogLine {
+    std::size_t thread;
+    std::string text;  ///< The format.
+};
+
+struct Platform {
+    std::deque<TVHW_CRM_CLIENT> clients;  ///< All that were ever opened, in order.
+    std::deque<int> ports;                ///< What the next grants name, from 1; then 0.
+    std::set<std::string> failing;        ///< Operations whose next call fails.
+    std::vector<LogLine> log;
+    int callsInProgress = 0;                    ///< That a reclaim may wait for.
+    std::multiset<std::size_t> reclaimsToldBy;  ///< Threads that told the platform utility.
+    std::multiset<std::size_t> releasesToldBy;  ///< Threads that told the platform utility.
+    int scalerInitialisations = 0;              ///< That succeeded.
+    int outputsOpen = 0;
+    int channelsOpen = 0;
+    std::set<std::string> inside;  ///< Operations that must not overlap.
+};
+
+/// The platform of this run.
+Platform& platform();
+
+/// Says whether a thread, if given, has logged a line that begins with `text`.
+bool hasLogged(std::string const& text, std::optional<std::size_t> thread = {});
+
+/// Breaks the run unless all was given back.
+void expectNothingHeld();
+
+}  // namespace interleave

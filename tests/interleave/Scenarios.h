@@ -1,0 +1,12 @@
+#pragma once
+
+#include <vector>
+
+#include "Scheduler.h"
+
+namespace interleave {
+
+/// All scenarios: those of the decoder, of the encoder, of the scaler client and the image sink.
+std::vector<Scenario> scenarios();
+
+}  // namespace interleave

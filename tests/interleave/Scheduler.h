@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// Runs the threads of a scenario one at a time, on a single thread of the system, and decides at
+/// every point which of them goes on. The same decisions make the same run.
+///
+/// A run is broken when a thread breaks a rule, when none can go on, or when memory is used that
+/// was freed. The first broken run ends the process, with the decisions that replay it.
+namespace interleave {
+
+using Nanoseconds = std::int64_t;
+
+/// What is run in every order.
+struct Scenario {
+    std::string name;
+    std::function<void()> body;      ///< Of the first thread, which starts the others.
+    std::vector<std::string> facts;  ///< What must have been seen() in one of the orders.
+};
+
+/// How far a scenario was walked.
+struct Walk {
+    std::uint64_t schedules = 0;
+    bool isComplete = false;  ///< Every schedule within the bound was run.
+};
+
+/// Runs `scenario` in every order with at most `bound` preemptions, depth first. To go on with
+/// another thread is a preemption when the running one could have gone on. A deadline that comes
+/// first, or a spurious wake-up, one a run, is a way to go on with the thread that waits.
+Walk explore(Scenario const& scenario, unsigned int bound);
+
+/// Runs the one schedule that these decisions make and prints what each thread does.
+void replay(Scenario const& scenario, std::string const& decisions);
+
+// --- For the threads of a scenario.
+
+/// Starts a thread. It runs when it is chosen.
+void start(std::string name, std::function<void()> body);
+
+/// Waits for all threads that were started.
+void joinAll();
+
+/// Lets the scheduler decide who goes on. What the thread is about to do goes to the trace.
+__attribute__((format(printf, 1, 2))) void point(char const* format, ...);
+
+/// Waits until `isReady`, which must change nothing, returns true.
+void waitUntil(std::function<bool()> isReady);
+
+/// Waits until the clock has reached `time`.
+void sleepUntil(Nanoseconds time);
+
+/// The clock of the run. It stands still but for deadlines, each of which it reaches in order.
+Nanoseconds now();
+
+/// Number of the running thread, in the order of starting.
+std::size_t threadNumber();
+
+/// Says how many locks the running thread holds.
+std::size_t locksHeld();
+
+/// A wait for a signal.
+struct SignalWait {
+    Nanoseconds begin;
+    Nanoseconds deadline;
+    bool timedOut;  ///< It ended without any signal.
+};
+
+/// The waits of a thread since it called clearWaits().
+std::vector<SignalWait> const& waitsOf(std::size_t thread);
+void clearWaits();
+
+/// Breaks the run unless `isTrue`.
+__attribute__((format(printf, 2, 3))) void expect(bool isTrue, char const* format, ...);
+
+/// Notes that a run has come to a fact of its scenario.
+void seen(char const* fact);
+
+// --- For the functions that the library calls.
+
+/// Says whether a thread of a scenario is running. Otherwise the process has one thread and nothing
+/// to lock.
+bool isRunning();
+
+void lock(void const* mutex);
+void unlock(void const* mutex);
+void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline);
+void signal(void const* condition, bool all);
+
+}  // namespace interleave
