@@ -50,18 +50,6 @@ TYPED_TEST(ReclaimTest, EveryCallInFlightHoldsTheReclaimOff) {
     }
 }
 
-TYPED_TEST(ReclaimTest, WithoutAClientTheGuardClosesButReleaseGivesTheCoreBack) {
-    this->wrapper = std::make_unique<typename TypeParam::Wrapper>(nullptr);
-    EXPECT_EQ(this->configure(), -22);
-    ASSERT_EQ(kvo::host::crmClients().size(), 1U);
-    EXPECT_EQ(this->reclaimNewest().get(), 1);
-    EXPECT_EQ(this->reclaimNewest().get(), 1) << "still reclaiming, waits anew";
-    EXPECT_TRUE(isRefused(*this->wrapper));
-    EXPECT_EQ(this->wrapper->release().status().code(), -22);
-    EXPECT_TRUE(kvo::host::crmClients().empty());
-    EXPECT_TRUE(isRefused(*this->wrapper));
-}
-
 /// A wrapper with calls that stay inside the codec until each is let go.
 template <typename Codec>
 struct Occupied {
