@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -12,6 +14,7 @@
 #include "tvhw/ImageSinkTvhwImpl.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw_crm.h"
+#include "tvhw_vbe.h"
 
 // The stand-ins are what every other test trusts.
 namespace {
@@ -262,6 +265,59 @@ TEST_F(HostPlatformTest, AFaultHappensOnceAtItsCall) {
     kvo::host::failCall("allowsForcedAcquire", 7);
     EXPECT_FALSE(utils.allowsForcedAcquire(1));
     EXPECT_TRUE(utils.allowsForcedAcquire(1));
+}
+
+/// Runs this program with `settings` in its environment and `filter`; returns status and output.
+std::pair<int, std::string> runSet(std::string const& settings, std::string const& filter) {
+    std::string const self = std::filesystem::read_symlink("/proc/self/exe").string();
+    std::string const command = "env " + settings + " " + self +
+                                " --gtest_also_run_disabled_tests --gtest_filter=" + filter +
+                                " 2>&1";
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe)) {
+        output += static_cast<char>(byte);
+    }
+    return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+TEST_F(HostPlatformTest, TheEnvironmentSetsTheFirstState) {
+#ifdef __arm__
+    GTEST_SKIP() << "the emulator does not start other programs";
+#endif
+    auto const set = runSet(
+        "KVO_HOST_POOL=encoder:4:640x480 KVO_HOST_PANEL=1280x720 KVO_HOST_PROPERTIES=p=4,q=-1 "
+        "KVO_HOST_FAULTS=getIntProperty=9@2 KVO_HOST_POLICY=tvhw_tests=-1,*=1",
+        "*DISABLED_IsSet");
+    EXPECT_EQ(set.first, 0) << set.second;
+    for (std::string const wrong :
+         {"KVO_HOST_POOL=decoder:5:1x1", "KVO_HOST_PANEL=0x1", "KVO_HOST_PROPERTIES=p",
+          "KVO_HOST_FAULTS=TVHW_VO_Oper=1", "KVO_HOST_FAULTS=*=1@0", "KVO_HOST_POLICY=a=101",
+          "KVO_HOST_POOLS=decoder:1:1x1"}) {
+        auto const [status, output] = runSet(wrong, "none");
+        EXPECT_EQ(status, 2) << wrong;
+        EXPECT_EQ(output.substr(0, wrong.size() + 2), wrong + ": ");
+        EXPECT_EQ(output.find('\n') + 1, output.size()) << "one line";
+    }
+}
+
+/// In the environment that the test above makes.
+TEST(SettingsTest, DISABLED_IsSet) {
+    auto& utils = SystemUtils::getInstance();
+    EXPECT_EQ(utils.getIntProperty("p", 0), 4);
+    EXPECT_EQ(utils.getIntProperty("p", 0), 9);
+    kvo::host::reset();
+    EXPECT_EQ(utils.getIntProperty("q", 0), -1);
+    EXPECT_FALSE(utils.allowsForcedAcquire(getpid()));
+    EXPECT_TRUE(utils.allowsForcedAcquire(1));
+    TVHW_VBE_PANEL_SIZE panel{};
+    EXPECT_EQ(TVHW_VBE_DISP_GetPanelSize(&panel), 0);
+    EXPECT_EQ(panel.width, 1280);
+    Client client;
+    EXPECT_NE(client.acquire(), 0);
+    EXPECT_EQ(client.acquireEncoder(), 0);
+    std::string const row = "1      4      encoder   640x480     " + std::to_string(getpid());
+    EXPECT_NE(kvo::host::describe().find(row), std::string::npos) << kvo::host::describe();
 }
 
 /// Built before any part of the platform, and so destroyed after every part that is not meant to

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "host/PlatformCall.h"
+#include "host/Settings.h"
 
 namespace kvo::host {
 
@@ -50,18 +51,22 @@ constexpr std::string_view kOperations[] = {
     "onReclaimedClientReleased",
 };
 
-bool isOperation(std::string_view name) {
-    return std::find(std::begin(kOperations), std::end(kOperations), name) != std::end(kOperations);
-}
-
 struct Fault {
     std::string operation;
     int code;
     std::uint64_t callsLeft;  ///< Until it happens; 1 means the next call.
 };
 
+std::vector<Fault> faultsOfTheStart() {
+    std::vector<Fault> faults;
+    for (auto const& fault : settings().faults) {
+        faults.push_back({fault.operation, fault.code, fault.call});
+    }
+    return faults;
+}
+
 std::atomic<bool> gRecording{false};
-std::atomic<bool> gHasFaults{false};
+std::atomic<bool> gHasFaults{!settings().faults.empty()};
 std::atomic<std::uint64_t> gCallCount{0};
 
 /// The parts that need the lock. A function-local object, since the stand-in libraries may call
@@ -71,7 +76,7 @@ struct State {
     std::deque<JournalEntry> journal;
     std::uint64_t entryCount = 0;    ///< Of all journals; the number of the last entry.
     std::uint64_t droppedCount = 0;  ///< Of this journal.
-    std::vector<Fault> faults;
+    std::vector<Fault> faults = faultsOfTheStart();
     std::vector<void (*)()> resetHandlers;
 };
 
@@ -125,14 +130,18 @@ std::optional<int> takeFault(std::string const& operation) {
 
 }  // namespace
 
+bool isOperation(std::string const& name) {
+    return std::find(std::begin(kOperations), std::end(kOperations), name) != std::end(kOperations);
+}
+
 void reset() {
     std::vector<void (*)()> handlers;
     {
         std::lock_guard<std::mutex> const lock(state().mutex);
         gRecording.store(false, std::memory_order_relaxed);
-        gHasFaults.store(false, std::memory_order_relaxed);
         takeJournal();
-        state().faults.clear();
+        state().faults = faultsOfTheStart();
+        gHasFaults.store(!state().faults.empty(), std::memory_order_relaxed);
         handlers = state().resetHandlers;
     }
     for (auto* const handler : handlers) {

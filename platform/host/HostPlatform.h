@@ -16,9 +16,9 @@
 /// back. The library itself knows nothing of it. Every operation may be called from any thread.
 namespace kvo::host {
 
-/// Returns everything to its first state: the default pool and panel, the log level of the start,
-/// no property, policy, forced grant, memory handle, fault or journal. Clients, channels and
-/// outputs that are open stay open.
+/// Returns everything to its first state: pool, panel, properties, faults and log level as the
+/// environment sets them, and no other policy, forced grant, memory handle or journal. Clients,
+/// channels and outputs that are open stay open.
 KVO_MEDIA_EXPORT void reset();
 
 // --- The journal: what the library did, in order.
@@ -109,6 +109,11 @@ struct CrmClient {
 /// Returns the open clients, oldest first.
 KVO_MEDIA_EXPORT std::vector<CrmClient> crmClients();
 
+/// Returns tables for people: each core and display port with its size and holder, since when it is
+/// held and whether it is being reclaimed, and each request that waits. The service of the resource
+/// manager prints the same.
+KVO_MEDIA_EXPORT std::string describe();
+
 /// Reclaims from the client with this unique id, on a thread of its own. The future yields the
 /// client's answer, or -1 when there is no such client. What the client holds is taken when the
 /// answer is 1. A future that is dropped waits for the answer there and then.
@@ -194,7 +199,8 @@ KVO_MEDIA_EXPORT VideoOutput videoOutput();
 /// Sets a system property; without a value, removes it.
 KVO_MEDIA_EXPORT void setProperty(std::string const& name, std::optional<int> value);
 
-/// Decides for a process id whether it may take another client's core. At first every one may.
+/// Decides for a process id whether it may take another client's core. At first the
+/// environment's priorities decide: below 0 a process may not.
 KVO_MEDIA_EXPORT void setForcedAcquirePolicy(std::function<bool(int)> policy);
 
 }  // namespace kvo::host

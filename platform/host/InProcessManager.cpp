@@ -1,5 +1,7 @@
 // The resource manager within the process: one pool for all of its clients.
 
+#include <unistd.h>
+
 #include <condition_variable>
 #include <future>
 #include <map>
@@ -10,6 +12,7 @@
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
 #include "host/ResourceManager.h"
+#include "host/Settings.h"
 
 namespace kvo::host {
 
@@ -24,8 +27,9 @@ public:
 
     int open(std::string const& name, TVHW_CRM_RECLAIM_CALLBACK function, void* cookie,
              int& client) override {
+        int const pid = getpid();
         std::lock_guard<std::mutex> const lock(mMutex);
-        client = mPool.openClient(name);
+        client = mPool.openClient(name, {pid, programOf(pid), 0});
         mCallbacks[client] = {function, cookie};
         return 0;
     }
@@ -119,13 +123,18 @@ public:
     std::vector<CrmClient> clients() {
         std::lock_guard<std::mutex> const lock(mMutex);
         std::vector<CrmClient> result;
-        for (auto const& [client, name] : mPool.clients()) {
+        for (auto const& [client, entry] : mPool.clients()) {
             auto const held = mPool.holding(client);
-            result.push_back({client, name,
+            result.push_back({client, entry.name,
                               reinterpret_cast<std::uintptr_t>(mCallbacks.at(client).cookie),
                               held.core == nullptr ? 0 : held.core->type, held.port});
         }
         return result;
+    }
+
+    std::string describePool() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mPool.describe();
     }
 
 private:
@@ -148,7 +157,7 @@ private:
 
     std::mutex mMutex;
     std::condition_variable mChanged;
-    ResourcePool mPool;
+    ResourcePool mPool{settings().pool};
     ForcedGrant mForced;
     std::map<int, Callback> mCallbacks;  ///< By client.
 };
@@ -160,7 +169,7 @@ InProcessManager& manager() {
 
 [[maybe_unused]] bool const gResets = [] {
     onReset([] {
-        manager().setCores(ResourcePool::defaultCores());
+        manager().setCores(settings().pool);
         manager().force({});
     });
     return true;
@@ -175,6 +184,8 @@ void setPool(std::vector<CodecCore> const& cores) { manager().setCores(cores); }
 void forceGrant(ForcedGrant grant) { manager().force(grant); }
 
 std::vector<CrmClient> crmClients() { return manager().clients(); }
+
+std::string describe() { return manager().describePool(); }
 
 std::future<int> reclaim(int uniqueId) {
     return std::async(std::launch::async, [uniqueId] { return manager().reclaim(uniqueId); });

@@ -1,7 +1,9 @@
 #include "host/ResourcePool.h"
 
 #include <algorithm>
+#include <iomanip>
 #include <limits>
+#include <sstream>
 #include <utility>
 
 namespace kvo::host {
@@ -24,35 +26,28 @@ bool ResourcePool::fitsBetter(CodecCore const& left, CodecCore const& right) {
     return size(left) < size(right);
 }
 
-/// Which of two holders is asked first: who has held the longest.
-bool ResourcePool::isAskedBefore(Lease const& left, Lease const& right) {
-    return left.since < right.since;
+/// Which of two holders is asked first: the one of lower priority, then who has held the longest.
+bool ResourcePool::isAskedBefore(Lease const& left, Lease const& right) const {
+    return std::pair(priorityOf(left.holder), left.since) <
+           std::pair(priorityOf(right.holder), right.since);
 }
 
-/// Whom a request may ask at all: not itself, nobody who has refused or is overdue, nobody whose
-/// answer has to wait for this request. A request from inside a reclaim may only ask those who held
-/// before that reclaim began: else two players that start anew whenever they lose their core would
-/// take it from each other without end.
+/// Whom a request may ask at all: not itself, nobody of higher priority, nobody who has refused or
+/// is overdue, nobody whose answer has to wait for this request. A request from inside a reclaim
+/// may only ask those who held before that reclaim began: else two players that start anew whenever
+/// they lose their core would take it from each other without end.
 bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending) const {
     if (lease.holder == 0 || lease.holder == pending.client || lease.since > pending.takeFrom ||
         pending.refused.count(lease.holder) != 0) {
         return false;
     }
-    return !isStuck(lease.holder) && !answerDependsOn(lease.holder, pending);
+    return priorityOf(lease.holder) <= priorityOf(pending.client) && !isStuck(lease.holder) &&
+           !answerDependsOn(lease.holder, pending);
 }
 
 // --- What carries it out.
 
 ResourcePool::ResourcePool(std::vector<CodecCore> const& cores) { setCores(cores); }
-
-std::vector<CodecCore> ResourcePool::defaultCores() {
-    // Decoder cores of one size, so that the first one open gets the first core whatever it plays.
-    return {{1, false, 3840, 2160},
-            {2, false, 3840, 2160},
-            {3, false, 3840, 2160},
-            {1, true, 1920, 1088},
-            {2, true, 1920, 1088}};
-}
 
 void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
     for (Core& core : mCores) {
@@ -64,8 +59,9 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
     }
 }
 
-int ResourcePool::openClient(std::string name) {
-    mClients.emplace(++mLastClient, std::move(name));
+int ResourcePool::openClient(std::string name, Owner owner, int above) {
+    mLastClient = std::max(mLastClient, above) + 1;
+    mClients.emplace(mLastClient, Client{std::move(name), std::move(owner)});
     return mLastClient;
 }
 
@@ -108,8 +104,9 @@ int ResourcePool::request(int client, Request const& request, bool tryOnly, int 
     auto const reclaim = mReclaims.find(insideReclaim);
     auto const takeFrom = reclaim == mReclaims.end() ? std::numeric_limits<std::uint64_t>::max()
                                                      : reclaim->second.takeFrom;
-    mPending.emplace(++mLastRequest,
-                     Pending{client, request, tryOnly, insideReclaim, takeFrom, false, 0, {}});
+    mPending.emplace(
+        ++mLastRequest,
+        Pending{client, request, tryOnly, insideReclaim, takeFrom, false, 0, {}, Clock::now()});
     return mLastRequest;
 }
 
@@ -161,9 +158,14 @@ int ResourcePool::startReclaim(int client) { return newReclaim(client, 0, mOrder
 
 void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
     auto const ended = mReclaims.extract(reclaim);
+    if (ended.empty()) {
+        return;
+    }
     int const holder = ended.mapped().holder;
     if (gaveUp) {
         giveBack(holder);
+    } else if (isOpen(holder)) {
+        ++mClients.at(holder).refusals;
     }
     for (auto& [number, pending] : mPending) {
         if (pending.waitsFor == holder && reclaimFrom(holder) == nullptr) {
@@ -247,7 +249,7 @@ bool ResourcePool::grantFreeCore(int client, Request const& request) {
     return true;
 }
 
-void ResourcePool::grant(Lease& lease, int client) { lease = {client, ++mOrder}; }
+void ResourcePool::grant(Lease& lease, int client) { lease = {client, ++mOrder, Clock::now()}; }
 
 void ResourcePool::giveBackCore(int client) {
     for (Core& core : mCores) {
@@ -302,6 +304,19 @@ bool ResourcePool::belongsTo(Pending const& pending, int client) const {
            (reclaim != mReclaims.end() && reclaim->second.holder == client);
 }
 
+int ResourcePool::priorityOf(int client) const {
+    auto const found = mClients.find(client);
+    return found == mClients.end() ? 0 : found->second.owner.priority;
+}
+
+ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
+    auto next = Clock::time_point::max();
+    for (auto const& [number, reclaim] : mReclaims) {
+        next = reclaim.deadline > Clock::now() ? std::min(next, reclaim.deadline) : next;
+    }
+    return next;
+}
+
 ResourcePool::Step ResourcePool::finish(int number, int code) {
     mPending.erase(number);
     return {Step::Kind::kFinished, code, 0, 0, {}};
@@ -311,6 +326,111 @@ int ResourcePool::newReclaim(int holder, int request, std::uint64_t takeFrom) {
     mReclaims.emplace(++mLastReclaim,
                       Reclaim{holder, request, takeFrom, Clock::now() + kReclaimLimit});
     return mLastReclaim;
+}
+
+// --- What people read.
+
+namespace {
+
+std::string ago(ResourcePool::Clock::time_point then) {
+    auto const elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(ResourcePool::Clock::now() - then);
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1) << static_cast<double>(elapsed.count()) / 1000
+         << " s";
+    return text.str();
+}
+
+void row(std::ostream& out, std::initializer_list<std::string> const& cells) {
+    constexpr std::array<int, 8> kWidths{6, 6, 9, 11, 8, 18, 8, 10};
+    std::ostringstream line;
+    std::size_t column = 0;
+    for (std::string const& cell : cells) {
+        bool const isLast = column + 1 == cells.size();
+        line << std::left << std::setw(isLast ? 0 : kWidths.at(column)) << cell
+             << (isLast ? "" : " ");
+        ++column;
+    }
+    out << line.str() << "\n";
+}
+
+std::string sizeOf(int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height);
+}
+
+}  // namespace
+
+std::string ResourcePool::describe() const {
+    std::ostringstream out;
+    auto const holderRow = [&](std::string const& number, std::string const& type,
+                               std::string const& use, std::string const& size,
+                               Lease const& lease) {
+        auto const client = mClients.find(lease.holder);
+        if (client == mClients.end()) {
+            row(out, {number, type, use, size, "-"});
+            return;
+        }
+        row(out, {number, type, use, size, std::to_string(client->second.owner.pid),
+                  client->second.owner.program, std::to_string(client->first), ago(lease.grantedAt),
+                  describeReclaim(client->first)});
+    };
+    row(out, {"CORE", "TYPE", "USE", "SIZE", "PROCESS", "PROGRAM", "CLIENT", "SINCE", "RECLAIM"});
+    int number = 0;
+    for (Core const& core : mCores) {
+        holderRow(core.retired ? "old" : std::to_string(++number), std::to_string(core.core.type),
+                  core.core.encoder ? "encoder" : "decoder",
+                  sizeOf(core.core.maxWidth, core.core.maxHeight), core);
+    }
+    row(out, {"PORT", "", "", "", "PROCESS", "PROGRAM", "CLIENT", "SINCE", "RECLAIM"});
+    number = 0;
+    for (Lease const& port : mPorts) {
+        holderRow(std::to_string(++number), "", "", "", port);
+    }
+    row(out, {"WAITS", "", "FOR", "SIZE", "PROCESS", "PROGRAM", "CLIENT", "SINCE", "ASKED"});
+    for (auto const& [request, pending] : mPending) {
+        auto const client = mClients.find(pending.client);
+        if (client == mClients.end()) {
+            continue;
+        }
+        bool const display = pending.request.display;
+        row(out, {std::to_string(request), "",
+                  display                   ? "port"
+                  : pending.request.encoder ? "encoder"
+                                            : "decoder",
+                  display ? "" : sizeOf(pending.request.width, pending.request.height),
+                  std::to_string(client->second.owner.pid), client->second.owner.program,
+                  std::to_string(client->first), ago(pending.since),
+                  pending.waitsFor == 0 ? "" : std::to_string(pending.waitsFor)});
+    }
+    out << mClients.size() << " clients are open.\n";
+    return out.str();
+}
+
+std::string ResourcePool::stuckClients() const {
+    std::string text;
+    for (auto const& [number, reclaim] : mReclaims) {
+        auto const client = mClients.find(reclaim.holder);
+        if (client != mClients.end() && isStuck(client->first)) {
+            text += (text.empty() ? "client " : ", client ") + std::to_string(client->first) +
+                    " of process " + std::to_string(client->second.owner.pid) + " (" +
+                    client->second.owner.program + ")";
+        }
+    }
+    return text;
+}
+
+/// Says what there is to tell of a client's reclaims.
+std::string ResourcePool::describeReclaim(int client) const {
+    std::string text;
+    if (Reclaim const* const running = reclaimFrom(client)) {
+        text = std::string(isStuck(client) ? "STUCK, asked " : "asked ") +
+               ago(running->deadline - kReclaimLimit) + " ago";
+    }
+    int const refusals = mClients.at(client).refusals;
+    if (refusals > 0) {
+        text += (text.empty() ? "refused " : ", refused ") + std::to_string(refusals);
+    }
+    return text;
 }
 
 }  // namespace kvo::host

@@ -28,6 +28,7 @@ public:
     static constexpr int kBusy = -16;         ///< Nothing is free, or its holders keep it.
     static constexpr int kStuck = -110;       ///< A holder has not answered in kReclaimLimit.
     static constexpr int kNothingHeld = -61;
+    static constexpr int kNoService = -111;  ///< Of the client library: no service to ask.
 
     /// How long a reclaim may take. Its holder then keeps what it has.
     static constexpr std::chrono::seconds kReclaimLimit{10};
@@ -64,16 +65,27 @@ public:
         int port = 0;                     ///< 0 for none.
     };
 
-    explicit ResourcePool(std::vector<CodecCore> const& cores = defaultCores());
+    /// The process that a client belongs to.
+    struct Owner {
+        int pid = 0;
+        std::string program;
+        int priority = 0;  ///< Only who has at least that of a holder may ask it to give up.
+    };
 
-    /// Returns the cores of a platform that nobody has configured.
-    static std::vector<CodecCore> defaultCores();
+    /// An open client.
+    struct Client {
+        std::string name;
+        Owner owner;
+        int refusals = 0;  ///< Reclaims that it answered with no.
+    };
+
+    explicit ResourcePool(std::vector<CodecCore> const& cores);
 
     /// Replaces the cores. Who holds one of the old ones keeps it, and is not asked for it.
     void setCores(std::vector<CodecCore> const& cores);
 
-    /// Opens a client and returns its unique id.
-    int openClient(std::string name);
+    /// Opens a client and returns its unique id, which is above `above` and every earlier one.
+    int openClient(std::string name, Owner owner, int above = 0);
 
     /// Closes a client, which gives back all it holds; false when there is none of this id.
     bool closeClient(int client);
@@ -81,8 +93,8 @@ public:
     /// Says whether a client is open.
     [[nodiscard]] bool isOpen(int client) const { return mClients.count(client) != 0; }
 
-    /// Returns the ids and names of the open clients, oldest first.
-    [[nodiscard]] std::map<int, std::string> const& clients() const { return mClients; }
+    /// Returns the open clients by their ids, oldest first.
+    [[nodiscard]] std::map<int, Client> const& clients() const { return mClients; }
 
     /// Returns what a client holds.
     [[nodiscard]] Holding holding(int client) const;
@@ -103,11 +115,22 @@ public:
     /// Ends a reclaim; when the client gave up, takes what it holds. Never too late.
     void finishReclaim(int reclaim, bool gaveUp);
 
+    /// Returns the next time at which a reclaim is overdue that is not yet; the far future for
+    /// none.
+    [[nodiscard]] Clock::time_point nextDeadline() const;
+
+    /// Names the clients that have not answered a reclaim in time.
+    [[nodiscard]] std::string stuckClients() const;
+
+    /// Returns tables for people: each core, each port, each waiting request.
+    [[nodiscard]] std::string describe() const;
+
 private:
     /// A resource and who holds it: client 0 is nobody.
     struct Lease {
         int holder = 0;
         std::uint64_t since = 0;  ///< Order of the grant: lower is older.
+        Clock::time_point grantedAt;
     };
     struct Core : Lease {
         CodecCore core;
@@ -128,11 +151,12 @@ private:
         bool granted;
         int waitsFor;           ///< The client whose answer it waits for; 0 for none.
         std::set<int> refused;  ///< Clients that keep what they hold.
+        Clock::time_point since;
     };
 
     [[nodiscard]] static bool fits(CodecCore const& core, Request const& request);
     [[nodiscard]] static bool fitsBetter(CodecCore const& left, CodecCore const& right);
-    [[nodiscard]] static bool isAskedBefore(Lease const& left, Lease const& right);
+    [[nodiscard]] bool isAskedBefore(Lease const& left, Lease const& right) const;
     [[nodiscard]] bool mayAsk(Lease const& lease, Pending const& pending) const;
 
     [[nodiscard]] bool isServable(Request const& request) const;
@@ -150,12 +174,14 @@ private:
     [[nodiscard]] bool answerDependsOn(int holder, Pending const& pending) const;
     [[nodiscard]] bool belongsTo(Pending const& pending, int client) const;
     Step finish(int number, int code);
+    [[nodiscard]] int priorityOf(int client) const;
+    [[nodiscard]] std::string describeReclaim(int client) const;
     int newReclaim(int holder, int request, std::uint64_t takeFrom);
 
     std::list<Core> mCores;  ///< Their addresses stay.
     std::array<Lease, kPorts> mPorts;
-    std::map<int, std::string> mClients;  ///< Names by unique id.
-    std::map<int, Pending> mPending;      ///< By number: oldest first.
+    std::map<int, Client> mClients;   ///< By unique id.
+    std::map<int, Pending> mPending;  ///< By number: oldest first.
     std::map<int, Reclaim> mReclaims;
     int mLastClient = 70000;
     int mLastRequest = 0;

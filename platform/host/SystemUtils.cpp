@@ -1,5 +1,6 @@
 #include "SystemUtils.h"
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
@@ -7,10 +8,15 @@
 
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
+#include "host/Settings.h"
+#include "host/SystemPolicy.h"
 
 namespace kvo::host {
 
 namespace {
+
+/// Set once, as a library is loaded.
+std::atomic<SystemPolicy*> gSystemPolicy{nullptr};
 
 class HostSystemUtils final : public media::platform::SystemUtils {
 public:
@@ -26,23 +32,26 @@ public:
 
     bool allowsForcedAcquire(int pid) override {
         PlatformCall call("allowsForcedAcquire", pid);
-        int const answer = call.perform([&] {
-            std::function<bool(int)> policy;
-            {
-                std::lock_guard<std::mutex> const lock(mMutex);
-                policy = mPolicy;
-            }
-            return policy == nullptr || policy(pid) ? 1 : 0;
-        });
+        int const answer = call.perform([&] { return isAllowed(pid) ? 1 : 0; });
         return !call.fails() && answer != 0;  // Who cannot be asked allows nothing.
     }
 
     void onProcessReclaimed(int pid) override {
-        PlatformCall("onProcessReclaimed", pid).perform([] { return 0; });
+        PlatformCall("onProcessReclaimed", pid).perform([&] {
+            if (auto* const system = gSystemPolicy.load()) {
+                system->onProcessReclaimed(pid);
+            }
+            return 0;
+        });
     }
 
     void onReclaimedClientReleased(int pid) override {
-        PlatformCall("onReclaimedClientReleased", pid).perform([] { return 0; });
+        PlatformCall("onReclaimedClientReleased", pid).perform([&] {
+            if (auto* const system = gSystemPolicy.load()) {
+                system->onReclaimedClientReleased(pid);
+            }
+            return 0;
+        });
     }
 
     void setProperty(std::string const& name, std::optional<int> value) {
@@ -61,13 +70,28 @@ public:
 
     void reset() {
         std::lock_guard<std::mutex> const lock(mMutex);
-        mProperties.clear();
+        mProperties = settings().properties;
         mPolicy = nullptr;
     }
 
 private:
+    bool isAllowed(int pid) {
+        std::function<bool(int)> policy;
+        {
+            std::lock_guard<std::mutex> const lock(mMutex);
+            policy = mPolicy;
+        }
+        if (policy != nullptr) {
+            return policy(pid);
+        }
+        if (auto* const system = gSystemPolicy.load()) {
+            return system->allowsForcedAcquire(pid);
+        }
+        return settings().priorityOf(pid) >= 0;
+    }
+
     std::mutex mMutex;
-    std::map<std::string, int> mProperties;
+    std::map<std::string, int> mProperties = settings().properties;
     std::function<bool(int)> mPolicy;
 };
 
@@ -87,6 +111,8 @@ HostSystemUtils& instance() {
 void setProperty(std::string const& name, std::optional<int> value) {
     instance().setProperty(name, value);
 }
+
+void setSystemPolicy(SystemPolicy& policy) { gSystemPolicy = &policy; }
 
 void setForcedAcquirePolicy(std::function<bool(int)> policy) {
     instance().setPolicy(std::move(policy));

@@ -4,6 +4,7 @@
 
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
+#include "host/Settings.h"
 
 namespace kvo::host {
 
@@ -14,7 +15,7 @@ constexpr int kUnreadable = -61;  ///< The panel does not tell its size.
 
 struct State {
     std::mutex mutex;
-    Panel panel;
+    Panel panel = settings().panel;
 };
 
 State& state() {
@@ -23,7 +24,7 @@ State& state() {
 }
 
 [[maybe_unused]] bool const gResets = [] {
-    onReset([] { setPanel({}); });
+    onReset([] { setPanel(settings().panel); });
     return true;
 }();
 

@@ -1,0 +1,213 @@
+#include "host/Settings.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+
+namespace kvo::host {
+
+namespace {
+
+struct Variable {
+    char const* name;
+    char const* allowed;
+    void (*read)(std::string const& value, Settings& settings);
+};
+
+using Parts = std::vector<std::string>;
+
+Parts split(std::string const& text, char separator) {
+    Parts parts;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; end != std::string::npos; begin = end + 1) {
+        end = text.find(separator, begin);
+        parts.push_back(text.substr(begin, end - begin));
+    }
+    return parts;
+}
+
+/// The readers throw this; what is allowed is in the table of variables.
+[[noreturn]] void refuse() { throw std::invalid_argument(""); }
+
+int number(std::string const& text, int least, int most) {
+    int value = 0;
+    char const* const end = text.data() + text.size();
+    auto const result = std::from_chars(text.data(), end, value);
+    if (result.ec != std::errc() || result.ptr != end || value < least || value > most) {
+        refuse();
+    }
+    return value;
+}
+
+struct Size {
+    int width;
+    int height;
+};
+
+Size size(std::string const& text) {
+    Parts const parts = split(text, 'x');
+    if (parts.size() != 2) {
+        refuse();
+    }
+    return {number(parts[0], 1, 65535), number(parts[1], 1, 65535)};
+}
+
+/// Splits a list of NAME=VALUE and hands each to `use`.
+template <typename Use>
+void readPairs(std::string const& text, Use const& use) {
+    for (std::string const& part : split(text, ',')) {
+        auto const equals = part.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            refuse();
+        }
+        use(part.substr(0, equals), part.substr(equals + 1));
+    }
+}
+
+void readPool(std::string const& value, Settings& settings) {
+    settings.pool.clear();
+    for (std::string const& part : split(value, ',')) {
+        Parts const fields = split(part, ':');
+        if (fields.size() != 3 || (fields[0] != "decoder" && fields[0] != "encoder")) {
+            refuse();
+        }
+        Size const most = size(fields[2]);
+        settings.pool.push_back(
+            {number(fields[1], 1, 4), fields[0] == "encoder", most.width, most.height});
+    }
+}
+
+void readPanel(std::string const& value, Settings& settings) {
+    if (value == "unreadable") {
+        settings.panel.readable = false;
+        return;
+    }
+    Size const panel = size(value);
+    settings.panel = {panel.width, panel.height, true};
+}
+
+void readProperties(std::string const& value, Settings& settings) {
+    readPairs(value, [&](std::string const& name, std::string const& property) {
+        settings.properties[name] = number(property, INT32_MIN, INT32_MAX);
+    });
+}
+
+void readFaults(std::string const& value, Settings& settings) {
+    readPairs(value, [&](std::string const& operation, std::string const& fault) {
+        Parts const parts = split(fault, '@');
+        if (parts.size() > 2 || (operation != "*" && !isOperation(operation))) {
+            refuse();
+        }
+        int const call = parts.size() == 2 ? number(parts[1], 1, INT32_MAX) : 1;
+        settings.faults.push_back(
+            {operation, number(parts[0], INT32_MIN, INT32_MAX), static_cast<std::uint64_t>(call)});
+    });
+}
+
+void readPolicy(std::string const& value, Settings& settings) {
+    readPairs(value, [&](std::string const& process, std::string const& priority) {
+        settings.priorities[process] = number(priority, -100, 100);
+    });
+}
+
+constexpr std::array<Variable, 5> kVariables{
+    {{"KVO_HOST_POOL",
+      "cores as USE:TYPE:WIDTHxHEIGHT with a USE of decoder or encoder, a TYPE of 1 to 4 and sizes "
+      "of 1 to 65535, as in decoder:1:3840x2160,encoder:1:1920x1088",
+      readPool},
+     {"KVO_HOST_PANEL", "WIDTHxHEIGHT of 1 to 65535 each, or unreadable", readPanel},
+     {"KVO_HOST_PROPERTIES", "system properties as NAME=INTEGER, separated by commas",
+      readProperties},
+     {"KVO_HOST_FAULTS",
+      "faults as OPERATION=CODE or OPERATION=CODE@CALL, separated by commas, with an operation of "
+      "the platform or *, and a CALL from 1, as in TVHW_CRM_ClientInit=-5@2",
+      readFaults},
+     {"KVO_HOST_POLICY",
+      "priorities of -100 to 100 as PROCESS=PRIORITY, separated by commas, a PROCESS being a "
+      "process id, the name of a program, or * for all others",
+      readPolicy}}};
+
+[[noreturn]] void end(std::string const& key, std::string const& value,
+                      std::string const& allowed) {
+    static_cast<void>(
+        std::fprintf(stderr, "%s=%s: %s\n", key.c_str(), value.c_str(), allowed.c_str()));
+    std::_Exit(2);
+}
+
+/// A name that is not known is most likely a misspelled one.
+void refuseUnknownNames() {
+    std::string const prefix = "KVO_HOST_";
+    std::string known;
+    for (Variable const& variable : kVariables) {
+        known += std::string(known.empty() ? "" : ", ") + variable.name;
+    }
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        Parts const pair = split(*entry, '=');
+        bool const isKnown = pair[0].compare(0, prefix.size(), prefix) != 0 ||
+                             (", " + known + ", ").find(", " + pair[0] + ", ") != std::string::npos;
+        if (!isKnown) {
+            end(pair[0], pair[1], "no such setting; allowed are " + known);
+        }
+    }
+}
+
+Settings read() {
+    refuseUnknownNames();
+    Settings result;
+    result.pool = {// Decoder cores of one size, so that the first one open gets the first core.
+                   {1, false, 3840, 2160},
+                   {2, false, 3840, 2160},
+                   {3, false, 3840, 2160},
+                   {1, true, 1920, 1088},
+                   {2, true, 1920, 1088}};
+    for (Variable const& variable : kVariables) {
+        char const* const value = std::getenv(variable.name);
+        if (value == nullptr || *value == '\0') {
+            continue;
+        }
+        try {
+            variable.read(value, result);
+        } catch (std::invalid_argument const&) {
+            end(variable.name, value, std::string("allowed are ") + variable.allowed);
+        }
+    }
+    return result;
+}
+
+[[maybe_unused]] Settings const& gReadAtOnce = settings();
+
+}  // namespace
+
+int Settings::priorityOf(int pid) const {
+    if (priorities.empty()) {
+        return 0;
+    }
+    for (std::string const& process : {std::to_string(pid), programOf(pid), std::string("*")}) {
+        auto const found = priorities.find(process);
+        if (found != priorities.end()) {
+            return found->second;
+        }
+    }
+    return 0;
+}
+
+Settings const& settings() {
+    static Settings const& theSettings = *new Settings(read());
+    return theSettings;
+}
+
+std::string programOf(int pid) {
+    std::error_code failure;
+    auto const program =
+        std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", failure);
+    return failure ? "?" : program.filename().string();
+}
+
+}  // namespace kvo::host

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/HostPlatform.h"
+
+namespace kvo::host {
+
+/// What the environment says about the first state of the platform. Environment variables, since
+/// they reach a program that knows nothing of the host platform, and the processes that it starts.
+struct Settings {
+    struct Fault {
+        std::string operation;
+        int code;
+        std::uint64_t call;
+    };
+
+    std::vector<CodecCore> pool;            ///< KVO_HOST_POOL
+    Panel panel;                            ///< KVO_HOST_PANEL
+    std::map<std::string, int> properties;  ///< KVO_HOST_PROPERTIES
+    std::vector<Fault> faults;              ///< KVO_HOST_FAULTS
+    std::map<std::string, int> priorities;  ///< KVO_HOST_POLICY, by process id or program name.
+
+    /// Returns the priority of a process: that of its id, else of its program, else of "*", else 0.
+    [[nodiscard]] KVO_MEDIA_EXPORT int priorityOf(int pid) const;
+};
+
+/// Returns the settings, which are read as this library is loaded. A mistake in them ends the
+/// process there with status 2 and one line that names the variable, its value and what is allowed.
+KVO_MEDIA_EXPORT Settings const& settings();
+
+/// Says whether the platform has an operation of this name.
+bool isOperation(std::string const& name);
+
+/// Returns the file name of the program that a process runs, "?" when it cannot be told.
+KVO_MEDIA_EXPORT std::string programOf(int pid);
+
+}  // namespace kvo::host
