@@ -9,8 +9,8 @@ PREFIX ?= /usr/local
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
-.PHONY: help build-dir demo test sanitize interleave stress fuzz coverage bench clang target abi install \
-	install-check format format-check thread-safety tidy shellcheck
+.PHONY: help build-dir demo test sanitize interleave service stress fuzz coverage bench clang target abi \
+	install install-check format format-check thread-safety tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
@@ -20,6 +20,8 @@ help:
 	@echo 'make interleave        run the library, and copies of it with a fault each, under every'
 	@echo '                       interleaving of a few threads with at most INTERLEAVE_BOUND'
 	@echo '                       ($(INTERLEAVE_BOUND)) preemptions'
+	@echo 'make service           test the resource manager as a service, also under load and under'
+	@echo '                       the address sanitizer'
 	@echo 'make stress            use many codecs at once under each of the sanitizers, for'
 	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'
@@ -75,6 +77,15 @@ interleave: build-dir
 	@$(call build,test,tvhw_interleave_faults) >build/interleave.log 2>&1 || \
 		{ tail -n 30 build/interleave.log; exit 1; }
 	@tools/interleave build/test $(INTERLEAVE_BOUND) $(JOBS)
+
+# $(call run-service,preset)
+run-service = $(call run-tests,$(1)) && \
+	build/$(1)/platform/service/tvhw-run -- build/$(1)/tests/service/tvhw_service_load
+
+service: build-dir
+	@tools/install-packages build test service
+	@$(call run-service,service)
+	@$(call run-service,service-asan)
 
 # $(call run-stress,preset)
 run-stress = $(call build,$(1),tvhw_stress) && \
@@ -157,7 +168,7 @@ format-check:
 tidy: build-dir
 	@tools/install-packages build test check
 	@$(call build,clang)
-	@clang-tidy --quiet -p build/clang $(filter impl/%.cpp platform/%.cpp,$(sources)) 2>build/tidy.log
+	@clang-tidy --quiet -p build/clang $(filter-out platform/service/%,$(filter impl/%.cpp platform/%.cpp,$(sources))) 2>build/tidy.log
 
 # The scripts are the files that name a shell in their first line.
 shellcheck:

@@ -1,0 +1,129 @@
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <random>
+
+#include "Client.h"
+#include "host/HostPlatform.h"
+
+// Many processes use the service at once, some of which are killed at any moment.
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kProcesses = 20;
+constexpr int kClients = 10;
+
+constexpr char kHelp[] =
+    "Usage: tvhw_service_load [--seconds N]\n"
+    "\n"
+    "Runs 20 processes with 10 clients each, which acquire, use, lose and release cores and ports\n"
+    "of the service on this bus, and kills one at random now and then. Prints the longest wait\n"
+    "and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits with 0 when\n"
+    "nothing is held at the end and the memory came back, 1 otherwise, 2 for wrong options.\n";
+
+/// One process: each client on a thread of its own. Prints its longest wait in milliseconds.
+int use(unsigned int seed, int seconds) {
+    std::atomic<long> longest{0};
+    std::atomic<int> failures{0};
+    auto const end = Clock::now() + std::chrono::seconds(seconds);
+    std::vector<std::thread> threads;
+    for (int number = 0; number < kClients; ++number) {
+        threads.emplace_back([&, number] {
+            std::minstd_rand random(seed * 100 + static_cast<unsigned int>(number) + 1);
+            while (Clock::now() < end) {
+                Client client(random() % 8 == 0 ? "keep" : "give");
+                auto const begin = Clock::now();
+                int const codecType = random() % 4 == 0 ? TVHW_CRM_CODEC_TYPE_DISPLAY : 1;
+                int const result = client.acquire(640, codecType);
+                auto const waited =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+                longest = std::max<long>(longest, waited.count());
+                failures += result != 0 && result != -16 ? 1 : 0;
+                std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+                failures += TVHW_CRM_ClientReleaseResource(client.handle) == 0 ? 0 : 1;
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    std::cout << longest << std::endl;
+    return failures == 0 ? 0 : 1;
+}
+
+long residentKilobytes(std::string const& pid) {
+    std::ifstream status("/proc/" + pid + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) {
+            return std::stol(line.substr(6));
+        }
+    }
+    return 0;
+}
+
+int run(std::string const& self, int seconds) {
+    char const* const pid = std::getenv("TVHW_SERVICE_PID");
+    std::string const service = pid == nullptr ? "" : pid;
+    std::minstd_rand random;
+    std::vector<std::unique_ptr<Process>> processes;
+    unsigned int started = 0;
+    auto const start = [&](int rest) {
+        return std::make_unique<Process>(std::vector<std::string>{
+            self, "--use", std::to_string(++started), std::to_string(rest)});
+    };
+    for (int number = 0; number < kProcesses; ++number) {
+        processes.push_back(start(seconds));
+    }
+    int killed = 0;
+    long early = 0;
+    for (int tenths = 0; tenths < seconds * 10 - 10; tenths += 5) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        auto& victim = processes[random() % processes.size()];
+        victim->end(SIGKILL);
+        victim = start(std::max(seconds - tenths / 10 - 1, 1));
+        ++killed;
+        if (tenths == seconds * 10 / 4 / 5 * 5) {
+            early = residentKilobytes(service);
+        }
+    }
+    long longest = 0;
+    int failed = 0;
+    for (auto& process : processes) {
+        std::string const line = process->line();
+        longest = std::max(longest, line.empty() ? 0 : std::stol(line));
+        failed += process->end() == 0 && !line.empty() ? 0 : 1;
+    }
+    long const late = residentKilobytes(service);
+    std::string const status = kvo::host::describe();
+    bool const isEmpty = status.find("\n0 clients are open.") != std::string::npos;
+    std::cout << started << " processes, " << killed << " killed, " << failed
+              << " failed; longest wait " << longest << " ms; memory of the service " << early
+              << " kB early, " << late << " kB at the end\n";
+    if (!isEmpty) {
+        std::cout << status;
+    }
+    // What a process costs while it lives is gone; what is left is the allocator's slack.
+    bool const isSteady = late <= early + early / 4 + 1024;
+    return failed == 0 && isEmpty && isSteady ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    std::string const option = count > 1 ? arguments[1] : "";
+    if (count == 4 && option == "--use") {
+        return use(static_cast<unsigned int>(std::atoi(arguments[2])), std::atoi(arguments[3]));
+    }
+    int const seconds = count == 1 ? 20 : count == 3 ? std::atoi(arguments[2]) : 0;
+    if (option == "--help") {
+        std::cout << kHelp;
+        return 0;
+    }
+    if ((count > 1 && option != "--seconds") || seconds < 2 || seconds > 3600) {
+        std::cerr << "tvhw_service_load: wrong options; --seconds takes 2 to 3600\n";
+        return 2;
+    }
+    return run(arguments[0], seconds);
+}

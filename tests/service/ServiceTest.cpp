@@ -1,0 +1,182 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <future>
+
+#include "Client.h"
+#include "SystemUtils.h"
+#include "host/HostPlatform.h"
+
+// Runs with the service's libkvo_hal_crm on a bus of its own, and starts the service itself.
+namespace {
+
+std::string gSelf;
+
+class ServiceTest : public testing::Test {
+protected:
+    static std::vector<std::string> service() {
+        return {"env", "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
+                "KVO_HOST_POLICY=env=0,12345=-1", std::string(std::getenv("TVHW_SERVICE"))};
+    }
+
+    void SetUp() override {
+        mService = std::make_unique<Process>(service());
+        while (Client().opened != 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
+    /// A process that holds a core of this size.
+    static std::unique_ptr<Process> holder(std::string const& behaviour, int width) {
+        auto process = std::make_unique<Process>(
+            std::vector<std::string>{gSelf, "--hold", behaviour, std::to_string(width)});
+        EXPECT_EQ(process->line(), "0");
+        return process;
+    }
+
+    std::unique_ptr<Process> mService;
+};
+
+TEST_F(ServiceTest, ANewcomerTakesTheCoreOfAnotherProcess) {
+    auto const live = holder("keep", 640);
+    auto const player = holder("give", 1920);
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(), 0);
+    EXPECT_EQ(newcomer.core(), 3);
+    EXPECT_EQ(newcomer.acquire(640, TVHW_CRM_CODEC_TYPE_DISPLAY), 0);
+    std::string const status = kvo::host::describe();
+    EXPECT_NE(status.find("refused 1"), std::string::npos) << status;
+    EXPECT_EQ(newcomer.acquire(99999), -95);
+    EXPECT_EQ(newcomer.acquire(640, 77), -22);
+    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(newcomer.handle), 0);
+    EXPECT_EQ(newcomer.core(), -61);
+}
+
+TEST_F(ServiceTest, WhatADeadProcessHeldIsFreeAtOnce) {
+    auto const first = holder("give", 1920);
+    auto const second = holder("die", 640);
+    first->end(SIGKILL);
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(1920), 0);
+    Client other;
+    auto const live = holder("keep", 1);  // Fits into no core that is free: asks and kills.
+    EXPECT_TRUE(WIFSIGNALED(second->end()));
+    EXPECT_EQ(other.acquire(640), 0);
+    EXPECT_EQ(newcomer.reclaims, 1);
+}
+
+TEST_F(ServiceTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
+    Client first;
+    EXPECT_EQ(first.acquire(1920), 0);
+    auto const other = holder("give", 640);
+    struct Player {
+        TVHW_CRM_HANDLE handle = nullptr;
+        int inside = -1;
+        int innerCore = 0;
+    } player;
+    TVHW_CRM_ClientFree(&first.handle);
+    TVHW_CRM_ClientInit(
+        &player.handle, "player",
+        [](TVHW_CRM_RECLAIM_PARAM const*, void* cookie) {
+            auto& self = *static_cast<Player*>(cookie);
+            Client again;
+            self.inside = again.acquire(1920);
+            return 1;
+        },
+        0, &player);
+    TVHW_CRM_ACQUIRE_PARAM const request{1, 1920, 0, 0, 0, 0, {}};
+    EXPECT_EQ(TVHW_CRM_ClientAcquireResource(player.handle, &request), 0);
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(1920), 0);
+    EXPECT_EQ(player.inside, -16);
+    TVHW_CRM_ClientFree(&player.handle);
+}
+
+TEST_F(ServiceTest, AStuckHolderKeepsItsCoreAndTheNewcomerIsRefused) {
+    auto const stuck = holder("hang", 1920);
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(1920), -110);
+    std::string const status = kvo::host::describe();
+    EXPECT_NE(status.find("STUCK"), std::string::npos) << status;
+    EXPECT_EQ(newcomer.acquire(1920), -110) << "at once";
+}
+
+TEST_F(ServiceTest, WithoutAServiceCallsFailAtOnceAndANewOneServesNewClients) {
+    Client client;
+    EXPECT_EQ(client.acquire(), 0);
+    auto const stuck = holder("hang", 1920);
+    std::thread waits([] { EXPECT_EQ(Client().acquire(1920), -111); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    mService->end(SIGKILL);
+    waits.join();
+    EXPECT_EQ(client.acquire(), -111);
+    EXPECT_EQ(Client().opened, -111);
+    EXPECT_FALSE(kvo::media::platform::SystemUtils::getInstance().allowsForcedAcquire(1));
+    SetUp();
+    EXPECT_EQ(client.acquire(), -22) << "the new service does not know it";
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(), 0);
+    EXPECT_EQ(TVHW_CRM_ClientFree(&client.handle), 0);
+    EXPECT_EQ(newcomer.core(), 1) << "an old handle is not another client's";
+}
+
+TEST_F(ServiceTest, TheServiceDecidesForAllProcesses) {
+    auto& utils = kvo::media::platform::SystemUtils::getInstance();
+    EXPECT_TRUE(utils.allowsForcedAcquire(1));
+    EXPECT_FALSE(utils.allowsForcedAcquire(12345));
+    utils.onProcessReclaimed(12345);
+    utils.onReclaimedClientReleased(12345);
+}
+
+// What another program on the bus could send.
+TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
+    Client client;
+    EXPECT_EQ(client.acquire(), 0);
+    int id = 0;
+    TVHW_CRM_ClientGetUniqueId(client.handle, &id);
+    std::string const name = std::to_string(id);
+    std::string const call =
+        "busctl --user -- call kvo.tvhw.ResourceManager "
+        "/kvo/tvhw/ResourceManager kvo.tvhw.ResourceManager1 ";
+    struct {
+        std::string call;
+        std::string answer;
+    } const kCalls[] = {{"CloseClient i " + name, "i -22\n"},
+                        {"GiveBack i " + name, "i -22\n"},
+                        {"GetHolding i " + name, "iiiii -22 0 0 0 0\n"},
+                        {"Acquire ibbiiibi " + name + " 0 0 1 1 1 0 0", "i -22\n"},
+                        {"Acquire ibbiiibi 0 1 1 -1 -1 -1 1 99", "i -22\n"},
+                        {"OpenClient si x 2147483647", "iis -22 0 \"\"\n"},
+                        {"CloseClient s x", ""},
+                        {"Nothing", ""}};
+    for (auto const& row : kCalls) {
+        FILE* const pipe = popen((call + row.call + " 2>/dev/null").c_str(), "r");
+        char text[200] = "";
+        static_cast<void>(std::fgets(text, sizeof(text), pipe));
+        pclose(pipe);
+        EXPECT_EQ(text, row.answer) << row.call;
+    }
+    EXPECT_EQ(client.core(), 1);
+}
+
+/// The child process of holder().
+int hold(std::string const& behaviour, int width) {
+    Client client(behaviour);
+    std::printf("%d\n", client.acquire(width));
+    std::fflush(stdout);
+    for (;;) {
+        pause();
+    }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    gSelf = arguments[0];
+    if (count == 4 && std::string(arguments[1]) == "--hold") {
+        return hold(arguments[2], std::atoi(arguments[3]));
+    }
+    testing::InitGoogleTest(&count, arguments);
+    return RUN_ALL_TESTS();
+}
