@@ -144,13 +144,14 @@ private:
     /// Calls the service. Returns the code that it answers with, the first of `results`, or
     /// kNoService at once when there is nobody to answer.
     template <typename... Results, typename... Arguments>
-    int call(char const* method, unsigned long long timeout, std::tuple<Results&...> results,
+    int call(std::string const& method, unsigned long long timeout, std::tuple<Results&...> results,
              Arguments const&... arguments) {
         auto const bus = connect();
         if (bus == nullptr) {
             return ResourcePool::kNoService;
         }
         try {
+            // Keeps a reference to the name, which therefore must not be a temporary string.
             auto invoker = bus->service->callMethod(method);
             invoker.onInterface(kServiceInterface).withTimeout(timeout).withArguments(arguments...);
             std::apply([&](auto&... result) { invoker.storeResultsTo(result...); }, results);
