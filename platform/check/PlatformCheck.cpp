@@ -61,7 +61,7 @@ struct Client {
         return client.answer;
     }
 
-    int acquire(bool tryOnly = false) const {
+    int acquire(bool tryOnly = false) {
         TVHW_CRM_ACQUIRE_PARAM request{};
         request.codecType = TVHW_CRM_CodecTypeFromMIME("video/avc");
         request.width = 640;
@@ -70,7 +70,7 @@ struct Client {
                        : TVHW_CRM_ClientAcquireResource(handle, &request);
     }
 
-    int acquirePort() const {
+    int acquirePort() {
         TVHW_CRM_ACQUIRE_PARAM request{};
         request.codecType = TVHW_CRM_CODEC_TYPE_DISPLAY;
         return TVHW_CRM_ClientAcquireResource(handle, &request);
@@ -406,7 +406,7 @@ int main(int count, char** arguments) {
         std::cerr << "tvhw-platform-check: there is no such check; see --list\n";
         return 2;
     }
-    std::signal(SIGALRM, onHang);
+    static_cast<void>(std::signal(SIGALRM, onHang));
     std::size_t failed = 0;
     for (Check const& check : chosen) {
         failed += runCheck(check) ? 0U : 1U;
