@@ -1,6 +1,6 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
-CLIP ?= examples/clips/testsrc.mp4
+CLIP ?= examples/television/clips/testsrc.mp4
 INTERLEAVE_BOUND ?= 2
 STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
@@ -58,7 +58,7 @@ build-dir:
 demo: build-dir
 	@tools/install-packages build demo
 	@$(call build,demo)
-	@build/demo/examples/tvhw_demo --output build/demo-output $(CLIP)
+	@build/demo/examples/television/tvhw_demo --output build/demo-output $(CLIP)
 
 test: build-dir
 	@tools/install-packages build test
