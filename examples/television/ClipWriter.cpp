@@ -3,22 +3,24 @@
 #include <cstring>
 #include <utility>
 
+#include "PlanarPicture.h"
+
 namespace kvo::demo {
-
-namespace {
-
-constexpr AVRational kMicroseconds{1, 1'000'000};
-
-}  // namespace
 
 void ClipWriter::Close::operator()(AVFormatContext* format) const {
     avio_closep(&format->pb);
     avformat_free_context(format);
 }
 
-ClipWriter::ClipWriter(std::string path, AVCodecID codec, Size size, int frameRate,
-                       media::hardware::ColorAspect const& colors)
-    : mPath(std::move(path)), mCodec(codec), mSize(size), mFrameRate(frameRate), mColors(colors) {}
+ClipWriter::ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame const& example)
+    : mPath(std::move(path)), mFrameRate(frameRate), mDescription(avcodec_alloc_context3(nullptr)) {
+    mDescription->codec_type = AVMEDIA_TYPE_VIDEO;
+    mDescription->codec_id = codec;
+    mDescription->width = example.width;
+    mDescription->height = example.height;
+    mDescription->sample_aspect_ratio = example.sample_aspect_ratio;
+    setColors(*mDescription, colorsOf(example));
+}
 
 void ClipWriter::begin(unsigned char const* data, unsigned int length) {
     std::string const failure = "cannot write " + mPath;
@@ -30,22 +32,15 @@ void ClipWriter::begin(unsigned char const* data, unsigned int length) {
     require(stream != nullptr, failure);
     stream->time_base = kMicroseconds;
     stream->avg_frame_rate = {mFrameRate, 1};
-    AVCodecParameters& parameters = *stream->codecpar;
-    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-    parameters.codec_id = mCodec;
-    parameters.width = mSize.width;
-    parameters.height = mSize.height;
-    parameters.color_primaries = static_cast<AVColorPrimaries>(mColors.primaries);
-    parameters.color_trc = static_cast<AVColorTransferCharacteristic>(mColors.transfer);
-    parameters.color_space = static_cast<AVColorSpace>(mColors.matrix);
-    parameters.color_range = mColors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-    if (mCodec == AV_CODEC_ID_H264) {
+    stream->sample_aspect_ratio = mDescription->sample_aspect_ratio;
+    if (mDescription->codec_id == AV_CODEC_ID_H264) {
         // The container keeps the parameter sets apart; it finds them in the first picture.
         void* const copy = av_mallocz(length + AV_INPUT_BUFFER_PADDING_SIZE);
         require(copy != nullptr, failure);
-        parameters.extradata = static_cast<std::uint8_t*>(std::memcpy(copy, data, length));
-        parameters.extradata_size = static_cast<int>(length);
+        mDescription->extradata = static_cast<std::uint8_t*>(std::memcpy(copy, data, length));
+        mDescription->extradata_size = static_cast<int>(length);
     }
+    requireLibav(avcodec_parameters_from_context(stream->codecpar, mDescription.get()), failure);
     requireLibav(avio_open(&format->pb, url.c_str(), AVIO_FLAG_WRITE), failure);
     requireLibav(avformat_write_header(format, nullptr), failure);
 }

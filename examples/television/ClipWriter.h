@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "Clip.h"
 #include "Libav.h"
-#include "Picture.h"
 
 namespace kvo::demo {
 
@@ -11,9 +11,9 @@ namespace kvo::demo {
 /// one thread at a time.
 class ClipWriter {
 public:
-    /// Nothing is written before the first picture.
-    ClipWriter(std::string path, AVCodecID codec, Size size, int frameRate,
-               media::hardware::ColorAspect const& colors);
+    /// Nothing is written before the first picture. `example` is a picture of the clip's size,
+    /// shape and colours.
+    ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame const& example);
 
     /// Appends a coded picture. The first one carries the codec's parameter sets. Throws
     /// DemoFailure on failure.
@@ -32,10 +32,8 @@ private:
     void begin(unsigned char const* data, unsigned int length);
 
     std::string const mPath;
-    AVCodecID const mCodec;
-    Size const mSize;
     int const mFrameRate;
-    media::hardware::ColorAspect const mColors;
+    CodecContextPtr mDescription;  ///< Not a codec that runs: what the container tells of it.
     std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
 };
 

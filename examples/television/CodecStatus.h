@@ -10,6 +10,5 @@ inline constexpr media::hardware::Status kTryAgain{-11};
 inline constexpr media::hardware::Status kInvalid{-22};
 /// The codec was not configured, or has been released.
 inline constexpr media::hardware::Status kNotRunning{-32};
-inline constexpr media::hardware::Status kNotSupported{-38};
 
 }  // namespace kvo::demo::codec_status

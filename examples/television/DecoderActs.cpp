@@ -1,11 +1,9 @@
-#include "DecoderActs.h"
-
 #include <unistd.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "PngFile.h"
+#include "Acts.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
@@ -27,12 +25,12 @@ void requireTunnelled(Player const& player, Player::Result const& result) {
 }
 
 /// Requires that the calls of a decoder that lost its core are refused.
-void requireRefusals(VideoDecoderClientWrapperResource& decoder, Answers& answers) {
+void requireRefusals(VideoDecoderClientWrapperResource& decoder) {
     constexpr int kRefused = status::kReclaimed.code();
     unsigned char const data[1]{};
-    answers.require("write", decoder.writeInputFrame(0, 0, data, sizeof(data)).status(), kRefused);
-    answers.require("dequeue", decoder.dequeueOutputBuffer().status(), kRefused);
-    answers.require("flush", decoder.flush().status());
+    expect("write", decoder.writeInputFrame(0, 0, data, sizeof(data)).status(), kRefused);
+    expect("dequeue", decoder.dequeueOutputBuffer().status(), kRefused);
+    expect("flush", decoder.flush().status());
 }
 
 void requireJournalled(std::vector<host::JournalEntry> const& journal, std::string const& call) {
@@ -41,52 +39,45 @@ void requireJournalled(std::vector<host::JournalEntry> const& journal, std::stri
             "the library did not call " + call);
 }
 
+/// Plays the clip through a player of these settings and releases it.
+Player::Result playThrough(Show& show, std::string const& act, Player::Settings settings) {
+    Player player(show.clip, std::move(settings));
+    configure(show, player);
+    player.start();
+    Player::Result result = finish(show, player, show.clip.frames);
+    expect("release", player.decoder().release().status());
+    show.addRow(act, player, result, show.progress.seconds());
+    if (settings.mode == Player::Mode::kTunnel) {
+        requireTunnelled(player, result);
+    }
+    return result;
+}
+
 }  // namespace
 
 void playPixels(Show& show) {
     show.progress.begin("1 pixel mode");
-    {
-        Player::Settings settings;
-        settings.sink = [&show](Picture const& picture) {
-            show.lastPicture = picture;
-            return status::kSuccess;
-        };
-        Player player(show.clip, std::move(settings));
-        Status const configured = player.configure();
-        if (configured.code() == status::kResourceFailed.code()) {
-            throw UnusableFile(show.clip.path + ": no decoder core of the platform takes " +
-                               show.clip.codecName + " pictures of " +
-                               sizeText(show.clip.width, show.clip.height));
-        }
-        Answers answers;
-        answers.require("configure", configured);
-        player.start();
-        Player::Result const result = finishClip(show, player, answers);
-        answers.require("release", player.decoder().release().status());
-        show.rows.push_back(
-            rowOf("1 pixel mode", player, result, answers, show.progress.seconds()));
-    }
+    Player::Settings settings;
+    settings.sink = [&show](AVFrame const& picture) {
+        show.lastPicture.reset(av_frame_clone(&picture));
+        return status::kSuccess;
+    };
+    Player::Result const result = playThrough(show, "1 pixel mode", std::move(settings));
     requireNothingHeld();
-    writePng(show.addFile("last-picture.png", "the last picture of the clip"),
-             *toFrame(show.lastPicture));
-    show.progress.end("all " + std::to_string(show.clip.frames) + " pictures came");
+    show.dropped = result.dropped;
+    std::string const path = show.addFile("last-picture.png", "the last picture of the clip");
+    writePng(path, *filtered({show.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
+    show.progress.end("all " + std::to_string(result.frames) + " pictures came" +
+                      (result.dropped == 0
+                           ? ""
+                           : "; " + std::to_string(result.dropped) + " coded frames were dropped"));
 }
 
 void playTunnel(Show& show) {
     show.progress.begin("2 tunnel mode");
-    {
-        Player::Settings settings;
-        settings.mode = Player::Mode::kTunnel;
-        Player player(show.clip, std::move(settings));
-        Answers answers;
-        answers.require("configure", player.configure());
-        player.start();
-        Player::Result const result = finishClip(show, player, answers);
-        requireTunnelled(player, result);
-        answers.require("release", player.decoder().release().status());
-        show.rows.push_back(
-            rowOf("2 tunnel mode", player, result, answers, show.progress.seconds()));
-    }
+    Player::Settings settings;
+    settings.mode = Player::Mode::kTunnel;
+    playThrough(show, "2 tunnel mode", std::move(settings));
     requireNothingHeld();
     show.progress.end("every output buffer named port, resource and process");
 }
@@ -100,31 +91,27 @@ void loseCore(Show& show) {
         settings.mode = Player::Mode::kTunnel;
         settings.loop = true;
         Player first(show.clip, settings);
-        Answers firstAnswers;
-        firstAnswers.require("configure", first.configure());
+        configure(show, first);
         first.start();
         require(first.waitForFrames(kPicturesBeforeTakeover), "the first player came to an end");
 
         settings.loop = false;
         Player second(show.clip, settings);
-        Answers secondAnswers;
-        secondAnswers.require("configure", second.configure());
+        configure(show, second);
 
         Player::Result const lost = first.finish([](unsigned int) {});
         double const firstSeconds = show.progress.seconds();
-        firstAnswers.require("feed", lost.feed, status::kReclaimed.code());
-        firstAnswers.require("drain", lost.drain, status::kReclaimed.code());
-        requireRefusals(first.decoder(), firstAnswers);
+        expect("feeding", lost.feed, status::kReclaimed.code());
+        expect("draining", lost.drain, status::kReclaimed.code());
+        requireRefusals(first.decoder());
 
         second.start();
-        Player::Result const result = finishClip(show, second, secondAnswers);
+        Player::Result const result = finish(show, second, show.clip.frames);
         requireTunnelled(second, result);
-        firstAnswers.require("release", first.decoder().release().status());
-        secondAnswers.require("release", second.decoder().release().status());
-
-        show.rows.push_back(rowOf("3 first player", first, lost, firstAnswers, firstSeconds));
-        show.rows.push_back(rowOf("  second player", second, result, secondAnswers,
-                                  show.progress.seconds() - firstSeconds));
+        expect("release", first.decoder().release().status());
+        expect("release", second.decoder().release().status());
+        show.addRow("3 first player", first, lost, firstSeconds);
+        show.addRow("  second player", second, result, show.progress.seconds() - firstSeconds);
     }
     std::vector<host::JournalEntry> const journal = host::stopJournal();
     std::string const pid = std::to_string(getpid());

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "Libav.h"
 
@@ -11,14 +12,18 @@ namespace kvo::demo {
 /// operation may be called from any thread.
 class DisplayPorts {
 public:
-    /// Shows `picture` at a port, in place of the one before.
-    void show(int port, FramePtr picture);
-
-    /// Shows nothing at a port.
-    void clear(int port);
+    /// Shows `picture` at a port, in place of the one before; null shows nothing.
+    void show(int port, FramePtr picture) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPictures[port] = std::move(picture);
+    }
 
     /// Returns the picture at a port, or null.
-    FramePtr picture(int port);
+    FramePtr picture(int port) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        AVFrame const* const picture = mPictures[port].get();
+        return FramePtr(picture == nullptr ? nullptr : av_frame_clone(picture));
+    }
 
 private:
     std::mutex mMutex;

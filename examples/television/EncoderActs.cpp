@@ -1,7 +1,7 @@
-#include "EncoderActs.h"
-
+#include <algorithm>
 #include <utility>
 
+#include "Acts.h"
 #include "Recorder.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
@@ -15,26 +15,21 @@ namespace {
 /// Pictures that a recorder records before another one comes.
 constexpr unsigned int kPicturesBeforeContest = 10;
 
-SummaryRow makeRow(std::string act, unsigned int pictures, Recorder const& recorder, int coreType,
-                   Answers const& answers, double seconds) {
-    return {std::move(act),
-            std::to_string(pictures),
-            sizeText(recorder.size().width, recorder.size().height),
-            "coreType " + std::to_string(coreType),
-            "",
-            answers.text(),
-            secondsText(seconds)};
-}
+/// Pictures of a clip that are recorded at most, since encoding takes its time.
+constexpr unsigned int kMostRecorded = 300;
 
-int coreTypeOf(Recorder& recorder) {
-    return recorder.encoder().getConfiguration().value().getInt32(key::kCoreType, -1);
+unsigned int recorded(Show const& show) { return std::min(show.clip.frames, kMostRecorded); }
+
+std::string coreOf(Recorder& recorder) {
+    Configuration const config = recorder.encoder().getConfiguration().value();
+    return "coreType " + std::to_string(config.getInt32(key::kCoreType, -1));
 }
 
 /// Reads a recording back as the demo reads any clip.
 void requireRecorded(std::string const& path, CodecType format, unsigned int pictures) {
     Clip clip;
     try {
-        clip = inspectClip(path, [](unsigned int) {});
+        clip = inspectClip(path, 0, [](unsigned int) {});
     } catch (UnusableFile const& error) {
         throw DemoFailure(error.what());
     }
@@ -49,37 +44,35 @@ void recordAs(Show& show, CodecType format, std::string const& formatName,
     show.progress.begin(act);
     Recorder::Settings settings;
     settings.format = format;
+    settings.limit = kMostRecorded;
     settings.path = show.addFile(file, "the clip, encoded as " + formatName);
     {
         Recorder recorder(show.clip, settings);
-        Answers answers;
-        answers.require("configure", recorder.configure());
-        int const coreType = coreTypeOf(recorder);
+        expect("configure", recorder.configure());
+        std::string const core = coreOf(recorder);
         recorder.start();
-        Player::Result const result = finishClip(show, recorder.player(), answers);
+        Player::Result const result = finish(show, recorder.player(), recorded(show));
         recorder.closeFile();
-        answers.require("release", recorder.encoder().release().status());
-        show.rows.push_back(
-            makeRow(act, result.frames, recorder, coreType, answers, show.progress.seconds()));
+        expect("release", recorder.encoder().release().status());
+        show.addRow(act, result.frames, recorder.size(), core, "", show.progress.seconds());
     }
     requireNothingHeld();
-    requireRecorded(settings.path, format, show.clip.frames);
-    show.progress.end("all " + std::to_string(show.clip.frames) + " pictures read back");
+    requireRecorded(settings.path, format, recorded(show));
+    show.progress.end("all " + std::to_string(recorded(show)) + " pictures read back");
 }
 
 /// Requires that the calls of an encoder that lost its core are refused.
-void requireRefusals(VideoEncoderClientWrapperResource& encoder, Answers& answers) {
+void requireRefusals(VideoEncoderClientWrapperResource& encoder) {
     constexpr int kRefused = status::kReclaimed.code();
     unsigned char data[1]{};
     unsigned long long timeUs = 0;
     unsigned int length = sizeof(data);
     PicType type = PicType::UNKNOWN;
-    answers.require("write", encoder.writeInputFrame(0, data, length).status(), kRefused);
-    answers.require("read", encoder.readOutputFrame(&timeUs, data, &length, &type).status(),
-                    kRefused);
-    answers.require("pause", encoder.pause().status());
-    answers.require("resume", encoder.resume().status());
-    answers.require("flush", encoder.flush().status());
+    expect("write", encoder.writeInputFrame(0, data, length).status(), kRefused);
+    expect("read", encoder.readOutputFrame(&timeUs, data, &length, &type).status(), kRefused);
+    expect("pause", encoder.pause().status());
+    expect("resume", encoder.resume().status());
+    expect("flush", encoder.flush().status());
 }
 
 }  // namespace
@@ -99,40 +92,36 @@ void contendForEncoder(Show& show) {
         show.addFile("recording-live.mp4", "the clip, encoded by an encoder that kept its core");
     {
         Recorder first(show.clip, settings);
-        Answers firstAnswers;
-        firstAnswers.require("configure", first.configure());
-        int const firstCore = coreTypeOf(first);
+        expect("configure", first.configure());
+        std::string const firstCore = coreOf(first);
         first.start();
         require(first.player().waitForFrames(kPicturesBeforeContest), "the first recorder stopped");
 
-        Recorder live(show.clip, {CodecType::AVC, file, false, true});
-        Answers liveAnswers;
-        liveAnswers.require("configure", live.configure());
-        int const liveCore = coreTypeOf(live);
+        Recorder live(show.clip, {CodecType::AVC, file, kMostRecorded, false, true});
+        expect("configure", live.configure());
+        std::string const liveCore = coreOf(live);
         Player::Result const lost = first.player().finish([](unsigned int) {});
         double const firstSeconds = show.progress.seconds();
-        firstAnswers.require("drain", lost.drain, status::kReclaimed.code());
-        requireRefusals(first.encoder(), firstAnswers);
-        firstAnswers.require("release", first.encoder().release().status());
+        expect("draining", lost.drain, status::kReclaimed.code());
+        requireRefusals(first.encoder());
+        expect("release", first.encoder().release().status());
 
         live.start();
         require(live.player().waitForFrames(1), "the live recorder stopped");
         Recorder third(show.clip, settings);
-        Answers thirdAnswers;
-        thirdAnswers.require("configure", third.configure(), status::kResourceFailed.code());
-        thirdAnswers.require("release", third.encoder().release().status());
-        Player::Result const result = finishClip(show, live.player(), liveAnswers);
+        expect("configure", third.configure(), status::kResourceFailed.code());
+        expect("release", third.encoder().release().status());
+        Player::Result const result = finish(show, live.player(), recorded(show));
         live.closeFile();
-        liveAnswers.require("release", live.encoder().release().status());
+        expect("release", live.encoder().release().status());
 
-        show.rows.push_back(
-            makeRow("7 first recorder", lost.frames, first, firstCore, firstAnswers, firstSeconds));
-        show.rows.push_back(makeRow("  live recorder", result.frames, live, liveCore, liveAnswers,
-                                    show.progress.seconds() - firstSeconds));
-        show.rows.push_back({"  third recorder", "0", "", "refused", "", thirdAnswers.text(), ""});
+        double const liveSeconds = show.progress.seconds() - firstSeconds;
+        show.addRow("7 first recorder", lost.frames, first.size(), firstCore, "", firstSeconds);
+        show.addRow("  live recorder", result.frames, live.size(), liveCore, "", liveSeconds);
+        show.addRow("  third recorder", 0, third.size(), "refused", "", 0);
     }
     requireNothingHeld();
-    requireRecorded(file, CodecType::AVC, show.clip.frames);
+    requireRecorded(file, CodecType::AVC, recorded(show));
     show.progress.end("the first lost it to a live one, which the third could not take it from");
 }
 

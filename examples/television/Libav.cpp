@@ -1,9 +1,13 @@
 #include "Libav.h"
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 
 extern "C" {
-#include <libswscale/swscale.h>
+#include <libavfilter/avfilter.h>
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
 }
 
 namespace kvo::demo {
@@ -13,18 +17,38 @@ namespace {
 /// Lines from which on an undescribed picture is taken to be in the colours of HDTV.
 constexpr int kHighDefinitionLines = 720;
 
-constexpr int kFixedPointOne = 1 << 16;
+using FilterGraphPtr = std::unique_ptr<AVFilterGraph, FreeByAddress<avfilter_graph_free>>;
+using FilterPadsPtr = std::unique_ptr<AVFilterInOut, FreeByAddress<avfilter_inout_free>>;
 
-using ScalerPtr = std::unique_ptr<SwsContext, decltype(&sws_freeContext)>;
+/// Returns the filter that feeds a graph with this picture, as input `index`.
+std::string inputFilter(AVFrame const& picture, std::size_t index) {
+    std::string const name = "in" + std::to_string(index);
+    return "buffer@" + name + "=" + std::to_string(picture.width) + ":" +
+           std::to_string(picture.height) + ":" + std::to_string(picture.format) +
+           ":1:1:" + std::to_string(picture.sample_aspect_ratio.num) + ":" +
+           std::to_string(picture.sample_aspect_ratio.den) + "[" + name + "];";
+}
 
-int const* matrixOf(AVFrame const& frame) {
-    if (frame.colorspace == AVCOL_SPC_UNSPECIFIED && frame.height >= kHighDefinitionLines) {
-        return sws_getCoefficients(SWS_CS_ITU709);
+void feed(AVFilterGraph& graph, AVFrame const& picture, std::size_t index) {
+    std::string const name = "buffer@in" + std::to_string(index);
+    AVFilterContext* const input = avfilter_graph_get_filter(&graph, name.c_str());
+    FramePtr const frame(av_frame_clone(&picture));
+    require(input != nullptr && frame != nullptr, "libavfilter takes no picture");
+    frame->pts = 0;
+    if (frame->colorspace == AVCOL_SPC_UNSPECIFIED && frame->height >= kHighDefinitionLines) {
+        frame->colorspace = AVCOL_SPC_BT709;
     }
-    return sws_getCoefficients(frame.colorspace);
+    requireLibav(av_buffersrc_add_frame(input, frame.get()), "libavfilter takes no picture");
+    requireLibav(av_buffersrc_add_frame(input, nullptr), "libavfilter takes no end of input");
 }
 
 }  // namespace
+
+void require(bool condition, std::string const& expectation) {
+    if (!condition) {
+        throw DemoFailure(expectation);
+    }
+}
 
 std::string errorText(int code) {
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
@@ -39,37 +63,54 @@ int requireLibav(int result, std::string const& what) {
     return result;
 }
 
-CodecParametersPtr copyOf(AVCodecParameters const& parameters) {
-    CodecParametersPtr copy(avcodec_parameters_alloc());
-    requireLibav(avcodec_parameters_copy(copy.get(), &parameters), "cannot copy codec parameters");
-    return copy;
+FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const& filters) {
+    std::string description;
+    for (std::size_t index = 0; index < pictures.size(); ++index) {
+        description += inputFilter(*pictures[index], index);
+    }
+    description += filters + ",buffersink@out";
+
+    FilterGraphPtr const graph(avfilter_graph_alloc());
+    graph->nb_threads = 1;  // Threads would cost more to start than one picture does.
+    AVFilterInOut* openInputs = nullptr;
+    AVFilterInOut* openOutputs = nullptr;
+    int const parsed =
+        avfilter_graph_parse2(graph.get(), description.c_str(), &openInputs, &openOutputs);
+    FilterPadsPtr const freeInputs(openInputs);
+    FilterPadsPtr const freeOutputs(openOutputs);
+    requireLibav(parsed, "libavfilter cannot do " + filters);
+    requireLibav(avfilter_graph_config(graph.get(), nullptr), "libavfilter cannot do " + filters);
+    for (std::size_t index = 0; index < pictures.size(); ++index) {
+        feed(*graph, *pictures[index], index);
+    }
+    FramePtr result(av_frame_alloc());
+    AVFilterContext* const output = avfilter_graph_get_filter(graph.get(), "buffersink@out");
+    requireLibav(av_buffersink_get_frame(output, result.get()), "libavfilter gave no picture");
+    return result;
 }
 
-FramePtr allocateFrame(AVPixelFormat format, int width, int height) {
-    FramePtr frame(av_frame_alloc());
-    frame->format = format;
-    frame->width = width;
-    frame->height = height;
-    requireLibav(av_frame_get_buffer(frame.get(), 0), "no memory for a picture");
-    return frame;
-}
+void writePng(std::string const& path, AVFrame const& picture) {
+    FramePtr const rgb = filtered({&picture}, "[in0]format=rgb24");
+    AVCodec const* const codec = avcodec_find_encoder(AV_CODEC_ID_PNG);
+    CodecContextPtr const encoder(avcodec_alloc_context3(codec));
+    encoder->pix_fmt = AV_PIX_FMT_RGB24;
+    encoder->width = rgb->width;
+    encoder->height = rgb->height;
+    encoder->time_base = {1, 1};
+    requireLibav(avcodec_open2(encoder.get(), codec, nullptr), "cannot open the PNG encoder");
+    PacketPtr const packet(av_packet_alloc());
+    requireLibav(avcodec_send_frame(encoder.get(), rgb.get()), "cannot encode PNG");
+    requireLibav(avcodec_send_frame(encoder.get(), nullptr), "cannot encode PNG");
+    requireLibav(avcodec_receive_packet(encoder.get(), packet.get()), "cannot encode PNG");
 
-FramePtr convertFrame(AVFrame const& from, AVPixelFormat format, int width, int height) {
-    ScalerPtr const scaler(
-        sws_getContext(from.width, from.height, static_cast<AVPixelFormat>(from.format), width,
-                       height, format, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr),
-        &sws_freeContext);
-    require(scaler != nullptr, "libswscale cannot convert a picture of this format");
-    FramePtr to = allocateFrame(format, width, height);
-    requireLibav(av_frame_copy_props(to.get(), &from), "cannot copy picture properties");
-    int const fullRange = from.color_range == AVCOL_RANGE_JPEG ? 1 : 0;
-    // Fails where there is nothing to convert, which is as well.
-    sws_setColorspaceDetails(scaler.get(), matrixOf(from), fullRange, matrixOf(from), fullRange, 0,
-                             kFixedPointOne, kFixedPointOne);
-    requireLibav(
-        sws_scale(scaler.get(), from.data, from.linesize, 0, from.height, to->data, to->linesize),
-        "cannot convert a picture");
-    return to;
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<char const*>(packet->data), packet->size);
+    file.close();
+    if (!file) {
+        std::error_code ignored;
+        std::filesystem::remove(path, ignored);
+        throw DemoFailure("cannot write " + path);
+    }
 }
 
 }  // namespace kvo::demo

@@ -3,16 +3,15 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/frame.h>
-#include <libavutil/imgutils.h>
-#include <libavutil/opt.h>
 }
 
-/// What all users of libavformat, libavcodec and libswscale share.
+/// What all users of the libav libraries share.
 namespace kvo::demo {
 
 /// Deletes an object with a function that takes the address of the pointer to it.
@@ -30,6 +29,8 @@ using CodecParametersPtr =
 using FramePtr = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
 using PacketPtr = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
 
+inline constexpr AVRational kMicroseconds{1, 1'000'000};
+
 /// The demo cannot do its work with this file: the user's to put right.
 class UnusableFile : public std::runtime_error {
 public:
@@ -43,11 +44,7 @@ public:
 };
 
 /// Throws DemoFailure with `expectation` unless `condition` holds.
-inline void require(bool condition, std::string const& expectation) {
-    if (!condition) {
-        throw DemoFailure(expectation);
-    }
-}
+void require(bool condition, std::string const& expectation);
 
 /// Returns what an error code of the libav libraries means.
 std::string errorText(int code);
@@ -56,14 +53,13 @@ std::string errorText(int code);
 /// with `what` and the error's meaning.
 int requireLibav(int result, std::string const& what);
 
-/// Returns a copy of the parameters.
-CodecParametersPtr copyOf(AVCodecParameters const& parameters);
+/// Returns the first picture that `filters`, in the language of libavfilter, make of the pictures,
+/// which are the filters' inputs [in0], [in1] and so on. A large picture that does not describe its
+/// colours is taken to be in those of HDTV. Throws DemoFailure where that cannot be done.
+FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const& filters);
 
-/// Returns a picture of this format and size with undefined content.
-FramePtr allocateFrame(AVPixelFormat format, int width, int height);
-
-/// Returns `from` in another format and size. The matrix and the range of its colours stay as they
-/// are, but for RGB, which has the full range. Throws DemoFailure where that cannot be done.
-FramePtr convertFrame(AVFrame const& from, AVPixelFormat format, int width, int height);
+/// Writes a picture of any format as a PNG file. Throws DemoFailure, and leaves no file, where that
+/// fails.
+void writePng(std::string const& path, AVFrame const& picture);
 
 }  // namespace kvo::demo

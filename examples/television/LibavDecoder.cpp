@@ -4,8 +4,8 @@
 #include <cstring>
 #include <utility>
 
-#include "ClipReader.h"
-#include "Picture.h"
+#include "Clip.h"
+#include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::demo {
@@ -27,10 +27,6 @@ std::uint64_t nowNs() {
         std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
-bool isPlanar420(int format) {
-    return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P;
-}
-
 std::uint64_t timeOf(AVFrame const& frame) {
     std::int64_t const time = frame.best_effort_timestamp;
     return time == AV_NOPTS_VALUE ? 0 : static_cast<std::uint64_t>(time);
@@ -38,8 +34,15 @@ std::uint64_t timeOf(AVFrame const& frame) {
 
 }  // namespace
 
-LibavDecoder::LibavDecoder(AVCodecParameters const& parameters, std::shared_ptr<DisplayPorts> ports)
-    : mParameters(copyOf(parameters)), mPorts(std::move(ports)) {}
+LibavDecoder::LibavDecoder(AVCodecParameters const& parameters, std::string turn,
+                           std::shared_ptr<DisplayPorts> ports)
+    : VideoDecoderClientWrapper(nullptr),
+      mParameters(avcodec_parameters_alloc()),
+      mTurn(std::move(turn)),
+      mPorts(std::move(ports)) {
+    requireLibav(avcodec_parameters_copy(mParameters.get(), &parameters),
+                 "cannot copy codec parameters");
+}
 
 // --- Life.
 
@@ -52,7 +55,7 @@ Return<void> LibavDecoder::configure(Mode mode, CodecType type, Configuration co
     }
     CodecContextPtr context(avcodec_alloc_context3(codec));
     context->thread_count = 0;
-    context->pkt_timebase = {1, 1'000'000};
+    context->pkt_timebase = kMicroseconds;
     if (avcodec_parameters_to_context(context.get(), mParameters.get()) < 0 ||
         avcodec_open2(context.get(), codec, nullptr) < 0) {
         return kInvalid;
@@ -82,7 +85,7 @@ Return<void> LibavDecoder::release() {
 
 void LibavDecoder::forgetAll() {
     if (mMode == Mode::kTunnel && mPorts != nullptr) {
-        mPorts->clear(displayPort());
+        mPorts->show(displayPort(), nullptr);
     }
     mMode = Mode::kNone;
     mCodec.reset();
@@ -129,9 +132,7 @@ Return<void> LibavDecoder::writeInputFrame(unsigned int flags, unsigned long lon
     if (result == AVERROR(EAGAIN)) {
         return kTryAgain;
     }
-    if (result < 0) {
-        ++mFrameInfo.droppedFrames;
-    }
+    mFrameInfo.droppedFrames += result < 0 ? 1U : 0U;
     return status::kSuccess;
 }
 
@@ -146,6 +147,22 @@ Return<void> LibavDecoder::writeInputEndOfStream() {
 
 // --- Output.
 
+/// Takes the next picture from libavcodec, in the decoder's own format. Returns libavcodec's
+/// result.
+int LibavDecoder::receive(AVFrame& picture) {
+    int result = avcodec_receive_frame(mCodec.get(), &picture);
+    if (result == AVERROR(EAGAIN) && mInputEnded) {
+        // Not before: libavcodec forgets a coded frame that still waits when the end is told.
+        avcodec_send_packet(mCodec.get(), nullptr);
+        result = avcodec_receive_frame(mCodec.get(), &picture);
+    }
+    if (result >= 0 && picture.format == AV_PIX_FMT_YUVJ420P) {
+        picture.format = AV_PIX_FMT_YUV420P;
+        picture.color_range = AVCOL_RANGE_JPEG;
+    }
+    return result;
+}
+
 /// Lends the caller the next picture; the value is its buffer id, -1 at the end of the stream.
 Return<int> LibavDecoder::lendNext(Mode mode) {
     if (mCodec == nullptr) {
@@ -157,29 +174,30 @@ Return<int> LibavDecoder::lendNext(Mode mode) {
     if (mLent.size() >= kMaxLent) {
         return kTryAgain;
     }
-    FramePtr frame(av_frame_alloc());
-    int result = avcodec_receive_frame(mCodec.get(), frame.get());
-    if (result == AVERROR(EAGAIN) && mInputEnded) {
-        // Not before: libavcodec forgets a coded frame that still waits when the end is told.
-        avcodec_send_packet(mCodec.get(), nullptr);
-        result = avcodec_receive_frame(mCodec.get(), frame.get());
-    }
+    FramePtr picture(av_frame_alloc());
+    int const result = receive(*picture);
     if (result == AVERROR_EOF) {
         return {status::kSuccess, -1};
     }
     if (result < 0) {
-        if (result != AVERROR(EAGAIN)) {
-            ++mFrameInfo.droppedFrames;
-        }
+        mFrameInfo.droppedFrames += result == AVERROR(EAGAIN) ? 0U : 1U;
         return kTryAgain;
     }
+    mColors = colorsOf(*picture);
+    if (!mTurn.empty() || picture->format != AV_PIX_FMT_YUV420P) {
+        try {
+            std::int64_t const time = picture->best_effort_timestamp;
+            picture = filtered({picture.get()}, "[in0]" + mTurn + "format=yuv420p");
+            picture->best_effort_timestamp = time;
+        } catch (DemoFailure const&) {
+            return kInvalid;  // No exception may pass through the library.
+        }
+        mColors.fullRange = colorsOf(*picture).fullRange;
+    }
     ++mFrameInfo.decodedFrames;
-    mFrameInfo.width = frame->width;
-    mFrameInfo.height = frame->height;
-    bool const fullRange =
-        frame->color_range == AVCOL_RANGE_JPEG || frame->format == AV_PIX_FMT_YUVJ420P;
-    mColors = {frame->color_primaries, frame->color_trc, frame->colorspace, fullRange ? 1 : 0};
-    mLent[mNextBufferId] = std::move(frame);
+    mFrameInfo.width = picture->width;
+    mFrameInfo.height = picture->height;
+    mLent[mNextBufferId] = std::move(picture);
     return {status::kSuccess, mNextBufferId++};
 }
 
@@ -194,10 +212,10 @@ Return<PixelInfo> LibavDecoder::dequeuePixelBuffer() {
         end.endOfStream = 1;
         return {status::kSuccess, end};
     }
-    AVFrame const& frame = *mLent[lent.value()];
-    PixelInfo pixel = planarLayout(frame.width, frame.height);
+    AVFrame const& picture = *mLent[lent.value()];
+    PixelInfo pixel = planarLayout({picture.width, picture.height});
     pixel.bufferId = lent.value();
-    pixel.timestampUs = timeOf(frame);
+    pixel.timestampUs = timeOf(picture);
     return {status::kSuccess, std::move(pixel)};
 }
 
@@ -208,21 +226,11 @@ Return<void> LibavDecoder::copyFromPixelBuffer(unsigned char* destination, unsig
     if (mMode != Mode::kPixel || lent == mLent.end()) {
         return mCodec == nullptr ? kNotRunning : kInvalid;
     }
-    AVFrame const& frame = *lent->second;
-    PixelInfo const layout = planarLayout(frame.width, frame.height);
-    if (length < layout.length) {
+    AVFrame const& picture = *lent->second;
+    if (length < planarLayout({picture.width, picture.height}).length) {
         return kInvalid;
     }
-    if (isPlanar420(frame.format)) {
-        copyPlanes(frame, layout, destination);
-        return status::kSuccess;
-    }
-    try {
-        copyPlanes(*convertFrame(frame, AV_PIX_FMT_YUV420P, frame.width, frame.height), layout,
-                   destination);
-    } catch (DemoFailure const&) {
-        return kInvalid;  // No exception may pass through the library.
-    }
+    copyPlanes(picture, destination);
     return status::kSuccess;
 }
 
@@ -246,10 +254,10 @@ Return<BufferInfo> LibavDecoder::dequeueOutputBuffer() {
         buffer.endOfStream = 1;
         return {status::kSuccess, buffer};
     }
-    AVFrame const& frame = *mLent[lent.value()];
-    buffer.width = frame.width;
-    buffer.height = frame.height;
-    buffer.timestampUs = timeOf(frame);
+    AVFrame const& picture = *mLent[lent.value()];
+    buffer.width = picture.width;
+    buffer.height = picture.height;
+    buffer.timestampUs = timeOf(picture);
     return {status::kSuccess, buffer};
 }
 
@@ -275,11 +283,8 @@ Return<void> LibavDecoder::releaseOutputBuffer(BufferInfo const& buffer) {
 
 Return<RenderEvent> LibavDecoder::dequeueRenderEvent() {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
     if (mRenderEvents.empty()) {
-        return kTryAgain;
+        return mCodec == nullptr ? kNotRunning : kTryAgain;
     }
     RenderEvent const event = mRenderEvents.front();
     mRenderEvents.pop_front();
@@ -295,10 +300,7 @@ Return<FrameInfo> LibavDecoder::getFrameInfo() {
 
 Return<ColorAspect> LibavDecoder::getColorAspect() {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    return {status::kSuccess, mColors};
+    return {mCodec == nullptr ? kNotRunning : status::kSuccess, mColors};
 }
 
 Return<Configuration> LibavDecoder::getConfiguration() {
@@ -307,43 +309,6 @@ Return<Configuration> LibavDecoder::getConfiguration() {
         return kNotRunning;
     }
     return {status::kSuccess, mConfiguration};
-}
-
-// --- What the demo does without.
-
-Return<void> LibavDecoder::configureReferenceMode(CodecType, Configuration const&) {
-    return kNotSupported;
-}
-Return<void> LibavDecoder::configureNativeBufferMode(CodecType, Configuration const&) {
-    return kNotSupported;
-}
-Return<void> LibavDecoder::writeInputData(unsigned char const*, unsigned int, unsigned int) {
-    return kNotSupported;
-}
-Return<void> LibavDecoder::writeHdrInfo(ColorAspect const&, HdrInfo const&) {
-    return kNotSupported;
-}
-Return<void> LibavDecoder::pause() { return kNotSupported; }
-Return<void> LibavDecoder::resume() { return kNotSupported; }
-Return<void> LibavDecoder::step() { return kNotSupported; }
-Return<void> LibavDecoder::setTunnelPeek(bool) { return kNotSupported; }
-Return<void> LibavDecoder::setSpeed(double) { return kNotSupported; }
-Return<HdrInfo> LibavDecoder::getHdrInfo() { return kNotSupported; }
-Return<void> LibavDecoder::queueNativeBuffer(std::shared_ptr<NativeBuffer>) {
-    return kNotSupported;
-}
-Return<std::shared_ptr<NativeBuffer>> LibavDecoder::dequeueNativeBuffer() { return kNotSupported; }
-Return<void> LibavDecoder::reconfigureOutputBuffer(CodecType, Configuration const&) {
-    return kNotSupported;
-}
-Return<void> LibavDecoder::getInputBufferStatus(unsigned int*, unsigned int*, bool*) {
-    return kNotSupported;
-}
-Return<std::int64_t> LibavDecoder::currentSTCTime() { return kNotSupported; }
-Return<void> LibavDecoder::testConnection() { return kNotSupported; }
-Return<void> LibavDecoder::testInvalidConnection() { return kNotSupported; }
-Return<void> LibavDecoder::testWriteInputData(unsigned char const*, unsigned int, unsigned int) {
-    return kNotSupported;
 }
 
 }  // namespace kvo::demo

@@ -3,15 +3,17 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <string>
 
 #include "CodecStatus.h"
 #include "DisplayPorts.h"
 #include "Libav.h"
-#include "kvo/media/hardware/IVideoDecoderClient.h"
+#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 
 namespace kvo::demo {
 
 /// A decoder over libavcodec, for pixel mode and tunnel mode, in the place of the codec hardware.
+/// What it does without is refused by its base, which has no client.
 ///
 /// Every operation may be called from any thread at any time: one mutex admits one call after the
 /// other, and none waits for another call to come. One that has to wait for room or for a picture
@@ -20,44 +22,26 @@ namespace kvo::demo {
 ///
 /// The flags of a coded frame are those of its AVPacket. A picture is planar YUV 4:2:0 with 8 bits
 /// a sample, whatever the stream's own format. A frame that cannot be decoded is dropped.
-class LibavDecoder final : public media::hardware::IVideoDecoderClient {
+class LibavDecoder final : public media::hardware::VideoDecoderClientWrapper {
 public:
-    /// `parameters` describe the stream, with what its container keeps apart from the frames. The
+    /// `parameters` describe the stream, with what its container keeps apart from the frames;
+    /// `turn` holds the filters, each with a comma behind it, that turn its pictures upright. The
     /// pictures of tunnel mode go to `ports`, unless it is null.
-    LibavDecoder(AVCodecParameters const& parameters, std::shared_ptr<DisplayPorts> ports);
+    LibavDecoder(AVCodecParameters const& parameters, std::string turn,
+                 std::shared_ptr<DisplayPorts> ports);
 
     media::hardware::Return<void> configureTunnelMode(
         media::hardware::CodecType type, media::hardware::Configuration const& config) override;
-    media::hardware::Return<void> configureReferenceMode(
-        media::hardware::CodecType type, media::hardware::Configuration const& config) override;
     media::hardware::Return<void> configurePixelMode(
         media::hardware::CodecType type, media::hardware::Configuration const& config) override;
-    media::hardware::Return<void> configureNativeBufferMode(
-        media::hardware::CodecType type, media::hardware::Configuration const& config) override;
     media::hardware::Return<void> release() override;
+    media::hardware::Return<void> flush() override;
 
-    media::hardware::Return<void> writeInputData(unsigned char const* data, unsigned int length,
-                                                 unsigned int flags) override;
     media::hardware::Return<void> writeInputFrame(unsigned int flags,
                                                   unsigned long long timestampUs,
                                                   unsigned char const* data,
                                                   unsigned int length) override;
     media::hardware::Return<void> writeInputEndOfStream() override;
-    media::hardware::Return<void> writeHdrInfo(media::hardware::ColorAspect const& aspect,
-                                               media::hardware::HdrInfo const& info) override;
-
-    media::hardware::Return<void> pause() override;
-    media::hardware::Return<void> resume() override;
-    media::hardware::Return<void> step() override;
-    media::hardware::Return<void> setTunnelPeek(bool enable) override;
-    media::hardware::Return<void> setSpeed(double speed) override;
-    media::hardware::Return<media::hardware::FrameInfo> getFrameInfo() override;
-    media::hardware::Return<media::hardware::ColorAspect> getColorAspect() override;
-    media::hardware::Return<media::hardware::HdrInfo> getHdrInfo() override;
-
-    media::hardware::Return<media::hardware::BufferInfo> dequeueOutputBuffer() override;
-    media::hardware::Return<void> releaseOutputBuffer(
-        media::hardware::BufferInfo const& buffer) override;
 
     media::hardware::Return<media::hardware::PixelInfo> dequeuePixelBuffer() override;
     media::hardware::Return<void> copyFromPixelBuffer(unsigned char* destination,
@@ -66,26 +50,15 @@ public:
     media::hardware::Return<void> releasePixelBuffer(
         media::hardware::PixelInfo const& pixel) override;
 
-    media::hardware::Return<void> queueNativeBuffer(
-        std::shared_ptr<media::hardware::NativeBuffer> buffer) override;
-    media::hardware::Return<std::shared_ptr<media::hardware::NativeBuffer>> dequeueNativeBuffer()
-        override;
-
+    media::hardware::Return<media::hardware::BufferInfo> dequeueOutputBuffer() override;
+    media::hardware::Return<void> releaseOutputBuffer(
+        media::hardware::BufferInfo const& buffer) override;
     /// Tells of the pictures whose output buffers were released in tunnel mode.
     media::hardware::Return<media::hardware::RenderEvent> dequeueRenderEvent() override;
 
-    media::hardware::Return<void> reconfigureOutputBuffer(
-        media::hardware::CodecType type, media::hardware::Configuration const& config) override;
-    media::hardware::Return<void> flush() override;
-    media::hardware::Return<void> getInputBufferStatus(unsigned int* freeBytes,
-                                                       unsigned int* totalBytes,
-                                                       bool* ready) override;
+    media::hardware::Return<media::hardware::FrameInfo> getFrameInfo() override;
+    media::hardware::Return<media::hardware::ColorAspect> getColorAspect() override;
     media::hardware::Return<media::hardware::Configuration> getConfiguration() override;
-    media::hardware::Return<std::int64_t> currentSTCTime() override;
-    media::hardware::Return<void> testConnection() override;
-    media::hardware::Return<void> testInvalidConnection() override;
-    media::hardware::Return<void> testWriteInputData(unsigned char const* data, unsigned int length,
-                                                     unsigned int flags) override;
 
 private:
     enum class Mode { kNone, kPixel, kTunnel };
@@ -96,9 +69,11 @@ private:
     // mMutex is held in these.
     void forgetAll();
     [[nodiscard]] int displayPort() const;
+    int receive(AVFrame& picture);
     media::hardware::Return<int> lendNext(Mode mode);
 
     CodecParametersPtr const mParameters;
+    std::string const mTurn;
     std::shared_ptr<DisplayPorts> const mPorts;
 
     std::mutex mMutex;  ///< Guards all that follows.

@@ -4,9 +4,13 @@
 #include <cstring>
 #include <utility>
 
-#include "Picture.h"
+#include "PlanarPicture.h"
 #include "kvo/media/hardware/CodecType.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+}
 
 namespace kvo::demo {
 
@@ -23,19 +27,9 @@ constexpr std::int64_t kMinBitRate = 100'000;
 constexpr std::int64_t kMaxBitRate = 50'000'000;
 constexpr int kSecondsPerKeyFrame = 2;
 
-constexpr AVRational kMicroseconds{1, 1'000'000};
-
 /// The options that make libavcodec's encoders keep no picture back.
-void hurry(AVCodecContext& context, bool isAvc) {
-    if (isAvc) {
-        av_opt_set(context.priv_data, "preset", "veryfast", 0);
-        av_opt_set(context.priv_data, "tune", "zerolatency", 0);
-    } else {
-        av_opt_set(context.priv_data, "deadline", "realtime", 0);
-        av_opt_set(context.priv_data, "cpu-used", "4", 0);
-        av_opt_set(context.priv_data, "lag-in-frames", "0", 0);
-    }
-}
+constexpr char kAvcOptions[] = "preset=veryfast:tune=zerolatency";
+constexpr char kVp8Options[] = "deadline=realtime:cpu-used=4:lag-in-frames=0";
 
 }  // namespace
 
@@ -51,16 +45,11 @@ Status LibavEncoder::open() {
     mCoded.clear();
     mHasInput = false;
 
-    bool const isAvc =
-        mConfiguration.getInt32(key::kOutFormat, 0) == static_cast<int>(CodecType::AVC);
-    bool const isVp8 =
-        mConfiguration.getInt32(key::kOutFormat, 0) == static_cast<int>(CodecType::VP8);
-    if (!isAvc && !isVp8) {
-        return kInvalid;
-    }
+    auto const format = static_cast<CodecType>(mConfiguration.getInt32(key::kOutFormat, 0));
+    bool const isAvc = format == CodecType::AVC;
     AVCodec const* const codec = avcodec_find_encoder_by_name(isAvc ? "libx264" : "libvpx");
-    if (codec == nullptr) {
-        return kNotSupported;
+    if (codec == nullptr || (!isAvc && format != CodecType::VP8)) {
+        return kInvalid;
     }
     int const rate = mConfiguration.getInt32(key::kFrameRate, 0);
     int const frameRate = rate > 0 ? rate : kUsualFrameRate;
@@ -74,12 +63,10 @@ Status LibavEncoder::open() {
     context->bit_rate = std::clamp(static_cast<std::int64_t>(bitRate), kMinBitRate, kMaxBitRate);
     context->gop_size = kSecondsPerKeyFrame * frameRate;
     context->max_b_frames = 0;
-    context->color_primaries = static_cast<AVColorPrimaries>(mColors.primaries);
-    context->color_trc = static_cast<AVColorTransferCharacteristic>(mColors.transfer);
-    context->colorspace = static_cast<AVColorSpace>(mColors.matrix);
-    context->color_range = mColors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-    hurry(*context, isAvc);
-    if (avcodec_open2(context.get(), codec, nullptr) < 0) {
+    setColors(*context, mColors);
+    if (av_set_options_string(context->priv_data, isAvc ? kAvcOptions : kVp8Options, "=", ":") <
+            0 ||
+        avcodec_open2(context.get(), codec, nullptr) < 0) {
         return kInvalid;
     }
     mCodec = std::move(context);
@@ -93,13 +80,16 @@ Return<void> LibavEncoder::release() {
     return status::kSuccess;
 }
 
+Return<void> LibavEncoder::flush() {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    mCoded.clear();
+    return mCodec == nullptr ? kNotRunning : status::kSuccess;
+}
+
 Return<void> LibavEncoder::writeColorAspect(ColorAspect const& aspect) {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    if (mHasInput) {
-        return kInvalid;
+    if (mCodec == nullptr || mHasInput) {
+        return mCodec == nullptr ? kNotRunning : kInvalid;
     }
     mColors = aspect;
     return open();
@@ -111,21 +101,20 @@ Return<void> LibavEncoder::writeInputFrame(unsigned long long timestampUs,
     if (mCodec == nullptr) {
         return kNotRunning;
     }
-    PixelInfo const layout = planarLayout(mCodec->width, mCodec->height);
+    PixelInfo const layout = planarLayout({mCodec->width, mCodec->height});
     if (length != layout.length) {
         return kInvalid;
     }
     if (mCoded.size() >= kMaxCoded) {
         return kTryAgain;
     }
-    try {
-        FramePtr const frame = toFrame(data, layout, mColors);
-        frame->pts = static_cast<std::int64_t>(timestampUs);
-        mHasInput = true;
-        return encode(*frame);
-    } catch (DemoFailure const&) {
-        return kInvalid;  // No exception may pass through the library.
-    }
+    FramePtr const frame(av_frame_alloc());
+    // libavcodec copies what it keeps of a frame that does not own its bytes.
+    showPlanes(*frame, const_cast<unsigned char*>(data), layout);
+    setColors(*frame, mColors);
+    frame->pts = static_cast<std::int64_t>(timestampUs);
+    mHasInput = true;
+    return encode(*frame);
 }
 
 Status LibavEncoder::encode(AVFrame const& frame) {
@@ -135,11 +124,8 @@ Status LibavEncoder::encode(AVFrame const& frame) {
     for (;;) {
         PacketPtr packet(av_packet_alloc());
         int const result = avcodec_receive_packet(mCodec.get(), packet.get());
-        if (result == AVERROR(EAGAIN)) {
-            return status::kSuccess;
-        }
         if (result < 0) {
-            return kInvalid;
+            return result == AVERROR(EAGAIN) ? status::kSuccess : kInvalid;
         }
         mCoded.push_back(std::move(packet));
     }
@@ -166,30 +152,6 @@ Return<int> LibavEncoder::readOutputFrame(unsigned long long* timestampUs, unsig
     return status::kSuccess;
 }
 
-Return<void> LibavEncoder::flush() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    mCoded.clear();
-    return status::kSuccess;
-}
-
-Return<void> LibavEncoder::getInputBufferStatus(unsigned int* freeBuffers,
-                                                unsigned int* totalBuffers, int* width, int* height,
-                                                int* stride) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    *freeBuffers = static_cast<unsigned int>(kMaxCoded - mCoded.size());
-    *totalBuffers = static_cast<unsigned int>(kMaxCoded);
-    *width = mCodec->width;
-    *height = mCodec->height;
-    *stride = static_cast<int>(planarLayout(mCodec->width, mCodec->height).planes[0].stride);
-    return status::kSuccess;
-}
-
 Return<Configuration> LibavEncoder::getConfiguration() {
     std::lock_guard<std::mutex> const lock(mMutex);
     if (mCodec == nullptr) {
@@ -197,14 +159,5 @@ Return<Configuration> LibavEncoder::getConfiguration() {
     }
     return {status::kSuccess, mConfiguration};
 }
-
-// --- What the demo does without.
-
-Return<void> LibavEncoder::writeInputImage(unsigned long long, Image const&) {
-    return kNotSupported;
-}
-Return<void> LibavEncoder::pause() { return kNotSupported; }
-Return<void> LibavEncoder::resume() { return kNotSupported; }
-Return<void> LibavEncoder::setParameters(Configuration const&) { return kNotSupported; }
 
 }  // namespace kvo::demo

@@ -5,19 +5,23 @@
 
 #include "CodecStatus.h"
 #include "Libav.h"
-#include "kvo/media/hardware/IVideoEncoderClient.h"
+#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
 
 namespace kvo::demo {
 
 /// An encoder over libavcodec, for AVC and VP8, in the place of the codec hardware. Like that it
-/// keeps no picture back: each gives one coded picture at once.
+/// keeps no picture back: each gives one coded picture at once. What it does without is refused by
+/// its base, which has no client.
 ///
 /// Every operation may be called from any thread at any time, as with LibavDecoder. A picture lies
 /// in memory as planarLayout() says. A coded AVC stream carries its parameter sets itself.
-class LibavEncoder final : public media::hardware::IVideoEncoderClient {
+class LibavEncoder final : public media::hardware::VideoEncoderClientWrapper {
 public:
+    LibavEncoder() : VideoEncoderClientWrapper(nullptr) {}
+
     media::hardware::Return<void> configure(media::hardware::Configuration const& config) override;
     media::hardware::Return<void> release() override;
+    media::hardware::Return<void> flush() override;
 
     /// Comes before the first picture, if at all.
     media::hardware::Return<void> writeColorAspect(
@@ -25,21 +29,11 @@ public:
     media::hardware::Return<void> writeInputFrame(unsigned long long timestampUs,
                                                   unsigned char const* data,
                                                   unsigned int length) override;
-    media::hardware::Return<void> writeInputImage(unsigned long long timestampUs,
-                                                  media::hardware::Image const& image) override;
     /// The type is I for a picture from which decoding can start, else P.
     media::hardware::Return<int> readOutputFrame(unsigned long long* timestampUs,
                                                  unsigned char* data, unsigned int* length,
                                                  media::hardware::PicType* type) override;
 
-    media::hardware::Return<void> pause() override;
-    media::hardware::Return<void> resume() override;
-    media::hardware::Return<void> flush() override;
-    media::hardware::Return<void> setParameters(
-        media::hardware::Configuration const& config) override;
-    media::hardware::Return<void> getInputBufferStatus(unsigned int* freeBuffers,
-                                                       unsigned int* totalBuffers, int* width,
-                                                       int* height, int* stride) override;
     media::hardware::Return<media::hardware::Configuration> getConfiguration() override;
 
 private:

@@ -1,10 +1,8 @@
-#include "PanelActs.h"
-
 #include <memory>
 #include <utility>
 
-#include "PanelPicture.h"
-#include "PngFile.h"
+#include "Acts.h"
+#include "Panel.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
@@ -23,30 +21,42 @@ constexpr unsigned int kChannel = 0;
 /// The kind of source that a decoder's display port is to the scaler client.
 constexpr std::uint32_t kDecoderSource = 1;
 
-// The windows of the act, in pixels of the panel.
-constexpr Window kWholePanel{0, 0, 1920, 1080};
-constexpr Window kCorner{1272, 60, 576, 324};
-constexpr Window kMiddle{240, 180, 1440, 810};
+/// The space in which the television's programs place windows, whatever the panel.
+constexpr Size kScreen{1280, 720};
+constexpr Size kPanel{1920, 1080};
 
-/// The space in which the television's programs place windows: 1280 by 720, whatever the panel.
-Region onScreen(std::uint32_t left, std::uint32_t top, std::uint32_t right, std::uint32_t bottom) {
-    return {left, top, right, bottom, 1280, 720};
+// The places that the program has for the video, in pixels of the screen. All are even, so that
+// they fall on whole pixels of the panel.
+constexpr Window kWholeScreen{0, 0, 1280, 720};
+constexpr Window kCorner{848, 40, 384, 216};
+constexpr Window kMiddle{160, 120, 960, 540};
+
+/// Returns what a window of the screen is on the panel.
+Window onPanel(Window const& window) {
+    return {window.x * kPanel.width / kScreen.width, window.y * kPanel.height / kScreen.height,
+            window.width * kPanel.width / kScreen.width,
+            window.height * kPanel.height / kScreen.height};
 }
 
-/// Returns what the scaler client is to show: all of the pictures at the player's port. The output
-/// region is up to the caller.
-IVideoScalerClient::LayerInfo layerOf(Show const& show, Player const& player) {
-    auto const width = static_cast<std::uint32_t>(show.clip.width);
-    auto const height = static_cast<std::uint32_t>(show.clip.height);
-    IVideoScalerClient::LayerInfo layer;
-    layer.type = kDecoderSource;
-    layer.port = static_cast<std::uint8_t>(player.granted().getInt32(key::kVideoPort, -1));
-    layer.inputRegion = {0, 0, width, height, width, height};
-    return layer;
+Region regionOf(Window const& window, Size space) {
+    auto const number = [](int pixels) { return static_cast<std::uint32_t>(pixels); };
+    return {number(window.x),
+            number(window.y),
+            number(window.x + window.width),
+            number(window.y + window.height),
+            number(space.width),
+            number(space.height)};
+}
+
+/// Returns the largest window in the middle of `place` that has this shape, even throughout.
+Window letterboxed(Size shape, Window const& place) {
+    Size const size = fitInto(shape, {place.width, place.height});
+    return {place.x + (place.width - size.width) / 4 * 2,
+            place.y + (place.height - size.height) / 4 * 2, size.width, size.height};
 }
 
 std::string windowText(Window const& window) {
-    return sizeText(window.width, window.height) + " at " + std::to_string(window.x) + "," +
+    return sizeText({window.width, window.height}) + " at " + std::to_string(window.x) + "," +
            std::to_string(window.y);
 }
 
@@ -61,65 +71,95 @@ void requireWindow(int port, bool blank, Window const& place) {
         "the window is " + windowText(is) + ", not " + windowText(place));
 }
 
-void savePanel(Show& show, DisplayPorts& ports, std::string const& name,
-               std::string const& content) {
-    writePng(show.addFile("panel-" + name + ".png", "the panel: " + content), *drawPanel(ports));
-}
+/// The television's program: a window of the panel, and the ports whose pictures it shows.
+class Screen {
+public:
+    explicit Screen(Show& show) : mShow(show) {}
+
+    [[nodiscard]] std::shared_ptr<DisplayPorts> const& ports() const { return mPorts; }
+
+    /// Connects the window to a player's port; it stays blank.
+    void connect(Player const& player, bool adaptive) {
+        mLayer.type = kDecoderSource;
+        mLayer.port = static_cast<std::uint8_t>(player.granted().getInt32(key::kVideoPort, -1));
+        mLayer.adaptive = adaptive ? 1 : 0;
+        mScaler.connect(mLayer);
+        requireWindow(mLayer.port, true, mWindow);
+    }
+
+    /// Shows the port's picture, or that part of an adaptive stream's, as large in `place` as its
+    /// shape lets it be.
+    void place(Window const& place, Window const& adaptivePart = kWholeScreen) {
+        FramePtr const picture = mPorts->picture(mLayer.port);
+        require(picture != nullptr, "the port has no picture");
+        Size const size{picture->width, picture->height};
+        Window const window = letterboxed(mShow.clip.shapeOf(size), place);
+        mLayer.inputRegion = mLayer.adaptive != 0 ? regionOf(adaptivePart, kScreen)
+                                                  : regionOf({0, 0, size.width, size.height}, size);
+        mLayer.outputRegion = regionOf(window, kScreen);
+        mScaler.updateRegion(mLayer);
+        mPlace = onPanel(place);
+        mWindow = onPanel(window);
+        requireWindow(mLayer.port, false, mWindow);
+        require(host::scalerChannel(kChannel).inputInPanelPixels == (mLayer.adaptive != 0),
+                "the scaler mistakes whether the stream is adaptive");
+    }
+
+    /// Writes what the panel shows.
+    void save(std::string const& name, std::string const& caption) {
+        std::string const path = mShow.addFile("panel-" + name + ".png", "the panel: " + caption);
+        writePng(path, *drawPanel(*mPorts, mPlace, caption));
+    }
+
+    [[nodiscard]] std::string window() const { return windowText(mWindow); }
+
+    void disconnect() {
+        mScaler.disconnect();
+        require(!host::scalerChannel(kChannel).source, "the scaler is still connected");
+    }
+
+private:
+    Show& mShow;
+    std::shared_ptr<DisplayPorts> const mPorts = std::make_shared<DisplayPorts>();
+    VideoScalerClientTvhwImpl mScaler{kChannel};
+    IVideoScalerClient::LayerInfo mLayer;
+    Window mPlace;   ///< Pixels of the panel.
+    Window mWindow;  ///< As mPlace; within it.
+};
 
 /// Plays the clip in a window that fills the panel and then moves to its corner.
-void playInWindows(Show& show, std::shared_ptr<DisplayPorts> const& ports,
-                   VideoScalerClientTvhwImpl& scaler) {
-    Player player(show.clip, {Player::Mode::kTunnel, false, false, ports, {}});
-    Answers answers;
-    answers.require("configure", player.configure());
-    IVideoScalerClient::LayerInfo layer = layerOf(show, player);
-    scaler.connect(layer);
+void playInWindows(Show& show, Screen& screen) {
+    Player player(show.clip, {Player::Mode::kTunnel, false, false, 0, screen.ports(), {}});
+    configure(show, player);
+    screen.connect(player, false);
     player.start();
     player.waitForFrames(show.clip.frames / 4 + 1);
-    layer.outputRegion = onScreen(0, 0, 1280, 720);
-    scaler.updateRegion(layer);
-    requireWindow(layer.port, false, kWholePanel);
-    savePanel(show, *ports, "1-full-screen", "the clip in a window of all of it");
-
+    screen.place(kWholeScreen);
+    screen.save("1-full-screen", "The clip on the whole panel, " + screen.window());
     player.waitForFrames(show.clip.frames / 2 + 1);
-    layer.outputRegion = onScreen(848, 40, 1232, 256);
-    scaler.updateRegion(layer);
-    requireWindow(layer.port, false, kCorner);
-    Player::Result const result = finishClip(show, player, answers);
-    savePanel(show, *ports, "2-corner", "the clip in a window of " + windowText(kCorner));
-    answers.require("release", player.decoder().release().status());
-    show.rows.push_back(rowOf("4 in windows", player, result, answers, show.progress.seconds()));
+    screen.place(kCorner);
+    Player::Result const result = finish(show, player, show.clip.frames);
+    screen.place(kCorner);  // The last picture may be of another size.
+    screen.save("2-corner", "The clip moved to the corner, " + screen.window());
+    expect("release", player.decoder().release().status());
+    show.addRow("4 in windows", player, result, show.progress.seconds());
 }
 
 /// Connects the window to the clip as an adaptive stream, and shows the middle of its pictures.
-void playAdaptive(Show& show, std::shared_ptr<DisplayPorts> const& ports,
-                  VideoScalerClientTvhwImpl& scaler) {
+void playAdaptive(Show& show, Screen& screen) {
     double const began = show.progress.seconds();
-    Player player(show.clip, {Player::Mode::kTunnel, false, true, ports, {}});
-    Answers answers;
-    answers.require("configure", player.configure());
-    IVideoScalerClient::LayerInfo layer = layerOf(show, player);
-    layer.adaptive = 1;
-    scaler.connect(layer);
+    Player player(show.clip, {Player::Mode::kTunnel, false, true, 0, screen.ports(), {}});
+    configure(show, player);
+    screen.connect(player, true);
     player.start();
     player.waitForFrames(1);
-    requireWindow(layer.port, true, kCorner);
-    require(ports->picture(layer.port) != nullptr, "the port has no picture to hide");
-    savePanel(show, *ports, "3-blank", "the same window, blank while the source changes");
-
+    screen.save("3-blank", "The same window, blank while the source changes");
     // The middle half, whatever the size of the picture is by then.
-    layer.inputRegion = onScreen(320, 180, 960, 540);
-    layer.outputRegion = onScreen(160, 120, 1120, 660);
-    scaler.updateRegion(layer);
-    requireWindow(layer.port, false, kMiddle);
-    require(host::scalerChannel(kChannel).inputInPanelPixels,
-            "the scaler does not treat the stream as adaptive");
-    Player::Result const result = finishClip(show, player, answers);
-    savePanel(show, *ports, "4-adaptive",
-              "the middle of an adaptive stream in a window of " + windowText(kMiddle));
-    answers.require("release", player.decoder().release().status());
-    show.rows.push_back(
-        rowOf("  adaptive", player, result, answers, show.progress.seconds() - began));
+    screen.place(kMiddle, {320, 180, 640, 360});
+    Player::Result const result = finish(show, player, show.clip.frames);
+    screen.save("4-adaptive", "The middle half of the clip as an adaptive stream, enlarged");
+    expect("release", player.decoder().release().status());
+    show.addRow("  adaptive", player, result, show.progress.seconds() - began);
 }
 
 }  // namespace
@@ -127,12 +167,10 @@ void playAdaptive(Show& show, std::shared_ptr<DisplayPorts> const& ports,
 void playOnPanel(Show& show) {
     show.progress.begin("4 television");
     {
-        auto const ports = std::make_shared<DisplayPorts>();
-        VideoScalerClientTvhwImpl scaler(kChannel);
-        playInWindows(show, ports, scaler);
-        playAdaptive(show, ports, scaler);
-        scaler.disconnect();
-        require(!host::scalerChannel(kChannel).source, "the scaler is still connected");
+        Screen screen(show);
+        playInWindows(show, screen);
+        playAdaptive(show, screen);
+        screen.disconnect();
     }
     require(!host::scalerChannel(kChannel).opened, "the scaler channel is still open");
     requireNothingHeld();
@@ -140,39 +178,45 @@ void playOnPanel(Show& show) {
 }
 
 void showStill(Show& show) {
+    if (show.lastPicture == nullptr) {
+        playPixels(show);
+    }
     show.progress.begin("5 still");
-    Size const size = fitInto({show.lastPicture.info.width, show.lastPicture.info.height},
-                              {kWholePanel.width, kWholePanel.height});
+    Size const shape = show.clip.shapeOf({show.lastPicture->width, show.lastPicture->height});
+    Size const size = fitInto(shape, kPanel);
     FramePtr const pixels =
-        convertFrame(*toFrame(show.lastPicture), AV_PIX_FMT_RGB0, size.width, size.height);
+        filtered({show.lastPicture.get()},
+                 "[in0]scale=" + std::to_string(size.width) + ":" + std::to_string(size.height) +
+                     ",setsar=1,format=rgb24,pad=" + std::to_string(kPanel.width) + ":" +
+                     std::to_string(kPanel.height) + ":-1:-1,format=rgb0");
     auto const length =
-        static_cast<std::size_t>(pixels->linesize[0]) * static_cast<std::size_t>(size.height);
+        static_cast<std::size_t>(pixels->linesize[0]) * static_cast<std::size_t>(pixels->height);
     std::uint32_t const handle = host::registerMemory(
         std::make_shared<std::vector<unsigned char>>(pixels->data[0], pixels->data[0] + length));
-    Answers answers;
     {
         ImageSinkTvhwImpl sink;
         Configuration config;
-        config.setInt32(key::kWidth, size.width);
-        config.setInt32(key::kHeight, size.height);
-        answers.require("configure", sink.configure(config).status());
+        config.setInt32(key::kWidth, pixels->width);
+        config.setInt32(key::kHeight, pixels->height);
+        expect("configure", sink.configure(config).status());
         Image image;
-        image.width = size.width;
-        image.height = size.height;
+        image.width = pixels->width;
+        image.height = pixels->height;
         image.buffer = handle;
         image.bufferLength = static_cast<std::int32_t>(length);
         image.stride = pixels->linesize[0];
-        answers.require("display", sink.displayPicture(image).status());
+        expect("display", sink.displayPicture(image).status());
         host::unregisterMemory(handle);
         auto const shown = host::videoOutput().picture;
         require(shown && shown->handle == handle, "the video output does not show the still");
         DisplayPorts noPorts;
-        savePanel(show, noPorts, "5-still", "the last picture of the clip as a still");
-        answers.require("close", sink.close().status());
+        std::string const caption = "The last picture of the clip as a still";
+        writePng(show.addFile("panel-5-still.png", "the panel: " + caption),
+                 *drawPanel(noPorts, onPanel(kWholeScreen), caption));
+        expect("close", sink.close().status());
     }
     require(host::videoOutput().opens == 0, "the video output is still open");
-    show.rows.push_back({"5 still", "1", sizeText(size.width, size.height), "", "", answers.text(),
-                         secondsText(show.progress.seconds())});
+    show.addRow("5 still", 1, kPanel, "", "", show.progress.seconds());
     show.progress.end("shown, and closed");
 }
 

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 #include "LibavDecoder.h"
+#include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::demo {
@@ -20,7 +22,8 @@ constexpr std::chrono::milliseconds kRetryAfter{10};
 constexpr std::chrono::milliseconds kProgressEvery{100};
 
 std::shared_ptr<LibavDecoder> makeDecoder(Clip const& clip, std::shared_ptr<DisplayPorts> ports) {
-    return std::make_shared<LibavDecoder>(ClipReader(clip.path).parameters(), std::move(ports));
+    ClipReader const reader(clip.path, clip.seconds);
+    return std::make_shared<LibavDecoder>(reader.parameters(), reader.turn(), std::move(ports));
 }
 
 }  // namespace
@@ -32,14 +35,14 @@ Player::~Player() { stop(); }
 
 Status Player::configure() {
     Configuration config;
-    config.setInt32(key::kWidth, mClip.width);
-    config.setInt32(key::kHeight, mClip.height);
+    config.setInt32(key::kWidth, mClip.coded.width);
+    config.setInt32(key::kHeight, mClip.coded.height);
     config.setInt32(key::kFrameRate, mClip.frameRate);
     config.setInt32(key::kCallingPid, getpid());
     if (mSettings.adaptive) {
         config.setInt32(key::kAdaptiveEnable, 1);
-        config.setInt32(key::kAdaptiveMaxWidth, mClip.width);
-        config.setInt32(key::kAdaptiveMaxHeight, mClip.height);
+        config.setInt32(key::kAdaptiveMaxWidth, mClip.coded.width);
+        config.setInt32(key::kAdaptiveMaxHeight, mClip.coded.height);
     }
     Status const result = mSettings.mode == Mode::kPixel
                               ? mDecoder.configurePixelMode(mClip.codecType, config).status()
@@ -76,6 +79,7 @@ Player::Result Player::finish(std::function<void(unsigned int)> const& onProgres
     if (mFailure != nullptr) {
         std::rethrow_exception(mFailure);
     }
+    mResult.dropped = mDecoder.getFrameInfo().value().droppedFrames;
     return mResult;
 }
 
@@ -122,7 +126,8 @@ void Player::run(Status (Player::*work)(), Status Result::*result) {
         failure = std::current_exception();
     }
     std::lock_guard<std::mutex> const lock(mMutex);
-    mResult.*result = outcome;
+    bool const wasStopped = outcome.code() == codec_status::kTryAgain.code();
+    mResult.*result = wasStopped ? status::kSuccess : outcome;
     if (failure != nullptr) {
         mFailure = failure;
     }
@@ -134,14 +139,14 @@ void Player::run(Status (Player::*work)(), Status Result::*result) {
 }
 
 Status Player::feed() {
-    auto reader = std::make_unique<ClipReader>(mClip.path);
+    auto reader = std::make_unique<ClipReader>(mClip.path, mClip.seconds);
     for (;;) {
         PacketPtr const packet = reader->next();
         if (packet == nullptr && !mSettings.loop) {
             return untilTaken([&] { return mDecoder.writeInputEndOfStream(); }).status();
         }
         if (packet == nullptr) {
-            reader = std::make_unique<ClipReader>(mClip.path);
+            reader = std::make_unique<ClipReader>(mClip.path, mClip.seconds);
             continue;
         }
         Status const result =
@@ -157,32 +162,36 @@ Status Player::feed() {
 }
 
 Status Player::drainPixels() {
-    Picture picture;
     for (;;) {
         Return<PixelInfo> next = untilTaken([&] { return mDecoder.dequeuePixelBuffer(); });
-        if (next.status().isError() || next.value().endOfStream != 0) {
+        PixelInfo& info = next.value();
+        if (next.status().isError() || info.endOfStream != 0) {
             return next.status();
         }
-        picture.info = std::move(next).value();
-        picture.bytes.resize(picture.info.length);
-        picture.colors = mDecoder.getColorAspect().value();
-        Status const copied =
-            mDecoder.copyFromPixelBuffer(picture.bytes.data(), picture.info.length, picture.info)
-                .status();
-        if (copied.isError()) {
-            return copied;
+        FramePtr const picture(av_frame_alloc());
+        picture->buf[0] = av_buffer_alloc(info.length);
+        require(picture->buf[0] != nullptr, "no memory for a picture");
+        showPlanes(*picture, picture->buf[0]->data, info);
+        setColors(*picture, mDecoder.getColorAspect().value());
+        picture->sample_aspect_ratio = mClip.sampleAspect;
+        picture->pts = static_cast<std::int64_t>(info.timestampUs);
+        Status result =
+            mDecoder.copyFromPixelBuffer(picture->buf[0]->data, info.length, info).status();
+        if (!result.isError()) {
+            result = mDecoder.releasePixelBuffer(info).status();
         }
-        Status const released = mDecoder.releasePixelBuffer(picture.info).status();
-        if (released.isError()) {
-            return released;
+        if (result.isError()) {
+            return result;
         }
-        Status const taken = mSettings.sink ? mSettings.sink(picture) : status::kSuccess;
-        if (taken.isError()) {
-            std::lock_guard<std::mutex> const lock(mMutex);
+        result = mSettings.sink ? mSettings.sink(*picture) : status::kSuccess;
+        if (!result.isError()) {
+            countPicture({info.width, info.height});
+        }
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (result.isError() || mResult.frames == mSettings.limit) {
             mStopping = true;  // Whatever the error: this decoder's core is not lost.
-            return taken;
+            return result;
         }
-        countPicture(picture.info.width, picture.info.height);
     }
 }
 
@@ -203,18 +212,17 @@ Status Player::drainTunnel() {
         bool const shown = !mDecoder.dequeueRenderEvent().status().isError();
         {
             std::lock_guard<std::mutex> const lock(mMutex);
-            mResult.wrongStamps += isOurs ? 0 : 1;
-            mResult.rendered += shown ? 1 : 0;
+            mResult.wrongStamps += isOurs ? 0U : 1U;
+            mResult.rendered += shown ? 1U : 0U;
         }
-        countPicture(buffer.width, buffer.height);
+        countPicture({buffer.width, buffer.height});
     }
 }
 
-void Player::countPicture(int width, int height) {
+void Player::countPicture(Size size) {
     std::lock_guard<std::mutex> const lock(mMutex);
     ++mResult.frames;
-    mResult.width = width;
-    mResult.height = height;
+    mResult.size = size;
     mChanged.notify_all();
 }
 

@@ -1,18 +1,14 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 
-#include "ClipReader.h"
+#include "Clip.h"
 #include "DisplayPorts.h"
-#include "Picture.h"
-#include "kvo/media/hardware/BufferInfo.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 
 namespace kvo::demo {
@@ -28,22 +24,24 @@ public:
 
     struct Settings {
         Mode mode = Mode::kPixel;
-        bool loop = false;      ///< Begins again at the end of the clip, until it is stopped.
-        bool adaptive = false;  ///< Asks for a core for a stream whose picture size changes.
+        bool loop = false;       ///< Begins again at the end of the clip, until it is stopped.
+        bool adaptive = false;   ///< Asks for a core for a stream whose picture size changes.
+        unsigned int limit = 0;  ///< Pictures after which pixel mode ends; 0: all.
         std::shared_ptr<DisplayPorts> ports;  ///< Where the pictures of tunnel mode go.
-        /// Gets every picture of pixel mode, on the drain thread. An error stops the player.
-        std::function<media::hardware::Status(Picture const&)> sink;
+        /// Gets every picture of pixel mode, on the drain thread; its pts are microseconds. An
+        /// error stops the player.
+        std::function<media::hardware::Status(AVFrame const&)> sink;
     };
 
     /// What is known of a player's work.
     struct Result {
         unsigned int frames = 0;
-        int width = 0;   ///< Of the last picture, in pixels.
-        int height = 0;  ///< As width.
+        Size size;  ///< Of the last picture.
         media::hardware::Status feed;
         media::hardware::Status drain;  ///< That of the sink if it stopped the player.
         unsigned int wrongStamps = 0;   ///< Output buffers with another's port, id or process.
         unsigned int rendered = 0;      ///< Pictures reported as shown.
+        unsigned int dropped = 0;       ///< Coded frames that the decoder made nothing of.
     };
 
     Player(Clip const& clip, Settings settings);
@@ -74,7 +72,7 @@ private:
     media::hardware::Status feed();
     media::hardware::Status drainPixels();
     media::hardware::Status drainTunnel();
-    void countPicture(int width, int height);
+    void countPicture(Size size);
     void stop();
 
     template <typename Call>

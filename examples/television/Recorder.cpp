@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "LibavEncoder.h"
+#include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::demo {
@@ -16,18 +17,25 @@ namespace {
 constexpr Size kLargestSize{1920, 1080};
 
 constexpr int kUsualFrameRate = 25;
-constexpr unsigned long long kSecondUs = 1'000'000;
+constexpr std::int64_t kSecondUs = 1'000'000;
+
+/// No coded picture is larger than a raw one by more than this.
+constexpr unsigned int kReserve = 65536;
+
+Size sizeFor(Size picture) {
+    return fitInto(picture, {std::max(2, std::min(picture.width, kLargestSize.width)),
+                             std::max(2, std::min(picture.height, kLargestSize.height))});
+}
 
 }  // namespace
 
 Recorder::Recorder(Clip const& clip, Settings settings)
-    : mClip(clip),
-      mSettings(std::move(settings)),
-      mSize(fitInto({clip.width, clip.height}, kLargestSize)),
+    : mSettings(std::move(settings)),
+      mSize(sizeFor(clip.shown)),
       mFrameRate(clip.frameRate > 0 ? clip.frameRate : kUsualFrameRate),
       mEncoder(std::make_shared<LibavEncoder>()),
-      mPlayer(clip, {Player::Mode::kPixel, mSettings.loop, false, nullptr,
-                     [this](Picture const& picture) { return record(picture); }}) {}
+      mPlayer(clip, {Player::Mode::kPixel, mSettings.loop, false, mSettings.limit, nullptr,
+                     [this](AVFrame const& picture) { return record(picture); }}) {}
 
 Status Recorder::configure() {
     Configuration config;
@@ -49,55 +57,50 @@ void Recorder::closeFile() {
     mFile->finish();
 }
 
-Status Recorder::record(Picture const& picture) {
-    Status const written = writePicture(picture);
+/// Gives the encoder a picture; one of another size than the recording's is scaled.
+Status Recorder::record(AVFrame const& picture) {
+    if (picture.width != mSize.width || picture.height != mSize.height) {
+        std::string const size = std::to_string(mSize.width) + ":" + std::to_string(mSize.height);
+        FramePtr const scaled = filtered({&picture}, "[in0]scale=" + size + ",format=yuv420p");
+        scaled->pts = picture.pts;
+        return record(*scaled);
+    }
+    Status const begun = mLastUs ? status::kSuccess : begin(picture);
+    if (begun.isError()) {
+        return begun;
+    }
+    // Times must increase, but some streams carry none, and a clip in a loop begins again.
+    bool const isLater = !mLastUs || picture.pts > *mLastUs;
+    mLastUs = isLater ? picture.pts : *mLastUs + kSecondUs / mFrameRate;
+    mRaw.resize(planarLayout(mSize).length);
+    copyPlanes(picture, mRaw.data());
+    Status const written = mEncoder
+                               .writeInputFrame(static_cast<unsigned long long>(*mLastUs),
+                                                mRaw.data(), static_cast<unsigned int>(mRaw.size()))
+                               .status();
     return written.isError() ? written : readCoded();
 }
 
-/// Gives the encoder a picture; one of another size than the recording's is converted.
-Status Recorder::writePicture(Picture const& picture) {
-    if (!mLastUs) {
-        Status const colored = mEncoder.writeColorAspect(picture.colors).status();
-        if (colored.isError()) {
-            return colored;
-        }
-        if (!mSettings.path.empty()) {
-            mFile.emplace(mSettings.path,
-                          mSettings.format == CodecType::AVC ? AV_CODEC_ID_H264 : AV_CODEC_ID_VP8,
-                          mSize, mFrameRate, picture.colors);
-        }
+Status Recorder::begin(AVFrame const& picture) {
+    if (!mSettings.path.empty()) {
+        bool const isAvc = mSettings.format == CodecType::AVC;
+        mFile.emplace(mSettings.path, isAvc ? AV_CODEC_ID_H264 : AV_CODEC_ID_VP8, mFrameRate,
+                      picture);
     }
-    // Times must increase, but some streams carry none, and a clip in a loop begins again.
-    unsigned long long timeUs = picture.info.timestampUs;
-    if (mLastUs && timeUs <= *mLastUs) {
-        timeUs = *mLastUs + kSecondUs / static_cast<unsigned int>(mFrameRate);
-    }
-    mLastUs = timeUs;
-    if (picture.info.width == mSize.width && picture.info.height == mSize.height) {
-        return mEncoder.writeInputFrame(timeUs, picture.bytes.data(), picture.info.length).status();
-    }
-    FramePtr const scaled =
-        convertFrame(*toFrame(picture), AV_PIX_FMT_YUV420P, mSize.width, mSize.height);
-    Picture const converted = toPicture(*scaled, picture.colors);
-    return mEncoder.writeInputFrame(timeUs, converted.bytes.data(), converted.info.length).status();
+    return mEncoder.writeColorAspect(colorsOf(picture)).status();
 }
 
 /// Moves all coded pictures from the encoder to the file.
 Status Recorder::readCoded() {
-    // No coded picture is larger than a raw one by more than this.
-    constexpr unsigned int kReserve = 65536;
-    mCoded.resize(planarLayout(mSize.width, mSize.height).length + kReserve);
+    mCoded.resize(mRaw.size() + kReserve);
     for (;;) {
         unsigned long long timeUs = 0;
         auto length = static_cast<unsigned int>(mCoded.size());
         PicType type = PicType::UNKNOWN;
         Status const read =
             mEncoder.readOutputFrame(&timeUs, mCoded.data(), &length, &type).status();
-        if (read.code() == codec_status::kTryAgain.code()) {
-            return status::kSuccess;
-        }
         if (read.isError()) {
-            return read;
+            return read.code() == codec_status::kTryAgain.code() ? status::kSuccess : read;
         }
         if (mFile) {
             mFile->write(timeUs, mCoded.data(), length, type == PicType::I);

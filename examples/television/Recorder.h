@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,9 +17,10 @@ class Recorder {
 public:
     struct Settings {
         media::hardware::CodecType format = media::hardware::CodecType::AVC;  ///< AVC or VP8.
-        std::string path;     ///< Of the recording; empty: it is thrown away.
-        bool loop = false;    ///< Plays the clip again and again.
-        bool isLive = false;  ///< The encoder keeps its core.
+        std::string path;        ///< Of the recording; empty: it is thrown away.
+        unsigned int limit = 0;  ///< Pictures that are recorded; 0: all.
+        bool loop = false;       ///< Plays the clip again and again.
+        bool isLive = false;     ///< The encoder keeps its core.
     };
 
     Recorder(Clip const& clip, Settings settings);
@@ -41,15 +41,14 @@ public:
     /// The encoder, for calls of the caller's own.
     media::hardware::VideoEncoderClientWrapperResource& encoder() { return mEncoder; }
 
-    /// Of the recording, in pixels.
+    /// Of the recording.
     [[nodiscard]] Size size() const { return mSize; }
 
 private:
-    media::hardware::Status record(Picture const& picture);
-    media::hardware::Status writePicture(Picture const& picture);
+    media::hardware::Status record(AVFrame const& picture);
+    media::hardware::Status begin(AVFrame const& picture);
     media::hardware::Status readCoded();
 
-    Clip const mClip;
     Settings const mSettings;
     Size const mSize;
     int const mFrameRate;
@@ -57,7 +56,8 @@ private:
 
     // Used by the drain thread while the player runs.
     std::optional<ClipWriter> mFile;
-    std::optional<unsigned long long> mLastUs;  ///< Time of the last picture.
+    std::optional<std::int64_t> mLastUs;  ///< Time of the last picture.
+    std::vector<unsigned char> mRaw;
     std::vector<unsigned char> mCoded;
 
     Player mPlayer;  ///< Last, since its thread uses all of the above.

@@ -1,40 +1,63 @@
 #pragma once
 
+#include <array>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "ClipReader.h"
-#include "Picture.h"
+#include "Clip.h"
 #include "Player.h"
-#include "Report.h"
+#include "Progress.h"
 
 namespace kvo::demo {
 
+/// A row of the closing table: act, pictures, size, core, port, time, and what was answered.
+using Row = std::array<std::string, 7>;
+
 /// What the acts of the demo share.
 struct Show {
+    struct File {
+        std::string path;
+        std::string content;  ///< What there is to see in it.
+    };
+
     Clip clip;
     std::string outputDirectory;
     Progress progress;
-    std::vector<SummaryRow> rows;
-    std::vector<WrittenFile> files;
-    Picture lastPicture;  ///< Of the clip, from the first act on.
+    std::vector<Row> rows;
+    std::vector<File> files;
+    FramePtr lastPicture;      ///< Of the clip, from playPixels() on.
+    unsigned int dropped = 0;  ///< Coded frames of which the decoder made nothing, in playPixels().
 
     /// Lists a file for the summary, with what it shows, and returns its path.
     std::string addFile(std::string const& name, std::string content);
+
+    /// Adds a row for calls that were all answered as they should.
+    void addRow(std::string act, unsigned int pictures, Size size, std::string core,
+                std::string port, double seconds);
+
+    /// Adds a row for a decoder of `player` that was granted what it asked for.
+    void addRow(std::string act, Player const& player, Player::Result const& result,
+                double seconds);
 };
 
-std::string sizeText(int width, int height);
-std::string secondsText(double seconds);
+std::string sizeText(Size size);
+
+/// Throws DemoFailure unless the call `call` was answered with `expected`.
+void expect(std::string const& call, media::hardware::Status answer, int expected = 0);
 
 /// Throws DemoFailure when a client of the resource manager is open.
 void requireNothingHeld();
 
-/// Waits for the end of a player that was started, and requires that all pictures of the clip came
-/// and nothing failed.
-Player::Result finishClip(Show& show, Player& player, Answers& answers);
+/// Configures a player of the show's clip, which no other keeps from its core. Throws DemoFailure
+/// on failure, and UnusableFile when no core takes the clip.
+void configure(Show const& show, Player& player);
 
-/// Returns what the summary says of a player in `seconds` of work.
-SummaryRow rowOf(std::string act, Player const& player, Player::Result const& result,
-                 Answers const& answers, double seconds);
+/// Waits for the end of a player that was started, and requires that `pictures` came and nothing
+/// failed.
+Player::Result finish(Show& show, Player& player, unsigned int pictures);
+
+/// Prints the table and, below it, the files. Throws DemoFailure when that fails.
+void printSummary(Show const& show);
 
 }  // namespace kvo::demo

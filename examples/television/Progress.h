@@ -2,9 +2,6 @@
 
 #include <chrono>
 #include <string>
-#include <vector>
-
-#include "kvo/media/hardware/Status.h"
 
 namespace kvo::demo {
 
@@ -24,7 +21,8 @@ public:
     /// Tells how many pictures the step has behind it, of `total`; 0 if that is unknown.
     void update(unsigned int pictures, unsigned int total);
 
-    /// Ends the step with what came of it.
+    /// Ends the step with what came of it. Throws DemoFailure when standard output is full or
+    /// closed.
     void end(std::string const& outcome);
 
     /// Returns the step that was begun last.
@@ -43,36 +41,7 @@ private:
     Clock::time_point mPrinted;
 };
 
-/// What the calls of one player answered, for the summary.
-class Answers {
-public:
-    /// Notes the answer. Throws DemoFailure unless it is `expected`.
-    void require(std::string const& call, media::hardware::Status answer, int expected = 0);
-
-    /// Returns them all, as "configure 0, release 0".
-    [[nodiscard]] std::string const& text() const { return mText; }
-
-private:
-    std::string mText;
-};
-
-/// What the closing table says of one player.
-struct SummaryRow {
-    std::string act;
-    std::string pictures;
-    std::string size;
-    std::string core;
-    std::string port;
-    std::string statuses;
-    std::string time;
-};
-
-struct WrittenFile {
-    std::string path;
-    std::string content;  ///< What there is to see in it.
-};
-
-/// Prints the table and, below it, the files.
-void printSummary(std::vector<SummaryRow> const& rows, std::vector<WrittenFile> const& files);
+/// Throws DemoFailure unless all that was printed on standard output has arrived there.
+void requirePrinted();
 
 }  // namespace kvo::demo

@@ -1,9 +1,14 @@
-#include "ClipReader.h"
+#include "Clip.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <utility>
+
+extern "C" {
+#include <libavutil/display.h>
+}
 
 namespace kvo::demo {
 
@@ -24,9 +29,37 @@ constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
     {AV_CODEC_ID_VVC, CodecType::VVC},
 }};
 
-constexpr AVRational kMicroseconds{1, 1'000'000};
+constexpr unsigned long long kSecondUs = 1'000'000;
+
+/// The clip is read many times over, and from many places: that takes a file.
+void requireRegularFile(std::string const& path) {
+    std::error_code error;
+    std::filesystem::file_status const status = std::filesystem::status(path, error);
+    switch (status.type()) {
+        case std::filesystem::file_type::regular:
+            return;
+        case std::filesystem::file_type::directory:
+            throw UnusableFile(path + ": is a directory");
+        case std::filesystem::file_type::fifo:
+            throw UnusableFile(path + ": is a pipe, but the clip has to be read more than once");
+        case std::filesystem::file_type::character:
+        case std::filesystem::file_type::block:
+            throw UnusableFile(path + ": is a device, not a file");
+        default:
+            throw UnusableFile(path + ": " + (error ? error.message() : "is not a file"));
+    }
+}
 
 }  // namespace
+
+Size fitInto(Size shape, Size limit) {
+    double const scale = std::min(static_cast<double>(limit.width) / shape.width,
+                                  static_cast<double>(limit.height) / shape.height);
+    auto const even = [scale](int length, int largest) {
+        return std::clamp(static_cast<int>(std::lround(length * scale / 2)) * 2, 2, largest & ~1);
+    };
+    return {even(shape.width, limit.width), even(shape.height, limit.height)};
+}
 
 std::optional<CodecType> codecTypeOf(AVCodecID id) {
     auto const* const codec = std::find_if(kCodecs.begin(), kCodecs.end(),
@@ -34,7 +67,9 @@ std::optional<CodecType> codecTypeOf(AVCodecID id) {
     return codec == kCodecs.end() ? std::nullopt : std::optional(codec->second);
 }
 
-ClipReader::ClipReader(std::string path) : mPath(std::move(path)) {
+ClipReader::ClipReader(std::string path, unsigned int seconds)
+    : mPath(std::move(path)), mSeconds(seconds) {
+    requireRegularFile(mPath);
     // The prefix keeps a name with a colon from being taken for a network address.
     AVFormatContext* opened = nullptr;
     int result = avformat_open_input(&opened, ("file:" + mPath).c_str(), nullptr, nullptr);
@@ -85,14 +120,15 @@ PacketPtr ClipReader::next() {
         }
         if (packet->stream_index == mStream->index) {
             mLastIsIncomplete = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
-            return packet;
+            std::int64_t const time = packet->dts != AV_NOPTS_VALUE ? packet->dts : packet->pts;
+            bool const isPastEnd = mSeconds > 0 && sinceStartUs(time) >= mSeconds * kSecondUs;
+            return isPastEnd ? nullptr : std::move(packet);
         }
         av_packet_unref(packet.get());
     }
 }
 
-unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
-    std::int64_t const time = frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.dts;
+unsigned long long ClipReader::sinceStartUs(std::int64_t time) const {
     if (time == AV_NOPTS_VALUE) {
         return 0;
     }
@@ -101,13 +137,46 @@ unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
     return static_cast<unsigned long long>(std::max<std::int64_t>(us, 0));
 }
 
+unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
+    return sinceStartUs(frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.dts);
+}
+
 int ClipReader::frameRate() const {
     AVRational const rate = av_guess_frame_rate(mFormat.get(), mStream, nullptr);
     return rate.den == 0 ? 0 : static_cast<int>(std::lround(av_q2d(rate)));
 }
 
-Clip inspectClip(std::string const& path, std::function<void(unsigned int)> const& onProgress) {
-    ClipReader reader(path);
+AVRational ClipReader::sampleAspect(AVFrame& picture) const {
+    AVRational const aspect = av_guess_sample_aspect_ratio(mFormat.get(), mStream, &picture);
+    return aspect.num > 0 && aspect.den > 0 ? aspect : AVRational{1, 1};
+}
+
+std::string ClipReader::turn() const {
+    std::size_t size = 0;
+    auto const* const matrix = reinterpret_cast<std::int32_t const*>(
+        av_stream_get_side_data(mStream, AV_PKT_DATA_DISPLAYMATRIX, &size));
+    if (matrix == nullptr || size < 9 * sizeof(std::int32_t)) {
+        return "";
+    }
+    // Entries 0 and 1 say where a step to the right leads, 3 and 4 where one down leads.
+    bool const isSideways = std::abs(matrix[0]) < std::abs(matrix[1]);
+    std::string filters = isSideways ? "transpose=cclock_flip," : "";
+    filters += matrix[isSideways ? 3 : 0] < 0 ? "hflip," : "";
+    filters += matrix[isSideways ? 1 : 4] < 0 ? "vflip," : "";
+    return filters;
+}
+
+Size Clip::shapeOf(Size picture) const {
+    int width = 0;
+    int height = 0;
+    av_reduce(&width, &height, std::int64_t{picture.width} * sampleAspect.num,
+              std::int64_t{picture.height} * sampleAspect.den, 1 << 20);
+    return {std::max(width, 1), std::max(height, 1)};
+}
+
+Clip inspectClip(std::string const& path, unsigned int seconds,
+                 std::function<void(unsigned int)> const& onProgress) {
+    ClipReader reader(path, seconds);
     AVCodecParameters const& parameters = reader.parameters();
     AVCodec const* const codec = avcodec_find_decoder(parameters.codec_id);
     CodecContextPtr const decoder(avcodec_alloc_context3(codec));
@@ -122,31 +191,37 @@ Clip inspectClip(std::string const& path, std::function<void(unsigned int)> cons
 
     Clip clip;
     clip.path = path;
+    clip.seconds = seconds;
     clip.codecName = avcodec_get_name(parameters.codec_id);
     clip.codecType = reader.codecType();
     clip.frameRate = reader.frameRate();
     FramePtr const frame(av_frame_alloc());
     // A frame that cannot be decoded is skipped, as a decoder in a television does.
-    auto const countDecoded = [&] {
-        int received = 0;
-        while (received != AVERROR(EAGAIN) && received != AVERROR_EOF) {
+    auto const count = [&](AVPacket const* packet) {
+        clip.undecodable += avcodec_send_packet(decoder.get(), packet) < 0 ? 1U : 0U;
+        for (int received = 0; received != AVERROR(EAGAIN) && received != AVERROR_EOF;) {
             received = avcodec_receive_frame(decoder.get(), frame.get());
+            if (received == 0 && clip.frames == 0) {
+                clip.coded = {frame->width, frame->height};
+                frame->sample_aspect_ratio = reader.sampleAspect(*frame);
+                FramePtr const turned = filtered({frame.get()}, "[in0]" + reader.turn() + "null");
+                clip.shown = {turned->width, turned->height};
+                clip.sampleAspect = turned->sample_aspect_ratio;
+            }
             if (received == 0) {
-                if (clip.frames == 0) {
-                    clip.width = frame->width;
-                    clip.height = frame->height;
-                }
-                ++clip.frames;
-                onProgress(clip.frames);
+                bool const isMended =
+                    frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+                clip.damaged += isMended ? 1U : 0U;
+                onProgress(++clip.frames);
+            } else if (received != AVERROR(EAGAIN) && received != AVERROR_EOF) {
+                ++clip.undecodable;
             }
         }
     };
     while (PacketPtr const packet = reader.next()) {
-        avcodec_send_packet(decoder.get(), packet.get());
-        countDecoded();
+        count(packet.get());
     }
-    avcodec_send_packet(decoder.get(), nullptr);
-    countDecoded();
+    count(nullptr);
     if (clip.frames == 0) {
         throw UnusableFile(path + ": holds no picture that can be decoded");
     }
