@@ -1,6 +1,6 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
-CLIP ?= examples/television/clips/testsrc.mp4
+CLIP ?= examples/television/clips/balloons.mp4
 INTERLEAVE_BOUND ?= 2
 STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
