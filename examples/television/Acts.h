@@ -5,7 +5,7 @@
 /// The acts of the demo. Each adds to the show's summary, and throws DemoFailure when the library
 /// or the platform does anything but what it is there to show; those that play the clip throw
 /// UnusableFile when no core of the platform takes it. None leaves anything held.
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Decodes every picture of the clip in pixel mode, and saves the last one.
 void playPixels(Show& show);
@@ -28,4 +28,4 @@ void recordClip(Show& show);
 /// Recorders and one encoder core: a live one takes it from another, and keeps it.
 void contendForEncoder(Show& show);
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -6,15 +6,15 @@
 #include <filesystem>
 #include <utility>
 
+#include "fmt/core.h"
+
 extern "C" {
 #include <libavutil/display.h>
 }
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 namespace {
-
-using media::hardware::CodecType;
 
 constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
     {AV_CODEC_ID_H264, CodecType::AVC},
@@ -28,8 +28,6 @@ constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
     {AV_CODEC_ID_VP8, CodecType::VP8},
     {AV_CODEC_ID_VVC, CodecType::VVC},
 }};
-
-constexpr unsigned long long kSecondUs = 1'000'000;
 
 /// The clip is read many times over, and from many places: that takes a file.
 void requireRegularFile(std::string const& path) {
@@ -59,6 +57,16 @@ Size fitInto(Size shape, Size limit) {
         return std::clamp(static_cast<int>(std::lround(length * scale / 2)) * 2, 2, largest & ~1);
     };
     return {even(shape.width, limit.width), even(shape.height, limit.height)};
+}
+
+Size shapeOf(AVFrame const& picture) {
+    AVRational const aspect = picture.sample_aspect_ratio;
+    Size shape{picture.width, picture.height};
+    if (aspect.num > 0 && aspect.den > 0) {
+        av_reduce(&shape.width, &shape.height, std::int64_t{shape.width} * aspect.num,
+                  std::int64_t{shape.height} * aspect.den, 1 << 20);
+    }
+    return {std::max(shape.width, 1), std::max(shape.height, 1)};
 }
 
 std::optional<CodecType> codecTypeOf(AVCodecID id) {
@@ -121,14 +129,18 @@ PacketPtr ClipReader::next() {
         if (packet->stream_index == mStream->index) {
             mLastIsIncomplete = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
             std::int64_t const time = packet->dts != AV_NOPTS_VALUE ? packet->dts : packet->pts;
-            bool const isPastEnd = mSeconds > 0 && sinceStartUs(time) >= mSeconds * kSecondUs;
+            mFirstTime = mFirstTime.value_or(time);
+            bool const isPastEnd =
+                mSeconds > 0 &&
+                av_compare_ts(time - *mFirstTime, mStream->time_base, mSeconds, {1, 1}) >= 0;
             return isPastEnd ? nullptr : std::move(packet);
         }
         av_packet_unref(packet.get());
     }
 }
 
-unsigned long long ClipReader::sinceStartUs(std::int64_t time) const {
+unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
+    std::int64_t const time = frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.dts;
     if (time == AV_NOPTS_VALUE) {
         return 0;
     }
@@ -137,41 +149,27 @@ unsigned long long ClipReader::sinceStartUs(std::int64_t time) const {
     return static_cast<unsigned long long>(std::max<std::int64_t>(us, 0));
 }
 
-unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
-    return sinceStartUs(frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.dts);
-}
-
 int ClipReader::frameRate() const {
     AVRational const rate = av_guess_frame_rate(mFormat.get(), mStream, nullptr);
     return rate.den == 0 ? 0 : static_cast<int>(std::lround(av_q2d(rate)));
 }
 
-AVRational ClipReader::sampleAspect(AVFrame& picture) const {
-    AVRational const aspect = av_guess_sample_aspect_ratio(mFormat.get(), mStream, &picture);
-    return aspect.num > 0 && aspect.den > 0 ? aspect : AVRational{1, 1};
-}
-
-std::string ClipReader::turn() const {
+std::string ClipReader::presentation() const {
+    AVRational const aspect = mStream->sample_aspect_ratio;
+    std::string filters = aspect.num > 0 && aspect.den > 0
+                              ? fmt::format("setsar={}/{},", aspect.num, aspect.den)
+                              : "";
     std::size_t size = 0;
     auto const* const matrix = reinterpret_cast<std::int32_t const*>(
         av_stream_get_side_data(mStream, AV_PKT_DATA_DISPLAYMATRIX, &size));
-    if (matrix == nullptr || size < 9 * sizeof(std::int32_t)) {
-        return "";
+    if (matrix != nullptr && size >= 9 * sizeof(std::int32_t)) {
+        // Entries 0 and 1 say where a step to the right leads, 3 and 4 where one down leads.
+        bool const isSideways = std::abs(matrix[0]) < std::abs(matrix[1]);
+        filters += isSideways ? "transpose=cclock_flip," : "";
+        filters += matrix[isSideways ? 3 : 0] < 0 ? "hflip," : "";
+        filters += matrix[isSideways ? 1 : 4] < 0 ? "vflip," : "";
     }
-    // Entries 0 and 1 say where a step to the right leads, 3 and 4 where one down leads.
-    bool const isSideways = std::abs(matrix[0]) < std::abs(matrix[1]);
-    std::string filters = isSideways ? "transpose=cclock_flip," : "";
-    filters += matrix[isSideways ? 3 : 0] < 0 ? "hflip," : "";
-    filters += matrix[isSideways ? 1 : 4] < 0 ? "vflip," : "";
     return filters;
-}
-
-Size Clip::shapeOf(Size picture) const {
-    int width = 0;
-    int height = 0;
-    av_reduce(&width, &height, std::int64_t{picture.width} * sampleAspect.num,
-              std::int64_t{picture.height} * sampleAspect.den, 1 << 20);
-    return {std::max(width, 1), std::max(height, 1)};
 }
 
 Clip inspectClip(std::string const& path, unsigned int seconds,
@@ -181,10 +179,8 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
     AVCodec const* const codec = avcodec_find_decoder(parameters.codec_id);
     CodecContextPtr const decoder(avcodec_alloc_context3(codec));
     decoder->thread_count = 0;
-    int result = avcodec_parameters_to_context(decoder.get(), &parameters);
-    if (result >= 0) {
-        result = avcodec_open2(decoder.get(), codec, nullptr);
-    }
+    avcodec_parameters_to_context(decoder.get(), &parameters);
+    int result = avcodec_open2(decoder.get(), codec, nullptr);
     if (result < 0) {
         throw UnusableFile(path + ": its video cannot be decoded: " + errorText(result));
     }
@@ -195,37 +191,39 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
     clip.codecName = avcodec_get_name(parameters.codec_id);
     clip.codecType = reader.codecType();
     clip.frameRate = reader.frameRate();
-    FramePtr const frame(av_frame_alloc());
+    FramePtr frame(av_frame_alloc());
+    FramePtr last(av_frame_alloc());
+    std::string const presentation = "[in0]" + reader.presentation() + "null";
     // A frame that cannot be decoded is skipped, as a decoder in a television does.
-    auto const count = [&](AVPacket const* packet) {
-        clip.undecodable += avcodec_send_packet(decoder.get(), packet) < 0 ? 1U : 0U;
-        for (int received = 0; received != AVERROR(EAGAIN) && received != AVERROR_EOF;) {
-            received = avcodec_receive_frame(decoder.get(), frame.get());
-            if (received == 0 && clip.frames == 0) {
+    auto const decode = [&](AVPacket const* packet) {
+        result = avcodec_send_packet(decoder.get(), packet);
+        do {
+            clip.undecodable += result < 0 ? 1U : 0U;
+            result = avcodec_receive_frame(decoder.get(), frame.get());
+            if (result < 0) {
+                continue;
+            }
+            if (clip.frames == 0) {
+                FramePtr const shown = filtered({frame.get()}, presentation);
                 clip.coded = {frame->width, frame->height};
-                frame->sample_aspect_ratio = reader.sampleAspect(*frame);
-                FramePtr const turned = filtered({frame.get()}, "[in0]" + reader.turn() + "null");
-                clip.shown = {turned->width, turned->height};
-                clip.sampleAspect = turned->sample_aspect_ratio;
+                clip.shown = {shown->width, shown->height};
             }
-            if (received == 0) {
-                bool const isMended =
-                    frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
-                clip.damaged += isMended ? 1U : 0U;
-                onProgress(++clip.frames);
-            } else if (received != AVERROR(EAGAIN) && received != AVERROR_EOF) {
-                ++clip.undecodable;
-            }
-        }
+            bool const isFaulty =
+                frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+            clip.faulty += isFaulty ? 1U : 0U;
+            onProgress(++clip.frames);
+            std::swap(frame, last);
+        } while (result != AVERROR(EAGAIN) && result != AVERROR_EOF);
     };
     while (PacketPtr const packet = reader.next()) {
-        count(packet.get());
+        decode(packet.get());
     }
-    count(nullptr);
+    decode(nullptr);
     if (clip.frames == 0) {
         throw UnusableFile(path + ": holds no picture that can be decoded");
     }
+    clip.sampleAspect = filtered({last.get()}, presentation)->sample_aspect_ratio;
     return clip;
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -7,7 +7,7 @@
 #include "Libav.h"
 #include "kvo/media/hardware/CodecType.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// A size in pixels, or the shape of a picture.
 struct Size {
@@ -18,8 +18,11 @@ struct Size {
 /// Returns the largest even size within `limit` that has the shape of `shape`.
 Size fitInto(Size shape, Size limit);
 
+/// Returns the shape in which a picture is to be seen.
+Size shapeOf(AVFrame const& picture);
+
 /// Returns the platform's name for a codec, or nothing when it does not know the codec.
-std::optional<media::hardware::CodecType> codecTypeOf(AVCodecID id);
+std::optional<CodecType> codecTypeOf(AVCodecID id);
 
 /// The video of a file, one coded frame after the other. For one thread at a time.
 class ClipReader {
@@ -35,26 +38,24 @@ public:
     /// Returns the time of a frame that next() returned, in microseconds from the clip's start.
     [[nodiscard]] unsigned long long timestampUs(AVPacket const& frame) const;
 
-    [[nodiscard]] media::hardware::CodecType codecType() const { return mCodecType; }
+    [[nodiscard]] CodecType codecType() const { return mCodecType; }
     /// What libavcodec needs to know before the first frame.
     [[nodiscard]] AVCodecParameters const& parameters() const { return *mStream->codecpar; }
     /// Frames per second, rounded; 0 if unknown.
     [[nodiscard]] int frameRate() const;
-    /// Width to height of a pixel of `picture`, which is not turned yet.
-    [[nodiscard]] AVRational sampleAspect(AVFrame& picture) const;
-    /// The filters, each with a comma behind it, that turn a picture as the file asks for.
-    [[nodiscard]] std::string turn() const;
+    /// The filters, each with a comma behind it, that turn a picture upright and give its pixels
+    /// the shape that the file asks for.
+    [[nodiscard]] std::string presentation() const;
 
 private:
     using FormatPtr = std::unique_ptr<AVFormatContext, FreeByAddress<avformat_close_input>>;
-
-    [[nodiscard]] unsigned long long sinceStartUs(std::int64_t time) const;
 
     std::string const mPath;
     unsigned int const mSeconds;
     FormatPtr mFormat;
     AVStream* mStream = nullptr;  ///< Part of *mFormat.
-    media::hardware::CodecType mCodecType{};
+    CodecType mCodecType{};
+    std::optional<std::int64_t> mFirstTime;  ///< In units of mStream.
     bool mLastIsIncomplete = false;
 };
 
@@ -63,17 +64,14 @@ struct Clip {
     std::string path;
     unsigned int seconds = 0;  ///< What is played of it; 0: all.
     std::string codecName;
-    media::hardware::CodecType codecType{};
+    CodecType codecType{};
     Size coded;                     ///< Of the first picture, as it is coded.
     Size shown;                     ///< As `coded`, but turned as the file asks for.
     AVRational sampleAspect{1, 1};  ///< Width to height of a pixel of `shown`.
     int frameRate = 0;              ///< Per second; 0 if unknown.
     unsigned int frames = 0;        ///< Pictures in what is played.
     unsigned int undecodable = 0;   ///< Coded frames that gave none.
-    unsigned int damaged = 0;       ///< Pictures that libavcodec had to mend.
-
-    /// Returns the shape in which a picture of this size, turned, is to be seen.
-    [[nodiscard]] Size shapeOf(Size picture) const;
+    unsigned int faulty = 0;        ///< Pictures that were decoded with faults.
 };
 
 /// Describes the first `seconds` of a clip, or all of it if that is 0. Its pictures are counted by
@@ -84,4 +82,4 @@ struct Clip {
 Clip inspectClip(std::string const& path, unsigned int seconds,
                  std::function<void(unsigned int)> const& onProgress);
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -5,7 +5,7 @@
 #include "Clip.h"
 #include "Libav.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Writes coded pictures to a clip, in the container that the end of the file's name asks for. For
 /// one thread at a time.
@@ -37,4 +37,4 @@ private:
     std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
 };
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

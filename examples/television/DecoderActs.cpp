@@ -4,12 +4,11 @@
 #include <utility>
 
 #include "Acts.h"
+#include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -19,8 +18,9 @@ constexpr unsigned int kPicturesBeforeTakeover = 25;
 /// Requires that all pictures of a tunnel carried the player's resources and were shown.
 void requireTunnelled(Player const& player, Player::Result const& result) {
     require(player.granted().getInt32(key::kVideoPort, -1) >= 0, "no display port was granted");
-    require(result.wrongStamps == 0, std::to_string(result.wrongStamps) +
-                                         " output buffers did not name port, resource and process");
+    require(result.wrongStamps == 0,
+            fmt::format("{} output buffers did not name port, resource and process",
+                        result.wrongStamps));
     require(result.rendered == result.frames, "not every picture was reported as shown");
 }
 
@@ -64,13 +64,10 @@ void playPixels(Show& show) {
     };
     Player::Result const result = playThrough(show, "1 pixel mode", std::move(settings));
     requireNothingHeld();
-    show.dropped = result.dropped;
-    std::string const path = show.addFile("last-picture.png", "the last picture of the clip");
-    writePng(path, *filtered({show.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
-    show.progress.end("all " + std::to_string(result.frames) + " pictures came" +
-                      (result.dropped == 0
-                           ? ""
-                           : "; " + std::to_string(result.dropped) + " coded frames were dropped"));
+    writePng(show.addFile("last-picture.png", "the last picture of the clip"),
+             *filtered({show.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
+    show.progress.end(fmt::format("all {} pictures came; the decoder dropped {} coded frames",
+                                  result.frames, result.dropped));
 }
 
 void playTunnel(Show& show) {
@@ -121,4 +118,4 @@ void loseCore(Show& show) {
     show.progress.end("the first stopped in mid-stream, the second played to the end");
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -3,12 +3,11 @@
 
 #include "Acts.h"
 #include "Recorder.h"
+#include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -34,8 +33,8 @@ void requireRecorded(std::string const& path, CodecType format, unsigned int pic
         throw DemoFailure(error.what());
     }
     require(clip.codecType == format, path + " is of another codec than was asked for");
-    require(clip.frames == pictures, path + " holds " + std::to_string(clip.frames) +
-                                         " pictures, not " + std::to_string(pictures));
+    require(clip.frames == pictures,
+            fmt::format("{} holds {} pictures, not {}", path, clip.frames, pictures));
 }
 
 void recordAs(Show& show, CodecType format, std::string const& formatName,
@@ -125,4 +124,4 @@ void contendForEncoder(Show& show) {
     show.progress.end("the first lost it to a live one, which the third could not take it from");
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

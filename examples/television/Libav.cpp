@@ -1,8 +1,11 @@
 #include "Libav.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
+
+#include "fmt/core.h"
 
 extern "C" {
 #include <libavfilter/avfilter.h>
@@ -10,7 +13,7 @@ extern "C" {
 #include <libavfilter/buffersrc.h>
 }
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -22,11 +25,9 @@ using FilterPadsPtr = std::unique_ptr<AVFilterInOut, FreeByAddress<avfilter_inou
 
 /// Returns the filter that feeds a graph with this picture, as input `index`.
 std::string inputFilter(AVFrame const& picture, std::size_t index) {
-    std::string const name = "in" + std::to_string(index);
-    return "buffer@" + name + "=" + std::to_string(picture.width) + ":" +
-           std::to_string(picture.height) + ":" + std::to_string(picture.format) +
-           ":1:1:" + std::to_string(picture.sample_aspect_ratio.num) + ":" +
-           std::to_string(picture.sample_aspect_ratio.den) + "[" + name + "];";
+    return fmt::format("buffer@in{0}={1}:{2}:{3}:1:1:{4}:{5}[in{0}];", index, picture.width,
+                       picture.height, picture.format, picture.sample_aspect_ratio.num,
+                       std::max(picture.sample_aspect_ratio.den, 1));
 }
 
 void feed(AVFilterGraph& graph, AVFrame const& picture, std::size_t index) {
@@ -113,4 +114,4 @@ void writePng(std::string const& path, AVFrame const& picture) {
     }
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -12,7 +12,7 @@ extern "C" {
 }
 
 /// What all users of the libav libraries share.
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Deletes an object with a function that takes the address of the pointer to it.
 template <auto kFree>
@@ -62,4 +62,4 @@ FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const
 /// fails.
 void writePng(std::string const& path, AVFrame const& picture);
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

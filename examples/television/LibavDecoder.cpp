@@ -8,18 +8,14 @@
 #include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
-using namespace media::hardware;
 using namespace codec_status;
 
 namespace {
 
 /// Pictures that the caller may hold at once, as many as a small output queue has.
 constexpr std::size_t kMaxLent = 4;
-
-/// Render events that are kept for the caller; older ones are dropped.
-constexpr std::size_t kMaxRenderEvents = 64;
 
 std::uint64_t nowNs() {
     auto const now = std::chrono::steady_clock::now().time_since_epoch();
@@ -34,11 +30,11 @@ std::uint64_t timeOf(AVFrame const& frame) {
 
 }  // namespace
 
-LibavDecoder::LibavDecoder(AVCodecParameters const& parameters, std::string turn,
+LibavDecoder::LibavDecoder(AVCodecParameters const& parameters, std::string presentation,
                            std::shared_ptr<DisplayPorts> ports)
     : VideoDecoderClientWrapper(nullptr),
       mParameters(avcodec_parameters_alloc()),
-      mTurn(std::move(turn)),
+      mPresentation(std::move(presentation)),
       mPorts(std::move(ports)) {
     requireLibav(avcodec_parameters_copy(mParameters.get(), &parameters),
                  "cannot copy codec parameters");
@@ -95,16 +91,11 @@ void LibavDecoder::forgetAll() {
 
 int LibavDecoder::displayPort() const { return mConfiguration.getInt32(key::kVideoPort, -1); }
 
-Return<void> LibavDecoder::flush() {
+/// Makes a call with mMutex held, or fails for it when the decoder does not run.
+template <typename Call>
+auto LibavDecoder::whenRunning(Call call) -> decltype(call()) {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    avcodec_flush_buffers(mCodec.get());
-    mInputEnded = false;
-    mLent.clear();
-    mRenderEvents.clear();
-    return status::kSuccess;
+    return mCodec == nullptr ? decltype(call())(kNotRunning) : call();
 }
 
 // --- Input.
@@ -121,28 +112,24 @@ Return<void> LibavDecoder::writeInputFrame(unsigned int flags, unsigned long lon
     packet->flags = static_cast<int>(flags);
     packet->pts = static_cast<std::int64_t>(timestampUs);
 
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    if (mInputEnded) {
-        return kInvalid;
-    }
-    int const result = avcodec_send_packet(mCodec.get(), packet.get());
-    if (result == AVERROR(EAGAIN)) {
-        return kTryAgain;
-    }
-    mFrameInfo.droppedFrames += result < 0 ? 1U : 0U;
-    return status::kSuccess;
+    return whenRunning([&]() -> Return<void> {
+        if (mInputEnded) {
+            return kInvalid;
+        }
+        int const result = avcodec_send_packet(mCodec.get(), packet.get());
+        if (result == AVERROR(EAGAIN)) {
+            return kTryAgain;
+        }
+        mFrameInfo.droppedFrames += result < 0 ? 1U : 0U;
+        return status::kSuccess;
+    });
 }
 
 Return<void> LibavDecoder::writeInputEndOfStream() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    mInputEnded = true;
-    return status::kSuccess;
+    return whenRunning([&]() -> Return<void> {
+        mInputEnded = true;
+        return status::kSuccess;
+    });
 }
 
 // --- Output.
@@ -165,9 +152,6 @@ int LibavDecoder::receive(AVFrame& picture) {
 
 /// Lends the caller the next picture; the value is its buffer id, -1 at the end of the stream.
 Return<int> LibavDecoder::lendNext(Mode mode) {
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
     if (mMode != mode) {
         return kInvalid;
     }
@@ -184,10 +168,10 @@ Return<int> LibavDecoder::lendNext(Mode mode) {
         return kTryAgain;
     }
     mColors = colorsOf(*picture);
-    if (!mTurn.empty() || picture->format != AV_PIX_FMT_YUV420P) {
+    if (!mPresentation.empty() || picture->format != AV_PIX_FMT_YUV420P) {
         try {
             std::int64_t const time = picture->best_effort_timestamp;
-            picture = filtered({picture.get()}, "[in0]" + mTurn + "format=yuv420p");
+            picture = filtered({picture.get()}, "[in0]" + mPresentation + "format=yuv420p");
             picture->best_effort_timestamp = time;
         } catch (DemoFailure const&) {
             return kInvalid;  // No exception may pass through the library.
@@ -202,93 +186,84 @@ Return<int> LibavDecoder::lendNext(Mode mode) {
 }
 
 Return<PixelInfo> LibavDecoder::dequeuePixelBuffer() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    Return<int> const lent = lendNext(Mode::kPixel);
-    if (lent.status().isError()) {
-        return lent.status();
-    }
-    if (lent.value() < 0) {
-        PixelInfo end;
-        end.endOfStream = 1;
-        return {status::kSuccess, end};
-    }
-    AVFrame const& picture = *mLent[lent.value()];
-    PixelInfo pixel = planarLayout({picture.width, picture.height});
-    pixel.bufferId = lent.value();
-    pixel.timestampUs = timeOf(picture);
-    return {status::kSuccess, std::move(pixel)};
+    return whenRunning([&]() -> Return<PixelInfo> {
+        Return<int> const lent = lendNext(Mode::kPixel);
+        PixelInfo pixel;
+        if (lent.status().isError() || lent.value() < 0) {
+            pixel.endOfStream = 1;
+            return {lent.status(), pixel};
+        }
+        AVFrame const& picture = *mLent[lent.value()];
+        pixel = planarLayout({picture.width, picture.height});
+        pixel.bufferId = lent.value();
+        pixel.timestampUs = timeOf(picture);
+        return {status::kSuccess, pixel};
+    });
 }
 
 Return<void> LibavDecoder::copyFromPixelBuffer(unsigned char* destination, unsigned int length,
                                                PixelInfo& pixel) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    auto const lent = mLent.find(pixel.bufferId);
-    if (mMode != Mode::kPixel || lent == mLent.end()) {
-        return mCodec == nullptr ? kNotRunning : kInvalid;
-    }
-    AVFrame const& picture = *lent->second;
-    if (length < planarLayout({picture.width, picture.height}).length) {
-        return kInvalid;
-    }
-    copyPlanes(picture, destination);
-    return status::kSuccess;
+    return whenRunning([&]() -> Return<void> {
+        auto const lent = mLent.find(pixel.bufferId);
+        if (mMode != Mode::kPixel || lent == mLent.end()) {
+            return kInvalid;
+        }
+        AVFrame const& picture = *lent->second;
+        if (length < planarLayout({picture.width, picture.height}).length) {
+            return kInvalid;
+        }
+        copyPlanes(picture, destination);
+        return status::kSuccess;
+    });
 }
 
 Return<void> LibavDecoder::releasePixelBuffer(PixelInfo const& pixel) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    return mLent.erase(pixel.bufferId) == 1 ? status::kSuccess : kInvalid;
+    return whenRunning([&]() -> Return<void> {
+        return mLent.erase(pixel.bufferId) == 1 ? status::kSuccess : kInvalid;
+    });
 }
 
 Return<BufferInfo> LibavDecoder::dequeueOutputBuffer() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    Return<int> const lent = lendNext(Mode::kTunnel);
-    if (lent.status().isError()) {
-        return lent.status();
-    }
-    BufferInfo buffer;
-    buffer.bufferId = lent.value();
-    if (lent.value() < 0) {
-        buffer.endOfStream = 1;
+    return whenRunning([&]() -> Return<BufferInfo> {
+        Return<int> const lent = lendNext(Mode::kTunnel);
+        BufferInfo buffer;
+        if (lent.status().isError() || lent.value() < 0) {
+            buffer.endOfStream = 1;
+            return {lent.status(), buffer};
+        }
+        AVFrame const& picture = *mLent[lent.value()];
+        buffer.bufferId = lent.value();
+        buffer.width = picture.width;
+        buffer.height = picture.height;
+        buffer.timestampUs = timeOf(picture);
         return {status::kSuccess, buffer};
-    }
-    AVFrame const& picture = *mLent[lent.value()];
-    buffer.width = picture.width;
-    buffer.height = picture.height;
-    buffer.timestampUs = timeOf(picture);
-    return {status::kSuccess, buffer};
+    });
 }
 
 Return<void> LibavDecoder::releaseOutputBuffer(BufferInfo const& buffer) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    auto const lent = mLent.find(buffer.bufferId);
-    if (mMode != Mode::kTunnel || lent == mLent.end()) {
-        return kInvalid;
-    }
-    if (mPorts != nullptr) {
-        mPorts->show(displayPort(), std::move(lent->second));
-    }
-    mLent.erase(lent);
-    if (mRenderEvents.size() == kMaxRenderEvents) {
-        mRenderEvents.pop_front();
-    }
-    mRenderEvents.push_back({buffer.timestampUs, nowNs()});
-    return status::kSuccess;
+    return whenRunning([&]() -> Return<void> {
+        auto const lent = mLent.find(buffer.bufferId);
+        if (mMode != Mode::kTunnel || lent == mLent.end()) {
+            return kInvalid;
+        }
+        if (mPorts != nullptr) {
+            mPorts->show(displayPort(), std::move(lent->second));
+        }
+        mLent.erase(lent);
+        mRenderEvents.push_back({buffer.timestampUs, nowNs()});
+        return status::kSuccess;
+    });
 }
 
 Return<RenderEvent> LibavDecoder::dequeueRenderEvent() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mRenderEvents.empty()) {
-        return mCodec == nullptr ? kNotRunning : kTryAgain;
-    }
-    RenderEvent const event = mRenderEvents.front();
-    mRenderEvents.pop_front();
-    return {status::kSuccess, event};
+    return whenRunning([&]() -> Return<RenderEvent> {
+        if (mRenderEvents.empty()) {
+            return kTryAgain;
+        }
+        RenderEvent const event = mRenderEvents.front();
+        mRenderEvents.pop_front();
+        return {status::kSuccess, event};
+    });
 }
 
 // --- State.
@@ -299,16 +274,13 @@ Return<FrameInfo> LibavDecoder::getFrameInfo() {
 }
 
 Return<ColorAspect> LibavDecoder::getColorAspect() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    return {mCodec == nullptr ? kNotRunning : status::kSuccess, mColors};
+    return whenRunning([&]() -> Return<ColorAspect> { return {status::kSuccess, mColors}; });
 }
 
 Return<Configuration> LibavDecoder::getConfiguration() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    return {status::kSuccess, mConfiguration};
+    return whenRunning([&]() -> Return<Configuration> {
+        return {status::kSuccess, mConfiguration};
+    });
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

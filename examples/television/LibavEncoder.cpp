@@ -12,9 +12,8 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
-using namespace media::hardware;
 using namespace codec_status;
 
 namespace {
@@ -33,18 +32,25 @@ constexpr char kVp8Options[] = "deadline=realtime:cpu-used=4:lag-in-frames=0";
 
 }  // namespace
 
+/// Makes a call with mMutex held, or fails for it before a configuration and after a release.
+template <typename Call>
+auto LibavEncoder::whenConfigured(Call call) -> decltype(call()) {
+    std::lock_guard<std::mutex> const lock(mMutex);
+    return mConfigured ? call() : decltype(call())(kNotRunning);
+}
+
 Return<void> LibavEncoder::configure(Configuration const& config) {
     std::lock_guard<std::mutex> const lock(mMutex);
     mConfiguration = config;
     mColors = {};
-    return open();
+    mCoded.clear();
+    Status const opened = open();  // Only to see whether the configuration will do.
+    mCodec.reset();
+    mConfigured = !opened.isError();
+    return opened;
 }
 
 Status LibavEncoder::open() {
-    mCodec.reset();
-    mCoded.clear();
-    mHasInput = false;
-
     auto const format = static_cast<CodecType>(mConfiguration.getInt32(key::kOutFormat, 0));
     bool const isAvc = format == CodecType::AVC;
     AVCodec const* const codec = avcodec_find_encoder_by_name(isAvc ? "libx264" : "libvpx");
@@ -75,46 +81,42 @@ Status LibavEncoder::open() {
 
 Return<void> LibavEncoder::release() {
     std::lock_guard<std::mutex> const lock(mMutex);
+    mConfigured = false;
     mCodec.reset();
     mCoded.clear();
     return status::kSuccess;
 }
 
-Return<void> LibavEncoder::flush() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    mCoded.clear();
-    return mCodec == nullptr ? kNotRunning : status::kSuccess;
-}
-
 Return<void> LibavEncoder::writeColorAspect(ColorAspect const& aspect) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr || mHasInput) {
-        return mCodec == nullptr ? kNotRunning : kInvalid;
-    }
-    mColors = aspect;
-    return open();
+    return whenConfigured([&]() -> Return<void> {
+        if (mCodec != nullptr) {
+            return kInvalid;
+        }
+        mColors = aspect;
+        return status::kSuccess;
+    });
 }
 
 Return<void> LibavEncoder::writeInputFrame(unsigned long long timestampUs,
                                            unsigned char const* data, unsigned int length) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    PixelInfo const layout = planarLayout({mCodec->width, mCodec->height});
-    if (length != layout.length) {
-        return kInvalid;
-    }
-    if (mCoded.size() >= kMaxCoded) {
-        return kTryAgain;
-    }
-    FramePtr const frame(av_frame_alloc());
-    // libavcodec copies what it keeps of a frame that does not own its bytes.
-    showPlanes(*frame, const_cast<unsigned char*>(data), layout);
-    setColors(*frame, mColors);
-    frame->pts = static_cast<std::int64_t>(timestampUs);
-    mHasInput = true;
-    return encode(*frame);
+    return whenConfigured([&]() -> Return<void> {
+        if (mCodec == nullptr && open().isError()) {
+            return kInvalid;
+        }
+        PixelInfo const layout = planarLayout({mCodec->width, mCodec->height});
+        if (length != layout.length) {
+            return kInvalid;
+        }
+        if (mCoded.size() >= kMaxCoded) {
+            return kTryAgain;
+        }
+        FramePtr const frame(av_frame_alloc());
+        // libavcodec copies what it keeps of a frame that does not own its bytes.
+        showPlanes(*frame, const_cast<unsigned char*>(data), layout);
+        setColors(*frame, mColors);
+        frame->pts = static_cast<std::int64_t>(timestampUs);
+        return encode(*frame);
+    });
 }
 
 Status LibavEncoder::encode(AVFrame const& frame) {
@@ -133,31 +135,27 @@ Status LibavEncoder::encode(AVFrame const& frame) {
 
 Return<int> LibavEncoder::readOutputFrame(unsigned long long* timestampUs, unsigned char* data,
                                           unsigned int* length, PicType* type) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    if (mCoded.empty()) {
-        return kTryAgain;
-    }
-    AVPacket const& packet = *mCoded.front();
-    if (static_cast<unsigned int>(packet.size) > *length) {
-        return kInvalid;
-    }
-    *timestampUs = static_cast<unsigned long long>(packet.pts);
-    *length = static_cast<unsigned int>(packet.size);
-    *type = (packet.flags & AV_PKT_FLAG_KEY) != 0 ? PicType::I : PicType::P;
-    std::memcpy(data, packet.data, *length);
-    mCoded.pop_front();
-    return status::kSuccess;
+    return whenConfigured([&]() -> Return<int> {
+        if (mCoded.empty()) {
+            return kTryAgain;
+        }
+        AVPacket const& packet = *mCoded.front();
+        if (static_cast<unsigned int>(packet.size) > *length) {
+            return kInvalid;
+        }
+        *timestampUs = static_cast<unsigned long long>(packet.pts);
+        *length = static_cast<unsigned int>(packet.size);
+        *type = (packet.flags & AV_PKT_FLAG_KEY) != 0 ? PicType::I : PicType::P;
+        std::memcpy(data, packet.data, *length);
+        mCoded.pop_front();
+        return status::kSuccess;
+    });
 }
 
 Return<Configuration> LibavEncoder::getConfiguration() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    if (mCodec == nullptr) {
-        return kNotRunning;
-    }
-    return {status::kSuccess, mConfiguration};
+    return whenConfigured([&]() -> Return<Configuration> {
+        return {status::kSuccess, mConfiguration};
+    });
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

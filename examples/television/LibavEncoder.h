@@ -7,7 +7,7 @@
 #include "Libav.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// An encoder over libavcodec, for AVC and VP8, in the place of the codec hardware. Like that it
 /// keeps no picture back: each gives one coded picture at once. What it does without is refused by
@@ -15,38 +15,37 @@ namespace kvo::demo {
 ///
 /// Every operation may be called from any thread at any time, as with LibavDecoder. A picture lies
 /// in memory as planarLayout() says. A coded AVC stream carries its parameter sets itself.
-class LibavEncoder final : public media::hardware::VideoEncoderClientWrapper {
+class LibavEncoder final : public VideoEncoderClientWrapper {
 public:
     LibavEncoder() : VideoEncoderClientWrapper(nullptr) {}
 
-    media::hardware::Return<void> configure(media::hardware::Configuration const& config) override;
-    media::hardware::Return<void> release() override;
-    media::hardware::Return<void> flush() override;
+    Return<void> configure(Configuration const& config) override;
+    Return<void> release() override;
 
     /// Comes before the first picture, if at all.
-    media::hardware::Return<void> writeColorAspect(
-        media::hardware::ColorAspect const& aspect) override;
-    media::hardware::Return<void> writeInputFrame(unsigned long long timestampUs,
-                                                  unsigned char const* data,
-                                                  unsigned int length) override;
+    Return<void> writeColorAspect(ColorAspect const& aspect) override;
+    Return<void> writeInputFrame(unsigned long long timestampUs, unsigned char const* data,
+                                 unsigned int length) override;
     /// The type is I for a picture from which decoding can start, else P.
-    media::hardware::Return<int> readOutputFrame(unsigned long long* timestampUs,
-                                                 unsigned char* data, unsigned int* length,
-                                                 media::hardware::PicType* type) override;
+    Return<int> readOutputFrame(unsigned long long* timestampUs, unsigned char* data,
+                                unsigned int* length, PicType* type) override;
 
-    media::hardware::Return<media::hardware::Configuration> getConfiguration() override;
+    Return<Configuration> getConfiguration() override;
 
 private:
-    // mMutex is held in these.
-    media::hardware::Status open();
-    media::hardware::Status encode(AVFrame const& frame);
+    template <typename Call>
+    auto whenConfigured(Call call) -> decltype(call());
 
-    std::mutex mMutex;       ///< Guards all that follows.
-    CodecContextPtr mCodec;  ///< Null unless running.
-    media::hardware::Configuration mConfiguration;
-    media::hardware::ColorAspect mColors;
-    bool mHasInput = false;        ///< A picture came since the configuration.
+    // mMutex is held in these.
+    Status open();
+    Status encode(AVFrame const& frame);
+
+    std::mutex mMutex;  ///< Guards all that follows.
+    bool mConfigured = false;
+    CodecContextPtr mCodec;  ///< Null before the first picture.
+    Configuration mConfiguration;
+    ColorAspect mColors;
     std::deque<PacketPtr> mCoded;  ///< Pictures that the caller has not read.
 };
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-namespace kvo::demo {
+#include "fmt/core.h"
+
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -14,35 +16,26 @@ constexpr int kFrame = 36;
 constexpr int kCaption = 96;  ///< The part below the panel.
 constexpr int kOutline = 6;
 
-/// Returns numbers as the filters take them.
-std::string joined(std::vector<int> const& numbers) {
-    std::string text;
-    for (int const number : numbers) {
-        text += (text.empty() ? "" : ":") + std::to_string(number);
-    }
-    return text;
-}
-
 /// Returns a filter that fills a rectangle of the panel, and `margin` pixels around it.
-std::string box(Window const& window, int margin, std::string const& color) {
-    return ",drawbox=" +
-           joined({kFrame + window.x - margin, kFrame + window.y - margin,
-                   window.width + 2 * margin, window.height + 2 * margin}) +
-           ":" + color + ":fill";
+std::string box(Window const& window, int margin, char const* color) {
+    return fmt::format(",drawbox={}:{}:{}:{}:{}:fill", kFrame + window.x - margin,
+                       kFrame + window.y - margin, window.width + 2 * margin,
+                       window.height + 2 * margin, color);
 }
 
 /// The menu is blue, so that black is seen to be black.
 std::string emptyPanel(host::Panel const& panel) {
-    return "gradients=size=" + std::to_string(panel.width) + "x" + std::to_string(panel.height) +
-           ":nb_colors=2:c0=0x4a6fa5:c1=0x16203a:x0=0:y0=0:x1=" + std::to_string(panel.width) +
-           ":y1=" + std::to_string(panel.height) + ",format=gbrp,pad=" +
-           joined({panel.width + 2 * kFrame, panel.height + kFrame + kCaption, kFrame, kFrame}) +
-           ":0x202020";
+    return fmt::format(
+        "gradients=seed=7:size={0}x{1}:nb_colors=2:c0=0x4a6fa5:c1=0x16203a:x0=0:y0=0:x1={0}:y1={1},"
+        "format=gbrp,pad=iw+{2}:ih+{3}:{4}:{4}:0x202020",
+        panel.width, panel.height, 2 * kFrame, kFrame + kCaption, kFrame);
 }
 
 std::string captionText(host::Panel const& panel, std::string const& caption) {
-    return ",drawtext=font=DejaVu Sans:fontsize=40:fontcolor=white:expansion=none:x=(w-tw)/2:y=" +
-           std::to_string(panel.height + kFrame + kCaption / 4) + ":text='" + caption + "'";
+    return fmt::format(
+        ",drawtext=font=DejaVu Sans:fontsize=40:fontcolor=white:expansion=none:text='{}'"
+        ":x=(w-tw)/2:y={}",
+        caption, panel.height + kFrame + kCaption / 4);
 }
 
 FramePtr stillFrame(host::ShownPicture const& still) {
@@ -77,10 +70,10 @@ Window inputOf(host::ScalerChannel const& channel, AVFrame const& picture) {
 /// content.
 std::string windowContent(host::ScalerChannel const& channel, AVFrame const& picture) {
     Window const input = inputOf(channel, picture);
-    return "scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop=" +
-           joined({input.width, input.height, input.x, input.y}) +
-           ",scale=" + joined({channel.output.width, channel.output.height}) +
-           ":flags=bicubic+accurate_rnd,setsar=1";
+    return fmt::format(
+        "scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop={}:{}:{}:{},"
+        "scale={}:{}:flags=bicubic+accurate_rnd,setsar=1",
+        input.width, input.height, input.x, input.y, channel.output.width, channel.output.height);
 }
 
 }  // namespace
@@ -92,11 +85,9 @@ FramePtr drawPanel(DisplayPorts& ports, Window const& place, std::string const& 
         emptyPanel(panel) + box(place, kOutline, "0xffc040") + box(place, 0, "black");
     // Lays a picture, after filters of its own, on what is drawn so far.
     auto const lay = [&](FramePtr picture, std::string const& content, int x, int y) {
-        std::string const number = std::to_string(pictures.size());
-        filters += "[below" + number + "];[in" + number + "]" + content + "[above" + number +
-                   "];[below" + number + "][above" + number +
-                   "]overlay=format=gbrp:x=" + std::to_string(kFrame + x) +
-                   ":y=" + std::to_string(kFrame + y);
+        filters += fmt::format(
+            "[below{0}];[in{0}]{1}[above{0}];[below{0}][above{0}]overlay=format=gbrp:x={2}:y={3}",
+            pictures.size(), content, kFrame + x, kFrame + y);
         pictures.push_back(std::move(picture));
     };
     auto const still = host::videoOutput().picture;
@@ -123,4 +114,4 @@ FramePtr drawPanel(DisplayPorts& ports, Window const& place, std::string const& 
     return filtered(inputs, filters + captionText(panel, caption));
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

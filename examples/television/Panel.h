@@ -6,7 +6,7 @@
 #include "Libav.h"
 #include "host/HostPlatform.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Returns what a viewer sees on the host platform's panel, with a frame around it and `caption`
 /// below, which has no colon and no quotes: the menu, in it the black and outlined `place` that the
@@ -16,4 +16,4 @@ namespace kvo::demo {
 FramePtr drawPanel(DisplayPorts& ports, host::ScalerChannel::Window const& place,
                    std::string const& caption);
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

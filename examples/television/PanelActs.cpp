@@ -3,14 +3,13 @@
 
 #include "Acts.h"
 #include "Panel.h"
+#include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
 #include "tvhw/VideoScalerClientTvhwImpl.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -56,19 +55,16 @@ Window letterboxed(Size shape, Window const& place) {
 }
 
 std::string windowText(Window const& window) {
-    return sizeText({window.width, window.height}) + " at " + std::to_string(window.x) + "," +
-           std::to_string(window.y);
+    return fmt::format("{}x{} at {},{}", window.width, window.height, window.x, window.y);
 }
 
 /// Requires that the window is shown or blank, and shows this port in this place of the panel.
 void requireWindow(int port, bool blank, Window const& place) {
     host::ScalerChannel const channel = host::scalerChannel(kChannel);
-    Window const& is = channel.output;
     require(channel.source && channel.source->port == port, "the scaler shows another port");
     require(channel.blank == blank, blank ? "the window is not blank" : "the window is blank");
-    require(
-        is.x == place.x && is.y == place.y && is.width == place.width && is.height == place.height,
-        "the window is " + windowText(is) + ", not " + windowText(place));
+    std::string const is = windowText(channel.output);
+    require(is == windowText(place), "the window is " + is + ", not " + windowText(place));
 }
 
 /// The television's program: a window of the panel, and the ports whose pictures it shows.
@@ -93,7 +89,7 @@ public:
         FramePtr const picture = mPorts->picture(mLayer.port);
         require(picture != nullptr, "the port has no picture");
         Size const size{picture->width, picture->height};
-        Window const window = letterboxed(mShow.clip.shapeOf(size), place);
+        Window const window = letterboxed(shapeOf(*picture), place);
         mLayer.inputRegion = mLayer.adaptive != 0 ? regionOf(adaptivePart, kScreen)
                                                   : regionOf({0, 0, size.width, size.height}, size);
         mLayer.outputRegion = regionOf(window, kScreen);
@@ -182,13 +178,11 @@ void showStill(Show& show) {
         playPixels(show);
     }
     show.progress.begin("5 still");
-    Size const shape = show.clip.shapeOf({show.lastPicture->width, show.lastPicture->height});
-    Size const size = fitInto(shape, kPanel);
+    Size const size = fitInto(shapeOf(*show.lastPicture), kPanel);
     FramePtr const pixels =
         filtered({show.lastPicture.get()},
-                 "[in0]scale=" + std::to_string(size.width) + ":" + std::to_string(size.height) +
-                     ",setsar=1,format=rgb24,pad=" + std::to_string(kPanel.width) + ":" +
-                     std::to_string(kPanel.height) + ":-1:-1,format=rgb0");
+                 fmt::format("[in0]scale={}:{},setsar=1,format=rgb24,pad={}:{}:-1:-1,format=rgb0",
+                             size.width, size.height, kPanel.width, kPanel.height));
     auto const length =
         static_cast<std::size_t>(pixels->linesize[0]) * static_cast<std::size_t>(pixels->height);
     std::uint32_t const handle = host::registerMemory(
@@ -220,4 +214,4 @@ void showStill(Show& show) {
     show.progress.end("shown, and closed");
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

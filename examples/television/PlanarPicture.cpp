@@ -4,10 +4,7 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
-namespace kvo::demo {
-
-using media::hardware::ColorAspect;
-using media::hardware::PixelInfo;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -54,4 +51,4 @@ ColorAspect colorsOf(AVFrame const& picture) {
             picture.color_range == AVCOL_RANGE_JPEG ? 1 : 0};
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

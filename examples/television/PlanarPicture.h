@@ -6,28 +6,28 @@
 #include "kvo/media/hardware/PixelInfo.h"
 
 /// Pictures as the codecs exchange them with their callers: planar YUV 4:2:0, 8 bits a sample.
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Returns how a picture of this size lies in memory; only the size, the planes and the length are
 /// filled in.
-media::hardware::PixelInfo planarLayout(Size size);
+PixelInfo planarLayout(Size size);
 
 /// Copies a picture to `destination`, as planarLayout() says.
 void copyPlanes(AVFrame const& picture, unsigned char* destination);
 
 /// Lets `frame` refer to the picture at `bytes`, which must outlive it.
-void showPlanes(AVFrame& frame, unsigned char* bytes, media::hardware::PixelInfo const& info);
+void showPlanes(AVFrame& frame, unsigned char* bytes, PixelInfo const& info);
 
 /// Returns the colours of a picture.
-media::hardware::ColorAspect colorsOf(AVFrame const& picture);
+ColorAspect colorsOf(AVFrame const& picture);
 
 /// Gives a frame or a codec these colours.
 template <typename Described>
-void setColors(Described& described, media::hardware::ColorAspect const& colors) {
+void setColors(Described& described, ColorAspect const& colors) {
     described.color_primaries = static_cast<AVColorPrimaries>(colors.primaries);
     described.color_trc = static_cast<AVColorTransferCharacteristic>(colors.transfer);
     described.colorspace = static_cast<AVColorSpace>(colors.matrix);
     described.color_range = colors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

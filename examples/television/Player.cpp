@@ -9,9 +9,7 @@
 #include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -23,7 +21,8 @@ constexpr std::chrono::milliseconds kProgressEvery{100};
 
 std::shared_ptr<LibavDecoder> makeDecoder(Clip const& clip, std::shared_ptr<DisplayPorts> ports) {
     ClipReader const reader(clip.path, clip.seconds);
-    return std::make_shared<LibavDecoder>(reader.parameters(), reader.turn(), std::move(ports));
+    return std::make_shared<LibavDecoder>(reader.parameters(), reader.presentation(),
+                                          std::move(ports));
 }
 
 }  // namespace
@@ -226,4 +225,4 @@ void Player::countPicture(Size size) {
     mChanged.notify_all();
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -11,7 +11,7 @@
 #include "DisplayPorts.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Plays a clip through a decoder wrapper: one thread feeds coded frames, another drains pictures.
 /// All operations are for the thread that constructs the player.
@@ -30,18 +30,18 @@ public:
         std::shared_ptr<DisplayPorts> ports;  ///< Where the pictures of tunnel mode go.
         /// Gets every picture of pixel mode, on the drain thread; its pts are microseconds. An
         /// error stops the player.
-        std::function<media::hardware::Status(AVFrame const&)> sink;
+        std::function<Status(AVFrame const&)> sink;
     };
 
     /// What is known of a player's work.
     struct Result {
         unsigned int frames = 0;
         Size size;  ///< Of the last picture.
-        media::hardware::Status feed;
-        media::hardware::Status drain;  ///< That of the sink if it stopped the player.
-        unsigned int wrongStamps = 0;   ///< Output buffers with another's port, id or process.
-        unsigned int rendered = 0;      ///< Pictures reported as shown.
-        unsigned int dropped = 0;       ///< Coded frames that the decoder made nothing of.
+        Status feed;
+        Status drain;                  ///< That of the sink if it stopped the player.
+        unsigned int wrongStamps = 0;  ///< Output buffers with another's port, id or process.
+        unsigned int rendered = 0;     ///< Pictures reported as shown.
+        unsigned int dropped = 0;      ///< Coded frames that the decoder made nothing of.
     };
 
     Player(Clip const& clip, Settings settings);
@@ -49,7 +49,7 @@ public:
     ~Player();
 
     /// Acquires the resources and configures the decoder. Returns the wrapper's status.
-    media::hardware::Status configure();
+    Status configure();
 
     /// Starts the threads, after configure() succeeded.
     void start();
@@ -62,16 +62,16 @@ public:
     Result finish(std::function<void(unsigned int)> const& onProgress);
 
     /// What the decoder was configured with, the granted resources among it.
-    [[nodiscard]] media::hardware::Configuration const& granted() const { return mGranted; }
+    [[nodiscard]] Configuration const& granted() const { return mGranted; }
 
     /// The decoder, for calls of the caller's own.
-    media::hardware::VideoDecoderClientWrapperResource& decoder() { return mDecoder; }
+    VideoDecoderClientWrapperResource& decoder() { return mDecoder; }
 
 private:
-    void run(media::hardware::Status (Player::*work)(), media::hardware::Status Result::*result);
-    media::hardware::Status feed();
-    media::hardware::Status drainPixels();
-    media::hardware::Status drainTunnel();
+    void run(Status (Player::*work)(), Status Result::*result);
+    Status feed();
+    Status drainPixels();
+    Status drainTunnel();
     void countPicture(Size size);
     void stop();
 
@@ -80,8 +80,8 @@ private:
 
     Clip const mClip;
     Settings const mSettings;
-    media::hardware::VideoDecoderClientWrapperResource mDecoder;
-    media::hardware::Configuration mGranted;
+    VideoDecoderClientWrapperResource mDecoder;
+    Configuration mGranted;
     std::thread mFeedThread;
     std::thread mDrainThread;
 
@@ -94,4 +94,4 @@ private:
     std::exception_ptr mFailure;
 };
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

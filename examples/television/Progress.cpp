@@ -2,12 +2,13 @@
 
 #include <unistd.h>
 
-#include <iostream>
+#include <cstdio>
 #include <utility>
 
 #include "Libav.h"
+#include "fmt/core.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -22,17 +23,14 @@ Progress::Progress() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
 
 Progress::~Progress() {
     if (mLineIsOpen) {
-        std::cout << std::endl;
+        std::putchar('\n');
     }
 }
 
 void Progress::begin(std::string step) {
     mStep = std::move(step);
     mBegan = mPrinted = Clock::now();
-    if (mIsTerminal) {
-        std::cout << kBeginOfLine << mStep << " ..." << std::flush;
-        mLineIsOpen = true;
-    }
+    redraw(mStep + " ...");
 }
 
 void Progress::update(unsigned int pictures, unsigned int total) {
@@ -41,18 +39,26 @@ void Progress::update(unsigned int pictures, unsigned int total) {
         return;
     }
     mPrinted = now;
-    std::string text = mStep + ": " + std::to_string(pictures);
-    text += total == 0 ? "" : " of " + std::to_string(total);
-    text += " pictures";
+    std::string const of = total == 0 ? "" : fmt::format(" of {}", total);
+    std::string const text = fmt::format("{}: {}{} pictures", mStep, pictures, of);
     if (mIsTerminal) {
-        std::cout << kBeginOfLine << text << std::flush;
+        redraw(text);
     } else {
-        std::cout << text << std::endl;
+        fmt::print("{}\n", text);
+        std::fflush(stdout);
+    }
+}
+
+void Progress::redraw(std::string const& text) {
+    if (mIsTerminal) {
+        fmt::print("{}{}", kBeginOfLine, text);
+        std::fflush(stdout);
+        mLineIsOpen = true;
     }
 }
 
 void Progress::end(std::string const& outcome) {
-    std::cout << (mLineIsOpen ? kBeginOfLine : "") << mStep << ": " << outcome << std::endl;
+    fmt::print("{}{}: {}\n", mLineIsOpen ? kBeginOfLine : "", mStep, outcome);
     mLineIsOpen = false;
     requirePrinted();
 }
@@ -61,6 +67,9 @@ double Progress::seconds() const {
     return std::chrono::duration<double>(Clock::now() - mBegan).count();
 }
 
-void requirePrinted() { require(!std::cout.flush().fail(), "cannot write to standard output"); }
+void requirePrinted() {
+    require(std::fflush(stdout) == 0 && std::ferror(stdout) == 0,
+            "cannot write to standard output");
+}
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

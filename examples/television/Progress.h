@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// The line on standard output that tells how far the demo is: redrawn on a terminal, elsewhere
 /// printed now and then. For one thread.
@@ -34,6 +34,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    void redraw(std::string const& text);
+
     bool const mIsTerminal;
     bool mLineIsOpen = false;
     std::string mStep;
@@ -44,4 +46,4 @@ private:
 /// Throws DemoFailure unless all that was printed on standard output has arrived there.
 void requirePrinted();
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

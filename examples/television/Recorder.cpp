@@ -5,11 +5,10 @@
 
 #include "LibavEncoder.h"
 #include "PlanarPicture.h"
+#include "fmt/core.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
@@ -60,8 +59,8 @@ void Recorder::closeFile() {
 /// Gives the encoder a picture; one of another size than the recording's is scaled.
 Status Recorder::record(AVFrame const& picture) {
     if (picture.width != mSize.width || picture.height != mSize.height) {
-        std::string const size = std::to_string(mSize.width) + ":" + std::to_string(mSize.height);
-        FramePtr const scaled = filtered({&picture}, "[in0]scale=" + size + ",format=yuv420p");
+        FramePtr const scaled = filtered(
+            {&picture}, fmt::format("[in0]scale={}:{},format=yuv420p", mSize.width, mSize.height));
         scaled->pts = picture.pts;
         return record(*scaled);
     }
@@ -108,4 +107,4 @@ Status Recorder::readCoded() {
     }
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

@@ -8,7 +8,7 @@
 #include "Player.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// Plays a clip in pixel mode and encodes its pictures through an encoder wrapper. The encoding
 /// runs on the player's drain thread. All operations are for the thread that constructs the
@@ -16,17 +16,17 @@ namespace kvo::demo {
 class Recorder {
 public:
     struct Settings {
-        media::hardware::CodecType format = media::hardware::CodecType::AVC;  ///< AVC or VP8.
-        std::string path;        ///< Of the recording; empty: it is thrown away.
-        unsigned int limit = 0;  ///< Pictures that are recorded; 0: all.
-        bool loop = false;       ///< Plays the clip again and again.
-        bool isLive = false;     ///< The encoder keeps its core.
+        CodecType format = CodecType::AVC;  ///< AVC or VP8.
+        std::string path;                   ///< Of the recording; empty: it is thrown away.
+        unsigned int limit = 0;             ///< Pictures that are recorded; 0: all.
+        bool loop = false;                  ///< Plays the clip again and again.
+        bool isLive = false;                ///< The encoder keeps its core.
     };
 
     Recorder(Clip const& clip, Settings settings);
 
     /// Acquires an encoder core and configures the encoder. Returns the wrapper's status.
-    media::hardware::Status configure();
+    Status configure();
 
     /// Starts to play and record, after configure() succeeded. Throws DemoFailure when the player
     /// cannot be configured.
@@ -39,20 +39,20 @@ public:
     Player& player() { return mPlayer; }
 
     /// The encoder, for calls of the caller's own.
-    media::hardware::VideoEncoderClientWrapperResource& encoder() { return mEncoder; }
+    VideoEncoderClientWrapperResource& encoder() { return mEncoder; }
 
     /// Of the recording.
     [[nodiscard]] Size size() const { return mSize; }
 
 private:
-    media::hardware::Status record(AVFrame const& picture);
-    media::hardware::Status begin(AVFrame const& picture);
-    media::hardware::Status readCoded();
+    Status record(AVFrame const& picture);
+    Status begin(AVFrame const& picture);
+    Status readCoded();
 
     Settings const mSettings;
     Size const mSize;
     int const mFrameRate;
-    media::hardware::VideoEncoderClientWrapperResource mEncoder;
+    VideoEncoderClientWrapperResource mEncoder;
 
     // Used by the drain thread while the player runs.
     std::optional<ClipWriter> mFile;
@@ -63,4 +63,4 @@ private:
     Player mPlayer;  ///< Last, since its thread uses all of the above.
 };
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

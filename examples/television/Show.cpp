@@ -1,35 +1,19 @@
 #include "Show.h"
 
-#include <algorithm>
-#include <iomanip>
-#include <iostream>
-#include <sstream>
 #include <utility>
 
+#include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::demo {
-
-using namespace media::hardware;
+namespace kvo::media::hardware::demo {
 
 namespace {
 
-/// Left-aligned, but for the numbers of pictures; the last column takes what it needs.
-constexpr std::array<int, 7> kColumnWidths{-16, 8, -9, -13, -4, 7, 0};
-
 void printRow(Row const& row) {
-    for (Row::size_type column = 0; column < row.size(); ++column) {
-        int const width = kColumnWidths[column];
-        std::cout << (width < 0 ? std::left : std::right) << std::setw(std::abs(width))
-                  << row[column] << (column + 1 < row.size() ? "  " : "\n");
-    }
-}
-
-std::string secondsText(double seconds) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << seconds << " s";
-    return text.str();
+    auto const& [act, pictures, size, core, port, time, answers] = row;
+    fmt::print("{:16}  {:>8}  {:9}  {:13}  {:4}  {:>7}  {}\n", act, pictures, size, core, port,
+               time, answers);
 }
 
 }  // namespace
@@ -43,27 +27,24 @@ std::string Show::addFile(std::string const& name, std::string content) {
 void Show::addRow(std::string act, unsigned int pictures, Size size, std::string core,
                   std::string port, double seconds) {
     rows.push_back({std::move(act), std::to_string(pictures), sizeText(size), std::move(core),
-                    std::move(port), secondsText(seconds), "as expected"});
+                    std::move(port), fmt::format("{:.2f} s", seconds), "as expected"});
 }
 
 void Show::addRow(std::string act, Player const& player, Player::Result const& result,
                   double seconds) {
     Configuration const& granted = player.granted();
     std::int32_t const port = granted.getInt32(key::kVideoPort, -1);
-    addRow(
-        std::move(act), result.frames, result.size,
-        std::to_string(granted.getInt32(key::kResourceCoreType, 0)) + " " +
-            sizeText({granted.getInt32(key::kMaxWidth, -1), granted.getInt32(key::kMaxHeight, -1)}),
-        port < 0 ? "none" : std::to_string(port), seconds);
+    Size const largest{granted.getInt32(key::kMaxWidth, -1), granted.getInt32(key::kMaxHeight, -1)};
+    addRow(std::move(act), result.frames, result.size,
+           fmt::format("{} {}", granted.getInt32(key::kResourceCoreType, 0), sizeText(largest)),
+           port < 0 ? "none" : std::to_string(port), seconds);
 }
 
-std::string sizeText(Size size) {
-    return std::to_string(size.width) + "x" + std::to_string(size.height);
-}
+std::string sizeText(Size size) { return fmt::format("{}x{}", size.width, size.height); }
 
 void expect(std::string const& call, Status answer, int expected) {
-    require(answer.code() == expected, call + " answered " + std::to_string(answer.code()) +
-                                           ", not " + std::to_string(expected));
+    require(answer.code() == expected,
+            fmt::format("{} answered {}, not {}", call, answer.code(), expected));
 }
 
 void requireNothingHeld() {
@@ -73,8 +54,9 @@ void requireNothingHeld() {
 void configure(Show const& show, Player& player) {
     Status const configured = player.configure();
     if (configured.code() == status::kResourceFailed.code()) {
-        throw UnusableFile(show.clip.path + ": no decoder core of the platform takes " +
-                           show.clip.codecName + " pictures of " + sizeText(show.clip.coded));
+        throw UnusableFile(fmt::format("{}: no decoder core of the platform takes {} of {}",
+                                       show.clip.path, show.clip.codecName,
+                                       sizeText(show.clip.coded)));
     }
     expect("configure", configured);
 }
@@ -84,24 +66,27 @@ Player::Result finish(Show& show, Player& player, unsigned int pictures) {
         player.finish([&](unsigned int done) { show.progress.update(done, pictures); });
     expect("feeding", result.feed);
     expect("draining", result.drain);
-    require(result.frames == pictures, "the player got " + std::to_string(result.frames) +
-                                           " pictures, not " + std::to_string(pictures));
+    require(result.frames == pictures,
+            fmt::format("the player got {} pictures, not {}", result.frames, pictures));
     return result;
 }
 
 void printSummary(Show const& show) {
-    std::cout << '\n';
+    fmt::print("\n");
     printRow({"Act", "Pictures", "Size", "Core up to", "Port", "Time", "Answers"});
-    std::for_each(show.rows.begin(), show.rows.end(), printRow);
-    std::cout << '\n';
-    if (show.dropped + show.clip.damaged > 0) {
-        std::cout << "The clip is damaged: the decoder dropped " << show.dropped
-                  << " coded frames, and mended " << show.clip.damaged << " pictures.\n\n";
+    for (Row const& row : show.rows) {
+        printRow(row);
+    }
+    fmt::print("\n");
+    if (show.clip.undecodable + show.clip.faulty > 0) {
+        fmt::print(
+            "The clip is damaged: {} coded frames gave no picture, {} pictures have faults.\n\n",
+            show.clip.undecodable, show.clip.faulty);
     }
     for (Show::File const& file : show.files) {
-        std::cout << file.path << ": " << file.content << '\n';
+        fmt::print("{}: {}\n", file.path, file.content);
     }
     requirePrinted();
 }
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

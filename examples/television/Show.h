@@ -9,7 +9,7 @@
 #include "Player.h"
 #include "Progress.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 /// A row of the closing table: act, pictures, size, core, port, time, and what was answered.
 using Row = std::array<std::string, 7>;
@@ -26,8 +26,7 @@ struct Show {
     Progress progress;
     std::vector<Row> rows;
     std::vector<File> files;
-    FramePtr lastPicture;      ///< Of the clip, from playPixels() on.
-    unsigned int dropped = 0;  ///< Coded frames of which the decoder made nothing, in playPixels().
+    FramePtr lastPicture;  ///< Of the clip, from playPixels() on.
 
     /// Lists a file for the summary, with what it shows, and returns its path.
     std::string addFile(std::string const& name, std::string content);
@@ -44,7 +43,7 @@ struct Show {
 std::string sizeText(Size size);
 
 /// Throws DemoFailure unless the call `call` was answered with `expected`.
-void expect(std::string const& call, media::hardware::Status answer, int expected = 0);
+void expect(std::string const& call, Status answer, int expected = 0);
 
 /// Throws DemoFailure when a client of the resource manager is open.
 void requireNothingHeld();
@@ -60,4 +59,4 @@ Player::Result finish(Show& show, Player& player, unsigned int pictures);
 /// Prints the table and, below it, the files. Throws DemoFailure when that fails.
 void printSummary(Show const& show);
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo

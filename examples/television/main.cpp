@@ -1,32 +1,27 @@
 #include <fcntl.h>
-#include <getopt.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
-#include <set>
 #include <string>
-#include <system_error>
+#include <vector>
 
 #include "Acts.h"
-#include "Libav.h"
 #include "host/HostPlatform.h"
 
-namespace kvo::demo {
+namespace kvo::media::hardware::demo {
 
 namespace {
 
 constexpr int kExitFailure = 1;   ///< The library or the platform did not do its part.
 constexpr int kExitUnusable = 2;  ///< The command line or the clip is of no use.
 
-constexpr char kHelp[] =
-    R"(Usage: tvhw_demo [OPTION]... CLIP
-Plays the video of a file through the library on the host platform, and shows what comes of it:
+constexpr char kDescription[] =
+    R"(Plays the video of a file through the library on the host platform, and shows what comes of it:
 
   1  pixel mode: every picture decoded and copied out, the last one saved
   2  tunnel mode: the pictures go to a display port
@@ -38,105 +33,38 @@ Plays the video of a file through the library on the host platform, and shows wh
 
 CLIP is any file that libavformat reads whose video is AVC, HEVC, VP8, VP9, AV1, VVC, MPEG-2,
 MPEG-4, H.263 or Motion JPEG, as far as libavcodec decodes it.
+)";
 
-  --seconds N   play only the first N seconds of the clip
-  --acts LIST   do only these acts, as in 1,3,4
-  --output DIR  where pictures and recordings go; made if need be (default: demo-output)
-  --help        print this
-
+constexpr char kFooter[] = R"(
 KVO_MEDIA_LOG_LEVEL=0..3 in the environment prints the library's log, 3 being all of it.
 Exit status: 0 when all of it happened, 1 when something else did or the output cannot be written,
-2 when the command line or the clip cannot be used.
-)";
+2 when the command line or the clip cannot be used.)";
 
 constexpr std::array kActs{playPixels, playTunnel, loseCore,         playOnPanel,
                            showStill,  recordClip, contendForEncoder};
 
 struct Options {
-    bool help = false;
     std::string clip;
     std::string output = "demo-output";
-    unsigned int seconds = 0;     ///< 0: all of the clip.
-    std::set<unsigned int> acts;  ///< Empty: all.
+    unsigned int seconds = 0;        ///< 0: all of the clip.
+    std::vector<unsigned int> acts;  ///< Empty: all.
 };
 
-/// The command line is of no use; the message says why.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// Returns the option that getopt_long has just refused: a long one as it was given, and of short
-/// ones, which may stand together, the one.
-std::string refusedOption(char** argv) {
-    std::string const word = argv[optind - 1];
-    return word.rfind("--", 0) == 0 ? word : std::string("-") + static_cast<char>(optopt);
-}
-
-/// Reads a number from 1 to `largest`.
-unsigned int numberIn(std::string const& option, std::string const& text, unsigned int largest) {
-    unsigned int number = 0;
-    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < 1 ||
-        number > largest) {
-        throw UsageError(option + " takes numbers from 1 to " + std::to_string(largest) +
-                         ", not '" + text + "'");
-    }
-    return number;
-}
-
-std::set<unsigned int> actsIn(std::string const& list) {
-    std::set<unsigned int> acts;
-    for (std::string::size_type begin = 0; begin <= list.size();) {
-        auto const end = std::min(list.find(',', begin), list.size());
-        acts.insert(numberIn("--acts", list.substr(begin, end - begin), kActs.size()));
-        begin = end + 1;
-    }
-    return acts;
-}
-
-Options parse(int argc, char** argv) {
+/// Describes the command line to `app`, which writes what it reads to `options`.
+void describe(CLI::App& app, Options& options) {
     constexpr unsigned int kMostSeconds = 1'000'000;
-    option const known[] = {{"acts", required_argument, nullptr, 'a'},
-                            {"help", no_argument, nullptr, 'h'},
-                            {"output", required_argument, nullptr, 'o'},
-                            {"seconds", required_argument, nullptr, 's'},
-                            {nullptr, 0, nullptr, 0}};
-    Options options;
-    opterr = 0;
-    for (int choice = 0; (choice = getopt_long(argc, argv, ":", known, nullptr)) != -1;) {
-        switch (choice) {
-            case 'a':
-                options.acts = actsIn(optarg);
-                break;
-            case 'h':
-                options.help = true;
-                return options;
-            case 'o':
-                options.output = optarg;
-                break;
-            case 's':
-                options.seconds = numberIn("--seconds", optarg, kMostSeconds);
-                break;
-            case ':':
-                throw UsageError(std::string(argv[optind - 1]) + " needs a value");
-            default:
-                throw UsageError("unknown option " + refusedOption(argv));
-        }
-    }
-    if (optind + 1 != argc) {
-        throw UsageError(optind == argc ? "no clip given" : "more than one clip given");
-    }
-    options.clip = argv[optind];
-    return options;
-}
-
-void makeDirectory(std::string const& path) {
-    std::error_code error;
-    std::filesystem::create_directories(path, error);
-    if (error) {
-        throw UsageError("cannot make the directory " + path + ": " + error.message());
-    }
+    app.add_option("CLIP", options.clip, "the file to play")->required()->type_name("");
+    app.add_option("--seconds", options.seconds, "play only the first N seconds of the clip")
+        ->check(CLI::Range(1U, kMostSeconds))
+        ->type_name("N");
+    app.add_option("--acts", options.acts, "do only these acts, as in 1,3,4")
+        ->check(CLI::Range(std::size_t{1}, kActs.size()))
+        ->delimiter(',')
+        ->type_name("LIST");
+    app.add_option("--output", options.output, "where pictures and recordings go; made if need be")
+        ->capture_default_str()
+        ->type_name("DIR");
+    app.footer(kFooter);
 }
 
 /// Begins an act with the host platform's own pool of cores, and without the library's log unless
@@ -148,29 +76,22 @@ void resetPlatform() {
     }
 }
 
-void inspect(Show& show, Options const& options) {
-    show.progress.begin("0 counting the pictures of " + options.clip);
-    show.clip = inspectClip(options.clip, options.seconds,
-                            [&](unsigned int pictures) { show.progress.update(pictures, 0); });
-    std::string outcome = std::to_string(show.clip.frames) + " of " + show.clip.codecName;
-    if (show.clip.undecodable + show.clip.damaged > 0) {
-        outcome += "; it is damaged: " + std::to_string(show.clip.undecodable) +
-                   " coded frames give no picture, " + std::to_string(show.clip.damaged) +
-                   " pictures have faults";
-    }
-    show.progress.end(outcome);
-}
-
 /// Does the acts. One that fails does not keep the others from being done.
 void perform(Options const& options) {
     Show show;
+    show.progress.begin("0 counting the pictures of " + options.clip);
+    show.clip = inspectClip(options.clip, options.seconds,
+                            [&](unsigned int pictures) { show.progress.update(pictures, 0); });
+    show.progress.end(std::to_string(show.clip.frames) + " of " + show.clip.codecName);
     show.outputDirectory = options.output;
-    inspect(show, options);
-    makeDirectory(options.output);
+    std::error_code error;
+    std::filesystem::create_directories(options.output, error);
+    require(!error, "cannot make the directory " + options.output + ": " + error.message());
 
     unsigned int failures = 0;
     for (unsigned int act = 1; act <= kActs.size(); ++act) {
-        if (!options.acts.empty() && options.acts.count(act) == 0) {
+        auto const& chosen = options.acts;
+        if (!chosen.empty() && std::find(chosen.begin(), chosen.end(), act) == chosen.end()) {
             continue;
         }
         resetPlatform();
@@ -189,18 +110,19 @@ void perform(Options const& options) {
 int run(int argc, char** argv) {
     av_log_set_level(AV_LOG_QUIET);
     std::signal(SIGPIPE, SIG_IGN);  // A reader that has gone is an error like a full disk.
+    CLI::App app(kDescription, "tvhw_demo");
+    Options options;
+    describe(app, options);
     try {
-        Options const options = parse(argc, argv);
         // A file that is opened must not get the number of a standard output that is closed.
         require(fcntl(STDOUT_FILENO, F_GETFD) != -1, "standard output is closed");
-        if (options.help) {
-            std::cout << kHelp;
-            requirePrinted();
-            return 0;
-        }
+        app.parse(argc, argv);
         perform(options);
         return 0;
-    } catch (UsageError const& error) {
+    } catch (CLI::CallForHelp const&) {
+        std::cout << app.help() << std::flush;
+        return std::cout.fail() ? kExitFailure : 0;
+    } catch (CLI::ParseError const& error) {
         std::cerr << "tvhw_demo: " << error.what() << "; --help tells more\n";
         return kExitUnusable;
     } catch (UnusableFile const& error) {
@@ -214,6 +136,6 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-}  // namespace kvo::demo
+}  // namespace kvo::media::hardware::demo
 
-int main(int argc, char** argv) { return kvo::demo::run(argc, argv); }
+int main(int argc, char** argv) { return kvo::media::hardware::demo::run(argc, argv); }
