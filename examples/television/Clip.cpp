@@ -31,20 +31,17 @@ constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
 
 /// The clip is read many times over, and from many places: that takes a file.
 void requireRegularFile(std::string const& path) {
+    namespace fs = std::filesystem;
     std::error_code error;
-    std::filesystem::file_status const status = std::filesystem::status(path, error);
-    switch (status.type()) {
-        case std::filesystem::file_type::regular:
-            return;
-        case std::filesystem::file_type::directory:
-            throw UnusableFile(path + ": is a directory");
-        case std::filesystem::file_type::fifo:
-            throw UnusableFile(path + ": is a pipe, but the clip has to be read more than once");
-        case std::filesystem::file_type::character:
-        case std::filesystem::file_type::block:
-            throw UnusableFile(path + ": is a device, not a file");
-        default:
-            throw UnusableFile(path + ": " + (error ? error.message() : "is not a file"));
+    fs::file_type const type = fs::status(path, error).type();
+    if (type == fs::file_type::none || type == fs::file_type::not_found) {
+        throw UnusableFile(path + ": " + error.message());
+    }
+    if (type == fs::file_type::directory) {
+        throw UnusableFile(path + ": is a directory");
+    }
+    if (type != fs::file_type::regular) {
+        throw UnusableFile(path + ": is a pipe or a device, which cannot be read more than once");
     }
 }
 
@@ -208,9 +205,6 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
                 clip.coded = {frame->width, frame->height};
                 clip.shown = {shown->width, shown->height};
             }
-            bool const isFaulty =
-                frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
-            clip.faulty += isFaulty ? 1U : 0U;
             onProgress(++clip.frames);
             std::swap(frame, last);
         } while (result != AVERROR(EAGAIN) && result != AVERROR_EOF);

@@ -71,7 +71,6 @@ struct Clip {
     int frameRate = 0;              ///< Per second; 0 if unknown.
     unsigned int frames = 0;        ///< Pictures in what is played.
     unsigned int undecodable = 0;   ///< Coded frames that gave none.
-    unsigned int faulty = 0;        ///< Pictures that were decoded with faults.
 };
 
 /// Describes the first `seconds` of a clip, or all of it if that is 0. Its pictures are counted by

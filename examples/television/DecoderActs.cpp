@@ -66,8 +66,9 @@ void playPixels(Show& show) {
     requireNothingHeld();
     writePng(show.addFile("last-picture.png", "the last picture of the clip"),
              *filtered({show.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
-    show.progress.end(fmt::format("all {} pictures came; the decoder dropped {} coded frames",
-                                  result.frames, result.dropped));
+    std::string const dropped =
+        result.dropped > 0 ? fmt::format("; {} coded frames were dropped", result.dropped) : "";
+    show.progress.end(fmt::format("all {} pictures came{}", result.frames, dropped));
 }
 
 void playTunnel(Show& show) {

@@ -140,7 +140,8 @@ int LibavDecoder::receive(AVFrame& picture) {
     int result = avcodec_receive_frame(mCodec.get(), &picture);
     if (result == AVERROR(EAGAIN) && mInputEnded) {
         // Not before: libavcodec forgets a coded frame that still waits when the end is told.
-        avcodec_send_packet(mCodec.get(), nullptr);
+        int const told = avcodec_send_packet(mCodec.get(), nullptr);
+        mFrameInfo.droppedFrames += told < 0 && told != AVERROR_EOF ? 1U : 0U;
         result = avcodec_receive_frame(mCodec.get(), &picture);
     }
     if (result >= 0 && picture.format == AV_PIX_FMT_YUVJ420P) {

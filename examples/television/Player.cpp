@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <thread>
 #include <utility>
 
 #include "LibavDecoder.h"
@@ -13,11 +14,15 @@ namespace kvo::media::hardware::demo {
 
 namespace {
 
-/// How long a thread waits for the other to make room, before it asks the decoder again. A reclaim
-/// wakes nobody, so the wait must be bounded.
-constexpr std::chrono::milliseconds kRetryAfter{10};
+/// How long a thread waits before it asks the decoder again. No call wakes it: a codec has none to
+/// wait in, and a reclaim wakes nobody.
+constexpr std::chrono::microseconds kRetryAfter{200};
 
 constexpr std::chrono::milliseconds kProgressEvery{100};
+
+bool hasEnded(std::future<Status> const& thread, std::chrono::microseconds wait) {
+    return thread.wait_for(wait) == std::future_status::ready;
+}
 
 std::shared_ptr<LibavDecoder> makeDecoder(Clip const& clip, std::shared_ptr<DisplayPorts> ports) {
     ClipReader const reader(clip.path, clip.seconds);
@@ -29,8 +34,6 @@ std::shared_ptr<LibavDecoder> makeDecoder(Clip const& clip, std::shared_ptr<Disp
 
 Player::Player(Clip const& clip, Settings settings)
     : mClip(clip), mSettings(std::move(settings)), mDecoder(makeDecoder(clip, mSettings.ports)) {}
-
-Player::~Player() { stop(); }
 
 Status Player::configure() {
     Configuration config;
@@ -53,88 +56,58 @@ Status Player::configure() {
 }
 
 void Player::start() {
-    mRunning = 2;
-    bool const pixels = mSettings.mode == Mode::kPixel;
-    mFeedThread = std::thread([this] { run(&Player::feed, &Result::feed); });
-    mDrainThread = std::thread([this, pixels] {
-        run(pixels ? &Player::drainPixels : &Player::drainTunnel, &Result::drain);
-    });
+    auto const drain = mSettings.mode == Mode::kPixel ? &Player::drainPixels : &Player::drainTunnel;
+    mFeed = std::async(std::launch::async, &Player::run, this, &Player::feed);
+    mDrain = std::async(std::launch::async, &Player::run, this, drain);
 }
 
 bool Player::waitForFrames(unsigned int count) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    mChanged.wait(lock, [&] { return mResult.frames >= count || mRunning == 0; });
-    return mResult.frames >= count;
+    while (mFrames < count && !hasEnded(mDrain, kRetryAfter)) {
+    }
+    return mFrames >= count;
 }
 
 Player::Result Player::finish(std::function<void(unsigned int)> const& onProgress) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    while (!mChanged.wait_for(lock, kProgressEvery, [&] { return mRunning == 0; })) {
-        unsigned int const frames = mResult.frames;
-        lock.unlock();
-        onProgress(frames);
-        lock.lock();
+    while (!hasEnded(mFeed, kProgressEvery) || !hasEnded(mDrain, kProgressEvery)) {
+        onProgress(mFrames);
     }
-    if (mFailure != nullptr) {
-        std::rethrow_exception(mFailure);
-    }
+    Status const fed = mFeed.get();
+    mResult.drain = mDrain.get();
+    mResult.feed = fed;
+    mResult.frames = mFrames;
     mResult.dropped = mDecoder.getFrameInfo().value().droppedFrames;
     return mResult;
-}
-
-void Player::stop() {
-    {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mStopping = true;
-    }
-    mChanged.notify_all();
-    for (std::thread* const thread : {&mFeedThread, &mDrainThread}) {
-        if (thread->joinable()) {
-            thread->join();
-        }
-    }
 }
 
 /// Makes a call of the decoder until it is taken or fails, or fails for it when the player stops.
 template <typename Call>
 auto Player::untilTaken(Call call) -> decltype(call()) {
-    std::unique_lock<std::mutex> lock(mMutex);
     while (!mStopping) {
-        unsigned long long const seen = mMoves;
-        lock.unlock();
         auto result = call();
-        lock.lock();
         if (result.status().code() != codec_status::kTryAgain.code()) {
-            ++mMoves;
-            mChanged.notify_all();
             return result;
         }
-        mChanged.wait_for(lock, kRetryAfter, [&] { return mMoves != seen || mStopping; });
+        std::this_thread::sleep_for(kRetryAfter);
     }
     return codec_status::kTryAgain;
 }
 
 /// The body of a thread: does `work`, and ends the other thread too when that throws or fails. A
 /// lost core does not count: the other thread is refused as well, and its answer is of interest.
-void Player::run(Status (Player::*work)(), Status Result::*result) {
-    Status outcome = codec_status::kTryAgain;
-    std::exception_ptr failure;
+Status Player::run(Status (Player::*work)()) {
     try {
-        outcome = (this->*work)();
+        Status const outcome = (this->*work)();
+        if (outcome.code() == codec_status::kTryAgain.code()) {
+            return status::kSuccess;  // It was told to stop.
+        }
+        if (outcome.isError() && outcome.code() != status::kReclaimed.code()) {
+            mStopping = true;
+        }
+        return outcome;
     } catch (...) {
-        failure = std::current_exception();
-    }
-    std::lock_guard<std::mutex> const lock(mMutex);
-    bool const wasStopped = outcome.code() == codec_status::kTryAgain.code();
-    mResult.*result = wasStopped ? status::kSuccess : outcome;
-    if (failure != nullptr) {
-        mFailure = failure;
-    }
-    if (outcome.isError() && outcome.code() != status::kReclaimed.code()) {
         mStopping = true;
+        throw;
     }
-    --mRunning;
-    mChanged.notify_all();
 }
 
 Status Player::feed() {
@@ -186,8 +159,7 @@ Status Player::drainPixels() {
         if (!result.isError()) {
             countPicture({info.width, info.height});
         }
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (result.isError() || mResult.frames == mSettings.limit) {
+        if (result.isError() || mFrames == mSettings.limit) {
             mStopping = true;  // Whatever the error: this decoder's core is not lost.
             return result;
         }
@@ -208,21 +180,15 @@ Status Player::drainTunnel() {
         if (released.isError()) {
             return released;
         }
-        bool const shown = !mDecoder.dequeueRenderEvent().status().isError();
-        {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            mResult.wrongStamps += isOurs ? 0U : 1U;
-            mResult.rendered += shown ? 1U : 0U;
-        }
+        mResult.wrongStamps += isOurs ? 0U : 1U;
+        mResult.rendered += mDecoder.dequeueRenderEvent().status().isError() ? 0U : 1U;
         countPicture({buffer.width, buffer.height});
     }
 }
 
 void Player::countPicture(Size size) {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    ++mResult.frames;
     mResult.size = size;
-    mChanged.notify_all();
+    ++mFrames;
 }
 
 }  // namespace kvo::media::hardware::demo

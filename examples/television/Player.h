@@ -1,11 +1,9 @@
 #pragma once
 
-#include <condition_variable>
-#include <exception>
+#include <atomic>
 #include <functional>
+#include <future>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 #include "Clip.h"
 #include "DisplayPorts.h"
@@ -33,7 +31,7 @@ public:
         std::function<Status(AVFrame const&)> sink;
     };
 
-    /// What is known of a player's work.
+    /// What came of a player's work.
     struct Result {
         unsigned int frames = 0;
         Size size;  ///< Of the last picture.
@@ -46,7 +44,7 @@ public:
 
     Player(Clip const& clip, Settings settings);
     /// Stops the threads and releases the decoder.
-    ~Player();
+    ~Player() { mStopping = true; }
 
     /// Acquires the resources and configures the decoder. Returns the wrapper's status.
     Status configure();
@@ -68,12 +66,11 @@ public:
     VideoDecoderClientWrapperResource& decoder() { return mDecoder; }
 
 private:
-    void run(Status (Player::*work)(), Status Result::*result);
+    Status run(Status (Player::*work)());
     Status feed();
     Status drainPixels();
     Status drainTunnel();
     void countPicture(Size size);
-    void stop();
 
     template <typename Call>
     auto untilTaken(Call call) -> decltype(call());
@@ -82,16 +79,12 @@ private:
     Settings const mSettings;
     VideoDecoderClientWrapperResource mDecoder;
     Configuration mGranted;
-    std::thread mFeedThread;
-    std::thread mDrainThread;
-
-    std::mutex mMutex;  ///< Guards all that follows.
-    std::condition_variable mChanged;
-    Result mResult;
-    unsigned long long mMoves = 0;  ///< Calls that the decoder took, from both threads.
-    int mRunning = 0;               ///< Threads that have not ended.
-    bool mStopping = false;
-    std::exception_ptr mFailure;
+    std::atomic<bool> mStopping{false};
+    std::atomic<unsigned int> mFrames{0};
+    Result mResult;  ///< The drain thread's until that has ended.
+    // Last, so that the threads end before what they use.
+    std::future<Status> mFeed;
+    std::future<Status> mDrain;
 };
 
 }  // namespace kvo::media::hardware::demo

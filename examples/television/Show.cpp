@@ -78,10 +78,9 @@ void printSummary(Show const& show) {
         printRow(row);
     }
     fmt::print("\n");
-    if (show.clip.undecodable + show.clip.faulty > 0) {
-        fmt::print(
-            "The clip is damaged: {} coded frames gave no picture, {} pictures have faults.\n\n",
-            show.clip.undecodable, show.clip.faulty);
+    if (show.clip.undecodable > 0) {
+        fmt::print("The clip is damaged: {} of its coded frames gave no picture.\n\n",
+                   show.clip.undecodable);
     }
     for (Show::File const& file : show.files) {
         fmt::print("{}: {}\n", file.path, file.content);
