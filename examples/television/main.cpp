@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Acts.h"
+#include "fmt/core.h"
 #include "host/HostPlatform.h"
 
 namespace kvo::media::hardware::demo {
@@ -65,6 +66,16 @@ void describe(CLI::App& app, Options& options) {
         ->capture_default_str()
         ->type_name("DIR");
     app.footer(kFooter);
+    app.set_help_flag();
+    app.add_flag_callback(
+           "--help",
+           [&app] {
+               fmt::print("{}", app.help());
+               requirePrinted();
+               throw CLI::Success();
+           },
+           "print this")
+        ->trigger_on_parse();
 }
 
 /// Begins an act with the host platform's own pool of cores, and without the library's log unless
@@ -119,9 +130,8 @@ int run(int argc, char** argv) {
         app.parse(argc, argv);
         perform(options);
         return 0;
-    } catch (CLI::CallForHelp const&) {
-        std::cout << app.help() << std::flush;
-        return std::cout.fail() ? kExitFailure : 0;
+    } catch (CLI::Success const&) {
+        return 0;
     } catch (CLI::ParseError const& error) {
         std::cerr << "tvhw_demo: " << error.what() << "; --help tells more\n";
         return kExitUnusable;
