@@ -10,7 +10,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
 .PHONY: help build-dir demo test sanitize interleave service stress fuzz coverage bench clang target abi \
-	install install-check format format-check thread-safety tidy shellcheck
+	install install-check format format-check tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
@@ -28,13 +28,13 @@ help:
 	@echo 'make coverage          report which lines of the library the tests reach; fails below 98 %'
 	@echo 'make bench             measure the library beside what its work must cost; fails where it'
 	@echo '                       costs too much more'
-	@echo 'make clang             build with Clang and run the tests'
+	@echo 'make clang             build with the compiler and runtime of LLVM, as for the device, checking'
+	@echo '                       the lock rules, and run the tests, under the sanitizers too'
 	@echo 'make target            build for 32-bit Arm and run the tests under an emulator'
 	@echo 'make abi               compare the built library with its binary contract, contract/'
 	@echo 'make install           install the library and the host platform under PREFIX ($(PREFIX)),'
 	@echo '                       DESTDIR before it'
 	@echo 'make install-check     install the library and use it from another project'
-	@echo 'make thread-safety     check the lock rules at compile time'
 	@echo 'make tidy              check the library and the host platform with clang-tidy'
 	@echo 'make shellcheck        check the scripts'
 	@echo 'make format            format the code; make format-check only looks'
@@ -99,7 +99,7 @@ stress: build-dir
 
 # What is found goes to the first directory; the saved corpus stays as it is.
 fuzz: build-dir
-	@tools/install-packages build test fuzz
+	@tools/install-packages build clang
 	@$(call build,fuzz,tvhw_fuzz)
 	@mkdir -p build/fuzz/corpus
 	@echo 'Fuzzing for $(FUZZ_SECONDS) s.'
@@ -121,8 +121,10 @@ bench: build-dir
 	@build/bench/bench/tvhw_bench
 
 clang: build-dir
-	@tools/install-packages build test check
+	@tools/install-packages build check clang
 	@$(call run-tests,clang)
+	@$(call run-tests,clang-asan)
+	@$(call run-tests,clang-tsan)
 
 target: build-dir
 	@tools/install-packages build target
@@ -130,12 +132,11 @@ target: build-dir
 
 # The library by both compilers, for the host and for the device.
 abi: build-dir
-	@tools/install-packages build test check target abi
+	@tools/install-packages build check target abi
 	@$(call build,release,kvo_media_hw_tvhw)
-	@$(call build,clang,kvo_media_hw_tvhw)
 	@$(call build,target,kvo_media_hw_tvhw)
 	@$(call build,clang-target,kvo_media_hw_tvhw)
-	@tools/check-abi build/release build/clang build/target build/clang-target
+	@tools/check-abi build/release build/target build/clang-target
 
 install: build-dir
 	@tools/install-packages build
@@ -148,14 +149,6 @@ install-check: build-dir
 	@tools/check-install build/install
 	@tools/check-android-bp build/release
 
-# libc++ is the library whose mutexes Clang can follow.
-thread-safety:
-	@tools/install-packages build check
-	@for source in impl/tvhw/*.cpp; do \
-		clang++ -std=c++17 -stdlib=libc++ -D_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS \
-			-Wthread-safety -Werror -Iinclude -Iplatform -fsyntax-only $$source || exit 1; \
-	done
-
 sources = $(shell git ls-files '*.h' '*.cpp')
 
 format:
@@ -167,7 +160,7 @@ format-check:
 	@clang-format --dry-run -Werror $(sources)
 
 tidy: build-dir
-	@tools/install-packages build test check
+	@tools/install-packages build check clang
 	@$(call build,clang)
 	@clang-tidy --quiet -p build/clang $(filter-out platform/service/%,$(filter impl/%.cpp platform/%.cpp,$(sources))) 2>build/tidy.log
 
