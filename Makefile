@@ -130,9 +130,9 @@ target: build-dir
 	@tools/install-packages build target
 	@$(call run-tests,target)
 
-# The library by both compilers, for the host and for the device.
+# The library by GNU's compiler and runtime, on 64 and on 32 bits, and as the device has it.
 abi: build-dir
-	@tools/install-packages build check target abi
+	@tools/install-packages build clang target abi
 	@$(call build,release,kvo_media_hw_tvhw)
 	@$(call build,target,kvo_media_hw_tvhw)
 	@$(call build,clang-target,kvo_media_hw_tvhw)
