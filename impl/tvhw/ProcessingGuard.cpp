@@ -2,6 +2,12 @@
 
 #include <chrono>
 
+// LLVM's runtime waits on the wall clock, which may be set meanwhile, where the C library cannot on
+// the steady one. Where it can, this macro is empty or 1, by version; else undefined or 0.
+#if defined(_LIBCPP_VERSION) && 0 - _LIBCPP_HAS_COND_CLOCKWAIT - 1 == -1
+#error "The C library lacks pthread_cond_clockwait: build for Android API level 30 or later"
+#endif
+
 namespace {
 
 constexpr std::chrono::seconds kReclaimWaitLimit{3};
