@@ -145,9 +145,10 @@ install: build-dir
 	@echo 'Installed in $(DESTDIR)$(PREFIX).'
 
 install-check: build-dir
-	@tools/install-packages build check abi install
+	@tools/install-packages build test check abi install
 	@tools/check-install build/install
-	@tools/check-android-bp build/release
+	@$(call quietly,test,cmake --preset test)
+	@tools/check-android-bp build/test
 
 sources = $(shell git ls-files '*.h' '*.cpp')
 
