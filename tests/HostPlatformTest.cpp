@@ -324,6 +324,9 @@ TEST(SettingsTest, DISABLED_IsSet) {
 /// outlive it.
 struct LastUsers {
     ~LastUsers() {
+        if (wrapper == nullptr) {
+            return;  // In a process that ran another test.
+        }
         sink.reset();
         wrapper.reset();
         if (!kvo::host::crmClients().empty() || kvo::host::videoOutput().opens != 0) {
