@@ -207,7 +207,7 @@ void PlatformCall::recordResult(int result) const {
     std::deque<JournalEntry>& journal = state().journal;
     std::uint64_t const age = state().entryCount - mEntry;
     if (age < journal.size()) {
-        journal[journal.size() - 1 - age].result = result;
+        journal[journal.size() - 1 - static_cast<std::size_t>(age)].result = result;
     }
 }
 
