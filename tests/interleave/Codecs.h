@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-#include "Scheduler.h"
+#include "interleave/Scheduler.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"

@@ -5,8 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "Scheduler.h"
 #include "SystemUtils.h"
+#include "interleave/Scheduler.h"
 #include "kvo_media_log.h"
 #include "tvhw/ResourceClient.h"
 #include "tvhw_vbe.h"

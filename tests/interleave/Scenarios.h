@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "Scheduler.h"
+#include "interleave/Scheduler.h"
 
 namespace interleave {
 

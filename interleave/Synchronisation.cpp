@@ -1,5 +1,5 @@
-// The functions of the system that the library synchronises itself with, and its clock. The loader
-// takes those of the program first, so that they reach the scheduler.
+// The functions of the system that libraries synchronise themselves with, and their clock. The
+// loader takes those of the program first, so that they reach the scheduler.
 
 #include <pthread.h>
 
@@ -7,7 +7,7 @@
 #include <ctime>
 #include <limits>
 
-#include "Scheduler.h"
+#include "interleave/Scheduler.h"
 
 namespace {
 

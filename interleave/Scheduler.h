@@ -9,6 +9,11 @@
 /// Runs the threads of a scenario one at a time, on a single thread of the system, and decides at
 /// every point which of them goes on. The same decisions make the same run.
 ///
+/// It knows nothing of what is run. A program links it together with functions of its own in place
+/// of those that the libraries under test call; the locks, condition variables, steady clock and
+/// heap of these libraries are taken over by the loader (Synchronisation.cpp, FreedMemory.cpp).
+/// Each function that a scenario wants to see interrupted calls point().
+///
 /// A run is broken when a thread breaks a rule, when none can go on, or when memory is used that
 /// was freed. The first broken run ends the process, with the decisions that replay it.
 namespace interleave {
@@ -79,7 +84,7 @@ __attribute__((format(printf, 2, 3))) void expect(bool isTrue, char const* forma
 /// Notes that a run has come to a fact of its scenario.
 void seen(char const* fact);
 
-// --- For the functions that the library calls.
+// --- For the functions that the libraries call.
 
 /// Says whether a thread of a scenario is running. Otherwise the process has one thread and nothing
 /// to lock.

@@ -1,4 +1,4 @@
-#include "Scheduler.h"
+#include "interleave/Scheduler.h"
 
 #include <sys/wait.h>
 #include <ucontext.h>
@@ -15,7 +15,7 @@
 #include <set>
 #include <utility>
 
-#include "FreedMemory.h"
+#include "interleave/FreedMemory.h"
 
 namespace interleave {
 

@@ -1,4 +1,4 @@
-#include "FreedMemory.h"
+#include "interleave/FreedMemory.h"
 
 #include <malloc.h>
 
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "Scheduler.h"
+#include "interleave/Scheduler.h"
 
 namespace interleave {
 
