@@ -384,8 +384,8 @@ void onHang(int) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): on a device there are none; memory that runs out ends
-// it.
+// On a device nothing throws; here only a lack of memory does.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int count, char** arguments) {
     std::vector<std::string> const names(arguments + 1, arguments + count);
     if (names == std::vector<std::string>{"--help"}) {
