@@ -58,7 +58,15 @@ build-dir:
 demo: build-dir
 	@tools/install-packages build demo
 	@$(call build,demo)
-	@build/demo/examples/television/tvhw_demo --output build/demo-output $(CLIP)
+	@mkdir -p build/demo-output && rm -f build/demo-output/demo.log
+	@KVO_MEDIA_LOG_LEVEL=$${KVO_MEDIA_LOG_LEVEL:-4} \
+		KVO_MEDIA_LOG_FILE=$${KVO_MEDIA_LOG_FILE:-build/demo-output/demo.log} \
+		build/demo/examples/television/tvhw_demo --output build/demo-output $(CLIP)
+	@[ ! -f build/demo-output/demo.log ] || \
+		tools/tvhw-log --svg build/demo-output/reclaim.svg build/demo-output/demo.log \
+			>build/demo-output/report.txt
+	@[ ! -f build/demo-output/demo.log ] || \
+		echo 'build/demo-output/reclaim.svg: a reclaim of this run, drawn from its log by tools/tvhw-log'
 
 test: build-dir
 	@tools/install-packages build test
