@@ -89,7 +89,7 @@ interleave: build-dir
 # $(call run-service,preset)
 run-service = $(call run-tests,$(1)) && \
 	ASAN_OPTIONS=quarantine_size_mb=1 build/$(1)/platform/service/tvhw-run -- \
-		build/$(1)/tests/service/tvhw_service_load
+		build/$(1)/bench/service/tvhw_service_load
 
 service: build-dir
 	@tools/install-packages build test service
@@ -98,7 +98,7 @@ service: build-dir
 
 # $(call run-stress,preset)
 run-stress = $(call build,$(1),tvhw_stress) && \
-	build/$(1)/tests/stress/tvhw_stress --seconds $(STRESS_SECONDS)
+	build/$(1)/tests/stress/tvhw_stress $(STRESS_SECONDS)
 
 stress: build-dir
 	@tools/install-packages build test

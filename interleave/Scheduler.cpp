@@ -100,7 +100,7 @@ std::string decisionsText() {
     }
     std::fflush(stdout);
     if (isShown && fork() == 0) {
-        execl("/proc/self/exe", "tvhw_interleave", "--replay", name, decisions.c_str(), nullptr);
+        execl("/proc/self/exe", "explorer", "--replay", name, decisions.c_str(), nullptr);
     }
     wait(nullptr);
     _exit(1);

@@ -96,17 +96,6 @@ TEST_F(HostPlatformTest, ANewcomerTakesTheCoreOfTheLongestHolder) {
     EXPECT_EQ(second.held().core, 1);
 }
 
-TEST_F(HostPlatformTest, AHolderMayFreeItselfWhileItIsReclaimed) {
-    kvo::host::setPool({{1, false, 1920, 1088}});
-    Client holder;
-    holder.freesItself = true;
-    EXPECT_EQ(holder.acquire(), 0);
-    Client newcomer;
-    EXPECT_EQ(newcomer.acquire(), 0);
-    EXPECT_EQ(newcomer.held().core, 1);
-    EXPECT_EQ(kvo::host::crmClients().size(), 1U);
-}
-
 // The old core of a player is asked for while its new one is requested.
 TEST_F(HostPlatformTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
     kvo::host::setPool({{1}, {2}});
@@ -185,19 +174,6 @@ TEST_F(HostPlatformTest, TheSmallestCoreThatFitsIsGranted) {
     EXPECT_EQ(small.held().core, 1);
     EXPECT_EQ(large.held().core, 3);
     EXPECT_EQ(small.reclaims, 0);
-}
-
-TEST_F(HostPlatformTest, AClientHoldsACoreAndAPortAndKeepsBoth) {
-    Client other;
-    Client client;
-    EXPECT_EQ(other.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
-    EXPECT_EQ(client.acquire(), 0);
-    EXPECT_EQ(client.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
-    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0);
-    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0) << "nothing is left to give back";
-    EXPECT_EQ(client.acquire(TVHW_CRM_CODEC_TYPE_DISPLAY, 0), 0);
-    EXPECT_EQ(client.held().core, 1);
-    EXPECT_EQ(client.held().videoPort, 2) << "although port 1 is free";
 }
 
 TEST_F(HostPlatformTest, PortsAreHandedOutLikeCores) {

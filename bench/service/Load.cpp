@@ -4,8 +4,8 @@
 #include <memory>
 #include <random>
 
-#include "Client.h"
 #include "host/HostPlatform.h"
+#include "service/Client.h"
 
 // Many processes use the service at once, some of which are killed at any moment.
 namespace {
@@ -15,13 +15,14 @@ using Clock = std::chrono::steady_clock;
 constexpr int kProcesses = 20;
 constexpr int kClients = 10;
 
-constexpr char kHelp[] =
-    "Usage: tvhw_service_load [--seconds N]\n"
-    "\n"
+constexpr int kSeconds = 20;
+
+constexpr char kUsage[] =
+    "Usage: tvhw_service_load\n"
     "Runs 20 processes with 10 clients each, which acquire, use, lose and release cores and ports\n"
-    "of the service on this bus, and kills one at random now and then. Prints the longest wait\n"
-    "and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits with 0 when\n"
-    "nothing is held at the end and the memory came back, 1 otherwise, 2 for wrong options.\n";
+    "of the service on this bus for 20 seconds, and kills one at random now and then. Prints the\n"
+    "longest wait and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits\n"
+    "with 0 when nothing is held at the end and the memory came back, else with 1.\n";
 
 /// One process: each client on a thread of its own. Prints its longest wait in milliseconds.
 int use(unsigned int seed, int seconds) {
@@ -63,7 +64,7 @@ long residentKilobytes(std::string const& pid) {
     return 0;
 }
 
-int run(std::string const& self, int seconds) {
+int run(std::string const& self) {
     char const* const pid = std::getenv("TVHW_SERVICE_PID");
     std::string const service = pid == nullptr ? "" : pid;
     std::minstd_rand random;
@@ -74,17 +75,17 @@ int run(std::string const& self, int seconds) {
             self, "--use", std::to_string(++started), std::to_string(rest)});
     };
     for (int number = 0; number < kProcesses; ++number) {
-        processes.push_back(start(seconds));
+        processes.push_back(start(kSeconds));
     }
     int killed = 0;
     long early = 0;
-    for (int tenths = 0; tenths < seconds * 10 - 10; tenths += 5) {
+    for (int tenths = 0; tenths < kSeconds * 10 - 10; tenths += 5) {
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         auto& victim = processes[random() % processes.size()];
         victim->end(SIGKILL);
-        victim = start(std::max(seconds - tenths / 10 - 1, 1));
+        victim = start(std::max(kSeconds - tenths / 10 - 1, 1));
         ++killed;
-        if (tenths == seconds * 10 / 4 / 5 * 5) {
+        if (tenths == kSeconds * 10 / 4 / 5 * 5) {
             early = residentKilobytes(service);
         }
     }
@@ -112,18 +113,12 @@ int run(std::string const& self, int seconds) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    std::string const option = count > 1 ? arguments[1] : "";
-    if (count == 4 && option == "--use") {
+    if (count == 4 && std::string(arguments[1]) == "--use") {
         return use(static_cast<unsigned int>(std::atoi(arguments[2])), std::atoi(arguments[3]));
     }
-    int const seconds = count == 1 ? 20 : count == 3 ? std::atoi(arguments[2]) : 0;
-    if (option == "--help") {
-        std::cout << kHelp;
-        return 0;
-    }
-    if ((count > 1 && option != "--seconds") || seconds < 2 || seconds > 3600) {
-        std::cerr << "tvhw_service_load: wrong options; --seconds takes 2 to 3600\n";
+    if (count != 1) {
+        std::cerr << kUsage;
         return 2;
     }
-    return run(arguments[0], seconds);
+    return run(arguments[0]);
 }
