@@ -152,6 +152,33 @@ TEST_F(HostPlatformTest, TwoNewcomersThatWaitForEachOtherBothGetAnAnswer) {
     first.join();
 }
 
+TEST_F(HostPlatformTest, WhatIsGivenUpGoesToTheRequestItWasAskedFor) {
+    Client small;
+    Client large;
+    Client first;
+    Client second;
+    EXPECT_EQ(small.acquire(1, 640), 0);
+    EXPECT_EQ(large.acquire(1, 1920), 0);
+    std::promise<void> asked;
+    std::promise<void> refuses;
+    small.answer = second.answer = 0;
+    small.onReclaimed = [&] {
+        asked.set_value();
+        refuses.get_future().wait();
+    };
+    large.onReclaimed = [&] {
+        refuses.set_value();
+        while (kvo::host::describe().find("refused 1") == std::string::npos) {
+            std::this_thread::yield();
+        }
+    };
+    std::thread waits([&] { EXPECT_NE(first.acquire(1, 640), 0); });
+    asked.get_future().wait();
+    EXPECT_EQ(second.acquire(1, 1920), 0);
+    EXPECT_EQ(second.held().core, 3) << "not the older request's, which the core would serve, too";
+    waits.join();
+}
+
 TEST_F(HostPlatformTest, AHolderThatRefusesIsPassedOver) {
     kvo::host::setPool({{1}, {2}});
     Client live;

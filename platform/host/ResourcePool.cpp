@@ -157,14 +157,16 @@ ResourcePool::Step ResourcePool::advance(int request) {
 int ResourcePool::startReclaim(int client) { return newReclaim(client, 0, mOrder); }
 
 void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
-    auto const ended = mReclaims.extract(reclaim);
-    if (ended.empty()) {
+    auto const ended = mReclaims.find(reclaim);
+    if (ended == mReclaims.end()) {
         return;
     }
-    int const holder = ended.mapped().holder;
+    int const holder = ended->second.holder;
     if (gaveUp) {
-        giveBack(holder);
-    } else if (isOpen(holder)) {
+        giveBack(holder);  // While the reclaim still tells for whom.
+    }
+    mReclaims.erase(ended);
+    if (!gaveUp && isOpen(holder)) {
         ++mClients.at(holder).refusals;
     }
     for (auto& [number, pending] : mPending) {
