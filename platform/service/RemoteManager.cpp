@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -188,11 +190,10 @@ private:
             bus->object = sdbus::createObject(*bus->connection, kClientPath);
             bus->object->registerMethod("Reclaim")
                 .onInterface(kClientInterface)
-                .implementedAs([this, object = bus->object.get()](
+                .implementedAs([this, called = std::weak_ptr(bus)](
                                    sdbus::Result<std::int32_t>&& reply, std::int32_t const& client,
                                    std::int32_t const& reclaim) {
-                    std::string const sender = object->getCurrentlyProcessedMessage()->getSender();
-                    onReclaim(std::move(reply), sender, client, reclaim);
+                    onReclaim(called.lock(), std::move(reply), client, reclaim);
                 });
             bus->object->finishRegistration();
             std::thread([bus] {
@@ -203,6 +204,7 @@ private:
                 }
                 bus->lost = true;
             }).detach();
+            waitForEventLoop(*bus->connection);
             mBus = std::move(bus);
         } catch (sdbus::Error const&) {
             mBus = nullptr;
@@ -210,10 +212,26 @@ private:
         return mBus;
     }
 
+    /// Waits until the connection's thread handles messages. A call that is made before then keeps
+    /// the connection to itself until it is answered, so that no reclaim gets through meanwhile.
+    static void waitForEventLoop(sdbus::IConnection& connection) {
+        auto const running = std::make_shared<std::promise<void>>();
+        auto future = running->get_future();
+        auto const daemon =
+            sdbus::createProxy(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
+        daemon->callMethodAsync("GetId")
+            .onInterface("org.freedesktop.DBus")
+            .uponReplyInvoke(
+                [running](sdbus::Error const*, std::string const&) { running->set_value(); });
+        future.wait_for(std::chrono::microseconds(kCallTimeout));
+    }
+
     /// Answers the service for a client, on a thread of its own: the callback may block, and call
-    /// the service. Only the service that the client was opened at may ask.
-    void onReclaim(sdbus::Result<std::int32_t>&& reply, std::string const& sender, int client,
+    /// the service. Only the service that the client was opened at may ask. `bus`, by which it
+    /// asks, may be lost and replaced meanwhile; it stays for the reply, which refers to it.
+    void onReclaim(std::shared_ptr<Bus> bus, sdbus::Result<std::int32_t>&& reply, int client,
                    int reclaim) {
+        std::string const sender = bus->object->getCurrentlyProcessedMessage()->getSender();
         Client asked;
         {
             std::lock_guard<std::mutex> const lock(mMutex);
@@ -224,11 +242,13 @@ private:
             }
             asked = found->second;
         }
-        std::thread([reply = std::move(reply), asked, client, reclaim] {
+        std::thread([bus = std::move(bus), held = std::move(reply), asked, client,
+                     reclaim]() mutable {
+            auto const answered = std::move(held);  // Goes before the bus does.
             tReclaim = reclaim;
             int const answer = host::callReclaim(asked.function, client, asked.cookie);
             try {
-                reply.returnResults(answer);
+                answered.returnResults(answer);
             } catch (sdbus::Error const&) {
                 // Nobody is left to be answered.
             }
