@@ -94,6 +94,8 @@ run-service = $(call run-tests,$(1)) && \
 service: build-dir
 	@tools/install-packages build test service
 	@$(call run-service,service)
+	@$(call quietly,service-installed,cmake --install build/service --prefix build/service/installed \
+		&& build/service/installed/bin/tvhw-run -- build/service/installed/bin/tvhw-platform-check)
 	@$(call run-service,service-asan)
 
 # $(call run-stress,preset)

@@ -33,6 +33,26 @@ if(TVHW_HOST_PLATFORM)
 endif()
 install(TARGETS ${targets} EXPORT kvo_media_hw_tvhwTargets)
 
+# The programs, as far as they are built. The service's client library lies below the other one,
+# where the loader sees it only when it is told to.
+file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+foreach(program tvhw-platform-check tvhw-resource-manager)
+    if(TARGET ${program})
+        if(TVHW_HOST_PLATFORM)
+            set_target_properties(${program} PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
+        endif()
+        install(TARGETS ${program})
+    endif()
+endforeach()
+if(TVHW_SERVICE)
+    set_target_properties(kvo_hal_crm_service PROPERTIES INSTALL_RPATH $ORIGIN/..)
+    install(TARGETS kvo_hal_crm_service DESTINATION ${CMAKE_INSTALL_LIBDIR}/tvhw-service)
+    set(client_library ${libraries}/tvhw-service)
+    configure_file(platform/service/tvhw-run installed/tvhw-run @ONLY)
+    install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/installed/tvhw-run
+        DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kvo_media_hw_tvhw)
 install(EXPORT kvo_media_hw_tvhwTargets NAMESPACE kvo:: DESTINATION ${package})
 configure_package_config_file(cmake/kvo_media_hw_tvhwConfig.cmake.in
