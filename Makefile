@@ -56,7 +56,7 @@ build-dir:
 	@mkdir -p build
 
 demo: build-dir
-	@tools/install-packages build demo
+	@tools/install-packages build demo service
 	@$(call build,demo)
 	@mkdir -p build/demo-output && rm -f build/demo-output/demo.log
 	@KVO_MEDIA_LOG_LEVEL=$${KVO_MEDIA_LOG_LEVEL:-4} \
@@ -67,6 +67,7 @@ demo: build-dir
 			>build/demo-output/report.txt
 	@[ ! -f build/demo-output/demo.log ] || \
 		echo 'build/demo-output/reclaim.svg: a reclaim of this run, drawn from its log by tools/tvhw-log'
+	@examples/several-processes/several-processes build/demo
 
 test: build-dir
 	@tools/install-packages build test
