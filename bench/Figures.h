@@ -18,3 +18,6 @@ Rows reclaimDispatch();
 
 /// What a call of a codec through a wrapper costs where calls are not logged.
 Rows callLogCost();
+
+/// What an acquisition and release cost of the resource manager within the process.
+Rows acquisitionCost();

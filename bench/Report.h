@@ -29,11 +29,9 @@ void measureEvents(std::string const& name, int events, std::function<double()> 
 /// returns the median times by name, in nanoseconds.
 std::map<std::string, double> runMedians();
 
-/// Says whether a figure reaches its target.
-bool isReached(Row const& row);
-
-/// Prints the machine, and how busy it is, to standard output.
-void printMachine();
-
-/// Prints a table of figures to standard output.
-void print(Rows const& rows);
+/// Measures groups of figures and prints the machine and a table of them all: the whole of a
+/// program, whose arguments may only ask for its `usage`. A group of which a figure misses its
+/// target is measured several times, and its medians count. Returns the exit status: 0 when all
+/// targets are reached, 1 when not, 2 for other arguments.
+int report(int argc, char** argv, char const* usage,
+           std::vector<std::function<Rows()>> const& groups);
