@@ -172,10 +172,12 @@ format-check:
 	@tools/install-packages check
 	@clang-format --dry-run -Werror $(sources)
 
+# Reads the code as the service's build does, which compiles all of it.
 tidy: build-dir
-	@tools/install-packages build check clang
-	@$(call build,clang)
-	@clang-tidy --quiet -p build/clang $(filter-out platform/service/%,$(filter impl/%.cpp platform/%.cpp,$(sources))) 2>build/tidy.log
+	@tools/install-packages build test check service
+	@$(call quietly,service,cmake --preset service)
+	@echo $(filter impl/%.cpp platform/%.cpp,$(sources)) | \
+		xargs -P $(JOBS) -n 3 clang-tidy --quiet -p build/service 2>build/tidy.log
 
 # The scripts are the files that name a shell in their first line.
 shellcheck:

@@ -195,6 +195,7 @@ private:
                                    std::int32_t const& reclaim) {
                     onReclaim(called.lock(), std::move(reply), client, reclaim);
                 });
+            // NOLINTNEXTLINE(clang-analyzer-*NewDeleteLeaks): it takes the handler for leaked.
             bus->object->finishRegistration();
             std::thread([bus] {
                 try {

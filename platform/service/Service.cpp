@@ -22,7 +22,7 @@ Service::Service()
     watchForDeaths();
 }
 
-void Service::run(volatile bool const& stop) {
+void Service::run(volatile bool const& stop, sigset_t const& whileWaiting) {
     while (!stop) {
         while (mConnection->processPendingRequest()) {
         }
@@ -30,15 +30,14 @@ void Service::run(volatile bool const& stop) {
         }
         auto const bus = mConnection->getEventLoopPollData();
         pollfd entry{bus.fd, bus.events, 0};
-        int timeout = bus.getPollTimeout();
-        auto const next = mPool.nextDeadline();
-        if (next != ResourcePool::Clock::time_point::max()) {
-            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                next - ResourcePool::Clock::now());
-            int const untilOverdue = static_cast<int>(std::max<long>(left.count(), 0)) + 1;
-            timeout = timeout < 0 ? untilOverdue : std::min(timeout, untilOverdue);
+        auto const untilOverdue = std::chrono::duration_cast<std::chrono::milliseconds>(
+            mPool.nextDeadline() - ResourcePool::Clock::now());
+        long wait = std::max<long>(untilOverdue.count() + 1, 0);
+        if (bus.getPollTimeout() >= 0) {
+            wait = std::min<long>(wait, bus.getPollTimeout());
         }
-        poll(&entry, 1, timeout);
+        timespec const limit{wait / 1000, wait % 1000 * 1'000'000};
+        ppoll(&entry, 1, &limit, &whileWaiting);
     }
 }
 
@@ -130,8 +129,7 @@ int Service::giveBack(int client) {
     return 0;
 }
 
-std::tuple<std::int32_t, std::int32_t, std::int32_t, std::int32_t, std::int32_t> Service::holding(
-    int client) {
+Service::Holding Service::holding(int client) {
     if (!isOwn(client)) {
         return {ResourcePool::kInvalid, 0, 0, 0, 0};
     }

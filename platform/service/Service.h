@@ -2,6 +2,7 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <csignal>
 #include <map>
 #include <memory>
 #include <string>
@@ -18,8 +19,9 @@ public:
     /// bus.
     Service();
 
-    /// Serves until `stop` is set, by a signal's handler. Throws sdbus::Error when the bus is lost.
-    void run(volatile bool const& stop);
+    /// Serves until `stop` is set, by the handler of a signal that the caller blocks and
+    /// `whileWaiting` does not, so that none is missed. Throws sdbus::Error when the bus is lost.
+    void run(volatile bool const& stop, sigset_t const& whileWaiting);
 
 private:
     /// A process that has opened clients, known by its unique name on the bus.
@@ -28,6 +30,8 @@ private:
         std::unique_ptr<sdbus::IProxy> proxy;
     };
     using Reply = sdbus::Result<std::int32_t>;
+    /// Code, type of core, port, width and height of the core.
+    using Holding = std::tuple<int, int, int, int, int>;
 
     void registerOperations();
     void watchForDeaths();
@@ -36,8 +40,7 @@ private:
     std::tuple<std::int32_t, std::int32_t, std::string> open(std::string const& name, int above);
     int close(int client);
     int giveBack(int client);
-    std::tuple<std::int32_t, std::int32_t, std::int32_t, std::int32_t, std::int32_t> holding(
-        int client);
+    Holding holding(int client);
     void acquire(Reply&& reply, int client, host::ResourcePool::Request const& request,
                  bool tryOnly, int insideReclaim);
 

@@ -28,33 +28,43 @@ constexpr char kHelp[] =
 volatile bool gStop = false;
 
 int serve() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { gStop = true; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    sigset_t ends;
+    sigset_t before;
+    sigemptyset(&ends);
+    for (int const end : {SIGINT, SIGTERM}) {
+        static_cast<void>(std::signal(end, [](int) { gStop = true; }));
+        sigaddset(&ends, end);
+    }
+    sigprocmask(SIG_BLOCK, &ends, &before);
     kvo::service::Service service;
-    service.run(gStop);
+    service.run(gStop, before);
     return 0;
 }
 
 int printStatus(bool again) {
     auto const service = sdbus::createProxy(sdbus::createSessionBusConnection(),
                                             kvo::service::kServiceName, kvo::service::kServicePath);
-    do {
+    for (;;) {
         std::string status;
         service->callMethod("Status")
             .onInterface(kvo::service::kServiceInterface)
             .storeResultsTo(status);
         std::cout << (again ? "\033[H\033[2J" : "") << status << std::flush;
-        std::this_thread::sleep_for(std::chrono::seconds(again ? 1 : 0));
-    } while (again);
-    return 0;
+        if (!again) {
+            return 0;
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
     std::string const option = count > 1 ? arguments[1] : "";
+    if (count == 2 && option == "--help") {
+        std::cout << kHelp;
+        return 0;
+    }
     try {
         if (count == 1) {
             return serve();
@@ -66,11 +76,6 @@ int main(int count, char** arguments) {
         std::cerr << "tvhw-resource-manager: " << error.getMessage() << "\n";
         return 1;
     }
-    bool const isHelp = count == 2 && option == "--help";
-    if (!isHelp) {
-        std::cerr << "tvhw-resource-manager: unknown option " << option << "; see --help\n";
-        return 2;
-    }
-    std::cout << kHelp;
-    return 0;
+    std::cerr << "tvhw-resource-manager: unknown option " << option << "; see --help\n";
+    return 2;
 }
