@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
+#include <type_traits>
 
 #include "kvo_media_log.h"
 
@@ -20,14 +22,17 @@ struct LogSite {
     int line;
 };
 
-/// Returns a source file's path from the project's root on, wherever the build has found the file.
-constexpr char const* pathFromRoot(char const* path) {
-    auto const root = std::string_view(path).rfind("impl/tvhw/");
-    return root == std::string_view::npos ? path : path + root;
+/// Returns how much of a source file's path leads to the project's root, wherever that lies.
+constexpr std::size_t rootLength(std::string_view path) {
+    auto const root = path.rfind("impl/tvhw/");
+    return root == std::string_view::npos ? 0 : root;
 }
 
-/// The current line as a LogSite. The file that uses it defines kLogTag.
-#define TVHW_LOG_SITE (LogSite{kLogTag, pathFromRoot(__FILE__), __func__, __LINE__})
+/// The current line as a LogSite. The file that uses it defines kLogTag. The length is a constant
+/// also where the compiler saves space, which else has every log call search the path.
+#define TVHW_LOG_SITE                                                                              \
+    (LogSite{kLogTag, &__FILE__[std::integral_constant<std::size_t, rootLength(__FILE__)>::value], \
+             __func__, __LINE__})
 
 /// Logs a printf-style message on behalf of `site`.
 #define TVHW_LOG_AT(site, level, ...) \
