@@ -26,8 +26,8 @@ help:
 	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'
 	@echo 'make coverage          report which lines of the library the tests reach; fails below 98 %'
-	@echo 'make bench             measure the library and the resource manager beside what their work'
-	@echo '                       must cost; fails where it costs too much more'
+	@echo 'make bench             measure the library, its speed and its size, and the resource manager'
+	@echo '                       beside what their work must cost; fails where it costs too much more'
 	@echo 'make clang             build with the compiler and runtime of LLVM, as for the device, checking'
 	@echo '                       the lock rules, and run the tests, under the sanitizers too'
 	@echo 'make target            build for 32-bit Arm and run the tests under an emulator'
@@ -127,10 +127,12 @@ coverage: build-dir
 	@gcovr --root . --filter impl/ --print-summary --fail-under-line 98 build/coverage
 
 bench: build-dir
-	@tools/install-packages build bench service
+	@tools/install-packages build clang target abi bench service
 	@$(call build,bench)
+	@$(call build,clang-target,kvo_media_hw_tvhw)
 	@build/bench/bench/tvhw_bench
 	@build/bench/platform/service/tvhw-run -- build/bench/bench/service/tvhw_service_bench
+	@tools/library-size build/clang-target build/bench
 
 clang: build-dir
 	@tools/install-packages build check clang
