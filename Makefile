@@ -130,9 +130,9 @@ bench: build-dir
 	@tools/install-packages build clang target abi bench service
 	@$(call build,bench)
 	@$(call build,clang-target,kvo_media_hw_tvhw)
-	@build/bench/bench/tvhw_bench
-	@build/bench/platform/service/tvhw-run -- build/bench/bench/service/tvhw_service_bench
-	@tools/library-size build/clang-target build/bench
+	@missed=; build/bench/bench/tvhw_bench || missed=1; \
+		build/bench/platform/service/tvhw-run -- build/bench/bench/service/tvhw_service_bench || \
+		missed=1; tools/library-size build/clang-target build/bench || missed=1; [ -z "$$missed" ]
 
 clang: build-dir
 	@tools/install-packages build check clang
