@@ -21,7 +21,7 @@ help:
 	@echo '                       interleaving of a few threads with at most INTERLEAVE_BOUND'
 	@echo '                       ($(INTERLEAVE_BOUND)) preemptions'
 	@echo 'make service           test the resource manager as a service, also under load and under'
-	@echo '                       the address sanitizer'
+	@echo '                       the address sanitizer, and the platform check on faulty platforms'
 	@echo 'make stress            use many codecs at once under each of the sanitizers, for'
 	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'

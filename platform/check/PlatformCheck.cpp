@@ -2,11 +2,17 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,8 +35,18 @@ constexpr char kHelp[] =
     "what came. Exits with 0 when all came out as expected, 1 when not, 2 for an unknown name.\n";
 
 constexpr unsigned int kHangSeconds = 25;
+constexpr std::chrono::seconds kPatience{2};
+constexpr int kSilent = -999;
 
 using kvo::media::platform::SystemUtils;
+
+/// Clients by their cookies. A cookie is a number, as the library's are: one that comes back
+/// changed, or late, leads nowhere.
+struct Client;
+std::mutex gMutex;
+std::condition_variable gIdle;  ///< A callback has ended.
+std::map<std::uintptr_t, Client*> gClients;
+std::uintptr_t gLastCookie = 0;
 
 /// A client, and what its reclaim callback does.
 struct Client {
@@ -38,27 +54,70 @@ struct Client {
     std::atomic<int> reclaims{0};
     std::atomic<int> insideResult{0};
     std::thread::id thread;
-    std::function<int()> inside;
+    std::function<int(Client&)> inside;
+    std::unique_ptr<Client> successor;  ///< That a callback has opened.
+    std::future<int> otherThread;       ///< Of a callback that has another thread call the manager.
     int answer = 1;
-    int opened = TVHW_CRM_ClientInit(&handle, "check", reclaimed, 0, this);
+    std::uintptr_t cookie = 0;
+    int running = 0;  ///< Callbacks.
+    int opened;
 
-    Client() = default;
+    Client() : cookie(enter(*this)), opened(open()) {}
     Client(Client const&) = delete;
     Client& operator=(Client const&) = delete;
     ~Client() {
         if (handle != nullptr) {
             TVHW_CRM_ClientFree(&handle);
         }
+        {
+            std::lock_guard<std::mutex> const lock(gMutex);
+            gClients.erase(cookie);
+        }
+        waitUntilIdle();
+    }
+
+    void waitUntilIdle() {
+        std::unique_lock<std::mutex> lock(gMutex);
+        gIdle.wait(lock, [this] { return running == 0; });
+    }
+
+    static std::uintptr_t enter(Client& client) {
+        std::lock_guard<std::mutex> const lock(gMutex);
+        gClients[++gLastCookie] = &client;
+        return gLastCookie;
+    }
+
+    int open() {
+        return TVHW_CRM_ClientInit(&handle, "check", reclaimed, 0, reinterpret_cast<void*>(cookie));
     }
 
     static int reclaimed(TVHW_CRM_RECLAIM_PARAM const*, void* cookie) {
-        auto& client = *static_cast<Client*>(cookie);
-        client.thread = std::this_thread::get_id();
-        if (client.inside) {
-            client.insideResult = client.inside();
+        std::unique_lock<std::mutex> lock(gMutex);
+        auto const found = gClients.find(reinterpret_cast<std::uintptr_t>(cookie));
+        if (found == gClients.end()) {
+            return 1;
         }
+        Client& client = *found->second;
+        ++client.running;
+        lock.unlock();
+        client.thread = std::this_thread::get_id();
         ++client.reclaims;
-        return client.answer;
+        if (client.inside) {
+            client.insideResult = client.inside(client);
+        }
+        lock.lock();
+        int const answer = client.answer;
+        --client.running;
+        gIdle.notify_all();
+        return answer;
+    }
+
+    /// Lets another thread call the manager. Returns what it answers, kSilent when that takes too
+    /// long.
+    int callFromOtherThread(std::function<int()> call) {
+        otherThread = std::async(std::launch::async, std::move(call));
+        bool const isBack = otherThread.wait_for(kPatience) == std::future_status::ready;
+        return isBack ? otherThread.get() : kSilent;
     }
 
     int acquire(bool tryOnly = false) {
@@ -123,17 +182,19 @@ Outcome isTrue(std::string const& expected, bool came) {
     return {expected, came ? expected : "not"};
 }
 
-/// Lets all holders' callbacks do `inside` while a newcomer takes one of their cores.
+/// Lets all holders' callbacks do `inside` while a newcomer takes one of their cores; then looks
+/// at the holder that was asked, the newcomer and the result of its request.
 template <typename Check>
 Outcome duringReclaim(std::function<int(Client&)> const& inside, Check const& check) {
     auto holders = holdAll();
     for (auto& holder : holders) {
-        holder->inside = [&inside, client = holder.get()] { return inside(*client); };
+        holder->inside = inside;
     }
     Client newcomer;
     int const result = newcomer.acquire();
     for (auto& holder : holders) {
         if (holder->reclaims > 0) {
+            holder->waitUntilIdle();
             return check(*holder, newcomer, result);
         }
     }
@@ -172,9 +233,9 @@ Check const kChecks[] = {
          int const acquired = client.acquire();
          int described = -1;
          auto const held = client.held(&described);
-         return isTrue("0, a core of 1 to 4, at least 640x480",
+         return isTrue("0, a core of 1 to 4, at least 640x480, and no port",
                        acquired == 0 && described == 0 && held.core >= 1 && held.core <= 4 &&
-                           held.maxWidth >= 640 && held.maxHeight >= 480);
+                           held.maxWidth >= 640 && held.maxHeight >= 480 && held.videoPort < 1);
      }},
     {"reserved-fields-are-zero",
      [] {
@@ -207,6 +268,15 @@ Check const kChecks[] = {
          int described = 0;
          client.held(&described);
          return isTrue("0, then nothing held", result == 0 && described != 0);
+     }},
+    {"free-gives-back",
+     [] {
+         auto holders = holdAll();
+         if (!holders.empty()) {
+             holders.pop_back();
+         }
+         Client newcomer;
+         return Outcome{"0", list({newcomer.acquire(true)})};
      }},
     {"a-core-and-a-port-at-once",
      [] {
@@ -262,10 +332,37 @@ Check const kChecks[] = {
                                                     result == 0 && newcomer.held().core > 0);
                               });
      }},
+    {"a-reclaim-may-take-4-seconds",
+     [] {
+         return duringReclaim(
+             [](Client&) {
+                 std::this_thread::sleep_for(std::chrono::seconds(4));
+                 return 0;
+             },
+             [](Client&, Client&, int result) {
+                 return Outcome{"0", list({result})};
+             });
+     }},
+    {"the-cookie-comes-back",
+     [] {
+         return duringReclaim([](Client&) { return 0; },
+                              [](Client& holder, Client&, int) {
+                                  int described = 0;
+                                  holder.held(&described);
+                                  return isTrue("that of the client whose core is taken",
+                                                described != 0);
+                              });
+     }},
+    // The other thread is one that the callback may wait for; a lock that this thread may take
+    // again would stop it.
     {"no-lock-is-held-in-a-reclaim",
      [] {
          return duringReclaim(
-             [](Client& holder) { return TVHW_CRM_ClientReleaseResource(holder.handle); },
+             [](Client& holder) {
+                 auto const release = [&] { return TVHW_CRM_ClientReleaseResource(holder.handle); };
+                 int const besides = holder.callFromOtherThread(release);
+                 return besides == 0 ? release() : besides;
+             },
              [](Client& holder, Client&, int result) {
                  return Outcome{list({0, 0}), list({holder.insideResult.load(), result})};
              });
@@ -278,12 +375,29 @@ Check const kChecks[] = {
                  return Outcome{list({0, 0}), list({holder.insideResult.load(), result})};
              });
      }},
+    // Free may wait for the callback, which therefore does not wait for Free.
+    {"freeing-during-a-reclaim",
+     [] {
+         return duringReclaim(
+             [](Client& holder) {
+                 return holder.callFromOtherThread(
+                     [&] { return TVHW_CRM_ClientFree(&holder.handle); });
+             },
+             [](Client& holder, Client& newcomer, int result) {
+                 int const freed = holder.otherThread.valid() ? holder.otherThread.get()
+                                                              : holder.insideResult.load();
+                 return isTrue("0 twice, and the core for the newcomer",
+                               freed == 0 && result == 0 && newcomer.held().core > 0);
+             });
+     }},
+    // The successor keeps what it gets, so that it must be another core than the newcomer's.
     {"restarting-inside-a-reclaim",
      [] {
          return duringReclaim(
-             [](Client&) {
-                 Client again;
-                 again.acquire();
+             [](Client& holder) {
+                 holder.successor = std::make_unique<Client>();
+                 holder.successor->answer = 0;
+                 holder.successor->acquire();
                  return 1;
              },
              [](Client& holder, Client&, int result) {
@@ -299,6 +413,14 @@ Check const kChecks[] = {
                  int const release = TVHW_CRM_ClientReleaseResource(holder.handle);
                  return Outcome{list({0, 0}), list({release, TVHW_CRM_ClientFree(&holder.handle)})};
              });
+     }},
+    {"after-a-reclaim-a-core-is-granted-again",
+     [] {
+         return duringReclaim([](Client&) { return 0; },
+                              [](Client& holder, Client& newcomer, int) {
+                                  TVHW_CRM_ClientFree(&newcomer.handle);
+                                  return Outcome{"0", list({holder.acquire(true)})};
+                              });
      }},
     {"a-refused-reclaim-leaves-the-core",
      [] {
