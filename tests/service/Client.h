@@ -16,7 +16,7 @@
 /// A client of the resource manager that counts what is asked of it.
 struct Client {
     TVHW_CRM_HANDLE handle = nullptr;
-    std::string onReclaim;  ///< "give", "keep", "hang" or "die".
+    std::string onReclaim;  ///< "give", "keep", "hang", "die" or "lose" (the bus).
     std::atomic<int> reclaims{0};
     int opened;
 
@@ -40,6 +40,11 @@ struct Client {
         if (client.onReclaim == "hang") {
             std::this_thread::sleep_for(std::chrono::seconds(60));
         }
+        if (client.onReclaim == "lose") {
+            std::puts("asked");
+            std::fflush(stdout);
+            client.waitForLoss();
+        }
         return client.onReclaim == "keep" ? 0 : 1;
     }
 
@@ -52,6 +57,12 @@ struct Client {
         TVHW_CRM_RESOURCE resource{};
         int const result = TVHW_CRM_ClientGetResource(handle, &resource);
         return result == 0 ? resource.core : result;
+    }
+
+    void waitForLoss() {
+        while (core() != -111) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
     }
 };
 

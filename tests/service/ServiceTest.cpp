@@ -1,4 +1,6 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdio>
@@ -125,8 +127,42 @@ TEST_F(ServiceTest, TheServiceDecidesForAllProcesses) {
     auto& utils = kvo::media::platform::SystemUtils::getInstance();
     EXPECT_TRUE(utils.allowsForcedAcquire(1));
     EXPECT_FALSE(utils.allowsForcedAcquire(12345));
+    Process monitor({"dbus-monitor", "type='signal',interface='kvo.tvhw.ResourceManager1'"});
+    while (monitor.line().find("member=NameLost") == std::string::npos) {
+    }
+    monitor.line();
     utils.onProcessReclaimed(12345);
-    utils.onReclaimedClientReleased(12345);
+    utils.onReclaimedClientReleased(54321);
+    for (char const* const part : {"member=ProcessReclaimed", "int32 12345",
+                                   "member=ReclaimedClientReleased", "int32 54321"}) {
+        std::string const line = monitor.line();
+        EXPECT_NE(line.find(part), std::string::npos) << line << " instead of " << part;
+    }
+}
+
+TEST_F(ServiceTest, AReclaimGetsThroughToAProcessWhoseFirstCallsWait) {
+    EXPECT_EQ(Process({gSelf, "--late-threads"}).line(), "0 0");
+}
+
+TEST_F(ServiceTest, ABusThatIsLostDuringAReclaimIsNoService) {
+    Process bus({"dbus-daemon", "--session", "--nofork", "--print-address"});
+    std::string const address = "DBUS_SESSION_BUS_ADDRESS=" + bus.line();
+    auto words = service();
+    words.insert(words.begin() + 1, address);
+    Process const manager(words);
+    auto const player = [&](char const* behaviour) {
+        return std::make_unique<Process>(
+            std::vector<std::string>{"env", address, gSelf, "--hold", behaviour, "1920"});
+    };
+    auto holder = player("lose");
+    while (holder->line() != "0") {
+        holder = player("lose");
+    }
+    auto const newcomer = player("give");
+    EXPECT_EQ(holder->line(), "asked");
+    bus.end(SIGKILL);
+    EXPECT_EQ(newcomer->line(), "-111");
+    EXPECT_EQ(holder->end(), 0);
 }
 
 // What another program on the bus could send.
@@ -165,17 +201,52 @@ int hold(std::string const& behaviour, int width) {
     Client client(behaviour);
     std::printf("%d\n", client.acquire(width));
     std::fflush(stdout);
-    for (;;) {
-        pause();
+    while (behaviour != "lose" || client.reclaims == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    client.waitForLoss();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // The answer goes nowhere now.
+    return 0;
+}
+
+bool gThreadsAreLate = false;
+
+/// A process whose only core goes from one client to another, while each thread it starts is late.
+int playWithLateThreads() {
+    gThreadsAreLate = true;
+    Client first;
+    Client second;
+    int const granted = first.acquire(1920);
+    std::printf("%d %d\n", granted, second.acquire(1920));
+    return 0;
 }
 
 }  // namespace
+
+/// The loader finds it before the system's.
+extern "C" KVO_MEDIA_EXPORT int pthread_create(pthread_t* thread, pthread_attr_t const* attributes,
+                                               void* (*run)(void*), void* argument) noexcept {
+    static auto* const create =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (!gThreadsAreLate) {
+        return create(thread, attributes, run, argument);
+    }
+    using Start = std::pair<void* (*)(void*), void*>;
+    auto const late = [](void* start) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        auto const [function, value] = *std::unique_ptr<Start>(static_cast<Start*>(start));
+        return function(value);
+    };
+    return create(thread, attributes, late, new Start(run, argument));
+}
 
 int main(int count, char** arguments) {
     gSelf = arguments[0];
     if (count == 4 && std::string(arguments[1]) == "--hold") {
         return hold(arguments[2], std::atoi(arguments[3]));
+    }
+    if (count == 2 && std::string(arguments[1]) == "--late-threads") {
+        return playWithLateThreads();
     }
     testing::InitGoogleTest(&count, arguments);
     return RUN_ALL_TESTS();
