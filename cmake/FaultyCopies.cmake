@@ -19,6 +19,7 @@ function(add_faulty_copies target patches tree library)
     get_target_property(linked ${library} LINK_LIBRARIES)
     list(REMOVE_ITEM linked ${ARGN} tvhw_warnings)  # A fault may leave something unused.
     get_target_property(version ${library} SOVERSION)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${files})
     foreach(patch ${files})
         get_filename_component(fault ${patch} NAME_WE)
         set(folder ${CMAKE_CURRENT_BINARY_DIR}/${patches}/${fault})
