@@ -38,9 +38,9 @@ public:
     /// grant cannot be read counts as none (-1) and is no failure.
     ///
     /// When only the core's id could not be read, returns -1, and the next attempt goes on with
-    /// that core, with id -1 and the port as the manager numbers it: release() first. After a
-    /// reclaim the acquisition runs all the same: it may also fail with -1, and what it leaves held
-    /// goes at destruction.
+    /// that core if its type is known, with id -1 and the port as the manager numbers it: release()
+    /// first. After a reclaim the acquisition runs all the same: it may also fail with -1, and what
+    /// it leaves held goes at destruction.
     Return<void> configureTunnelMode(CodecType type, Configuration const& config) override;
     /// As configureTunnelMode(), without asking for a display port.
     Return<void> configureReferenceMode(CodecType type, Configuration const& config) override;

@@ -28,8 +28,8 @@ public:
     bool reclaim() override;
 
     /// Acquires a core that fits `type` and `config`, unless one is recorded. Returns 0, or -1;
-    /// what was acquired before the failure stays held until the next attempt, which keeps it when
-    /// only its id could not be read, or until it is given back.
+    /// what was acquired before the failure stays held until the next attempt, which keeps a core
+    /// of known type of which only the id could not be read, or until it is given back.
     int acquireResources(CodecType type, Configuration const* config);
 
     /// Acquires a display port, unless one was granted or learned. Returns 0, also when the grant

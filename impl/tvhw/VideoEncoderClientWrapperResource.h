@@ -31,8 +31,8 @@ public:
     /// Acquires a core that fits `config`, unless one is held, and configures the client with a
     /// copy of `config` that says whether the core is of type 802. Returns the client's status, -1
     /// when no core is granted or its id cannot be read, the next attempt then going on with the
-    /// core; or -19, with everything acquired still held, after a reclaim. Where the resource
-    /// manager cannot be reached, the client is configured without a core.
+    /// core if its type is known; or -19, with everything acquired still held, after a reclaim.
+    /// Where the resource manager cannot be reached, the client is configured without a core.
     Return<void> configure(Configuration const& config) override;
 
     /// Releases the client, then gives everything back; returns the client's status. After a

@@ -29,8 +29,8 @@ inline constexpr char kOutFormat[] = "outFormat";  ///< CodecType of the output;
 /// one; default 0.
 inline constexpr char kUseDmaBuffer[] = "useDmaBuffer";
 
-// Written by the decoder. After a core whose id could not be read, the id is -1 and the port is as
-// the resource manager numbers it.
+// Written by the decoder. After a core of known type whose id could not be read, the id is -1 and
+// the port is as the resource manager numbers it.
 inline constexpr char kResourceCoreType[] = "resource-core-type";  ///< 801 to 804, 0 if unknown.
 inline constexpr char kResourceId[] = "resource-id";  ///< The resource client's unique id.
 inline constexpr char kVideoPort[] = "video-port";    ///< Display port from 0, -1 for none.
