@@ -60,9 +60,15 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
 }
 
 int ResourcePool::openClient(std::string name, Owner owner, int above) {
-    mLastClient = std::max(mLastClient, above) + 1;
-    mClients.emplace(mLastClient, Client{std::move(name), std::move(owner)});
-    return mLastClient;
+    int client = std::max(mLastClient, above) + 1;
+    while (isOpen(client)) {
+        ++client;
+    }
+    if (above <= mLastClient) {
+        mLastClient = client;  // One process's bound does not use up the ids of the others.
+    }
+    mClients.emplace(client, Client{std::move(name), std::move(owner)});
+    return client;
 }
 
 bool ResourcePool::closeClient(int client) {

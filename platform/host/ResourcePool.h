@@ -84,7 +84,8 @@ public:
     /// Replaces the cores. Who holds one of the old ones keeps it, and is not asked for it.
     void setCores(std::vector<CodecCore> const& cores);
 
-    /// Opens a client and returns its unique id, which is above `above` and every earlier one.
+    /// Opens a client and returns its unique id, which is above `above` and, unless that is beyond
+    /// all that were given out, above every earlier one.
     int openClient(std::string name, Owner owner, int above = 0);
 
     /// Closes a client, which gives back all it holds; false when there is none of this id.

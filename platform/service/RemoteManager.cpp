@@ -96,18 +96,13 @@ public:
 
     bool allowsForcedAcquire(int pid) override {
         bool allows = false;
-        auto const bus = connect();
-        try {
-            if (bus != nullptr) {
-                bus->service->callMethod("AllowsForcedAcquire")
-                    .onInterface(kServiceInterface)
-                    .withTimeout(kCallTimeout)
-                    .withArguments(pid)
-                    .storeResultsTo(allows);
-            }
-        } catch (sdbus::Error const&) {
-            return false;
-        }
+        ask([&](sdbus::IProxy& service) {
+            service.callMethod("AllowsForcedAcquire")
+                .onInterface(kServiceInterface)
+                .withTimeout(kCallTimeout)
+                .withArguments(pid)
+                .storeResultsTo(allows);
+        });
         return allows;
     }
 
@@ -117,15 +112,9 @@ public:
 
     std::string status() {
         std::string text = "There is no service.\n";
-        auto const bus = connect();
-        try {
-            if (bus != nullptr) {
-                bus->service->callMethod("Status")
-                    .onInterface(kServiceInterface)
-                    .storeResultsTo(text);
-            }
-        } catch (sdbus::Error const&) {
-        }
+        ask([&](sdbus::IProxy& service) {
+            service.callMethod("Status").onInterface(kServiceInterface).storeResultsTo(text);
+        });
         return text;
     }
 
@@ -143,38 +132,43 @@ private:
         void* cookie;
     };
 
-    /// Calls the service. Returns the code that it answers with, the first of `results`, or
-    /// kNoService at once when there is nobody to answer.
-    template <typename... Results, typename... Arguments>
-    int call(std::string const& method, unsigned long long timeout, std::tuple<Results&...> results,
-             Arguments const&... arguments) {
+    /// Lets `calls` call the service. Returns 0, or a code at once when they cannot be answered.
+    template <typename Calls>
+    int ask(Calls const& calls) {
         auto const bus = connect();
         if (bus == nullptr) {
             return ResourcePool::kNoService;
         }
         try {
+            calls(*bus->service);
+            return 0;
+        } catch (sdbus::Error const& error) {
+            bool const isUnsendable = error.getName() == "org.freedesktop.DBus.Error.InvalidArgs";
+            return isUnsendable ? ResourcePool::kInvalid : ResourcePool::kNoService;
+        }
+    }
+
+    /// Calls the service, and returns the code that it answers with, the first of `results`, or
+    /// that of ask().
+    template <typename... Results, typename... Arguments>
+    int call(std::string const& method, unsigned long long timeout, std::tuple<Results&...> results,
+             Arguments const&... arguments) {
+        int const asked = ask([&](sdbus::IProxy& service) {
             // Keeps a reference to the name, which therefore must not be a temporary string.
-            auto invoker = bus->service->callMethod(method);
+            auto invoker = service.callMethod(method);
             invoker.onInterface(kServiceInterface).withTimeout(timeout).withArguments(arguments...);
             std::apply([&](auto&... result) { invoker.storeResultsTo(result...); }, results);
-        } catch (sdbus::Error const&) {
-            return ResourcePool::kNoService;
-        }
-        return std::get<0>(results);
+        });
+        return asked == 0 ? std::get<0>(results) : asked;
     }
 
     void notify(char const* method, int pid) {
-        auto const bus = connect();
-        try {
-            if (bus != nullptr) {
-                bus->service->callMethod(method)
-                    .onInterface(kServiceInterface)
-                    .withArguments(pid)
-                    .dontExpectReply();
-            }
-        } catch (sdbus::Error const&) {
-            // Nobody is there to be told.
-        }
+        ask([&](sdbus::IProxy& service) {
+            service.callMethod(method)
+                .onInterface(kServiceInterface)
+                .withArguments(pid)
+                .dontExpectReply();
+        });
     }
 
     /// Returns the connection to the bus, a new one when the last was lost; null without a bus.

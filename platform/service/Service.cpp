@@ -26,12 +26,13 @@ void Service::run(volatile bool const& stop, sigset_t const& whileWaiting) {
     while (!stop) {
         while (mConnection->processPendingRequest()) {
         }
+        auto const due = mPool.nextDeadline();  // May pass before the next look at the clock.
         while (advanceRequests()) {
         }
         auto const bus = mConnection->getEventLoopPollData();
         pollfd entry{bus.fd, bus.events, 0};
         auto const untilOverdue = std::chrono::duration_cast<std::chrono::milliseconds>(
-            mPool.nextDeadline() - ResourcePool::Clock::now());
+            std::min(due, mPool.nextDeadline()) - ResourcePool::Clock::now());
         long wait = std::max<long>(untilOverdue.count() + 1, 0);
         if (bus.getPollTimeout() >= 0) {
             wait = std::min<long>(wait, bus.getPollTimeout());

@@ -76,6 +76,7 @@ int main(int count, char** arguments) {
         std::cerr << "tvhw-resource-manager: " << error.getMessage() << "\n";
         return 1;
     }
-    std::cerr << "tvhw-resource-manager: unknown option " << option << "; see --help\n";
+    std::cerr << "tvhw-resource-manager: "
+              << (count > 2 ? "takes one option" : "unknown option " + option) << "; see --help\n";
     return 2;
 }

@@ -193,6 +193,10 @@ TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
         pclose(pipe);
         EXPECT_EQ(text, row.answer) << row.call;
     }
+    EXPECT_EQ(std::system((call + "OpenClient si x 1073741823 >/dev/null").c_str()), 0);
+    EXPECT_EQ(Client().opened, 0);
+    EXPECT_EQ(Client().opened, 0) << "no ids are left for others";
+    EXPECT_EQ(TVHW_CRM_ClientInit(&client.handle, "\xff", Client::answer, 0, nullptr), -22);
     EXPECT_EQ(client.core(), 1);
 }
 
