@@ -8,7 +8,7 @@ target_include_directories(kvo_media_headers INTERFACE
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${platform_headers}>)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY platform/ DESTINATION ${platform_headers}
-    FILES_MATCHING PATTERN *.h PATTERN host EXCLUDE)
+    FILES_MATCHING PATTERN *.h PATTERN host EXCLUDE PATTERN service EXCLUDE)
 install(FILES
     impl/tvhw/ImageSinkTvhwImpl.h
     impl/tvhw/ResourceClient.h

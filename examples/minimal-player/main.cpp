@@ -1,4 +1,4 @@
-// The smallest player: configures a decoder, feeds it, loses its core in mid-stream, releases it.
+// The smallest player: configures a decoder and feeds it until another player gets its core.
 
 #include <host/HostPlatform.h>
 #include <kvo/media/hardware/ConfigurationKeys.h>
@@ -7,8 +7,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -44,7 +46,6 @@ int main() {
     Configuration config;
     config.setInt32(key::kWidth, 1920);
     config.setInt32(key::kHeight, 1080);
-    config.setInt32(key::kFrameRate, 25);
     config.setInt32(key::kCallingPid, getpid());
     Status const configured = decoder.configureTunnelMode(CodecType::AVC, config).status();
     if (configured.isError()) {
@@ -52,29 +53,33 @@ int main() {
         return 1;
     }
     Configuration const granted = decoder.getConfiguration().value();
-    int const id = granted.getInt32(key::kResourceId, -1);
     std::printf("granted: core of type %d, display port %d, resource id %d\n",
                 granted.getInt32(key::kResourceCoreType, 0), granted.getInt32(key::kVideoPort, -1),
-                id);
+                granted.getInt32(key::kResourceId, -1));
 
     // Feeds until a call fails, as every player does, on a thread of its own.
     unsigned int frames = 0;
-    Status fed;
-    std::thread feeder([&] {
-        for (unsigned char const frame[100]{}; !fed.isError(); std::this_thread::sleep_for(40ms)) {
+    auto feeder = std::async(std::launch::async, [&] {
+        unsigned char const frame[100]{};
+        Status fed;
+        for (; !fed.isError() && frames < 250; std::this_thread::sleep_for(40ms)) {
             fed = decoder.writeInputFrame(0, frames * 40'000ULL, frame, sizeof(frame)).status();
             frames += fed.isError() ? 0 : 1;
         }
+        return fed.code();
     });
 
-    // Meanwhile another program gets the core. On a device nobody has to ask for that.
-    std::this_thread::sleep_for(200ms);
-    int const answer = kvo::host::reclaim(id).get();
-    feeder.join();
-    std::printf("reclaimed (answer %d) after %u frames: the next call got status %d\n", answer,
-                frames, fed.code());
+    // Meanwhile more players start, until nothing is free and this one has to stop for them.
+    std::vector<std::unique_ptr<VideoDecoderClientWrapperResource>> others;
+    while (feeder.wait_for(200ms) != std::future_status::ready) {
+        others.push_back(
+            std::make_unique<VideoDecoderClientWrapperResource>(std::make_shared<Codec>()));
+        others.back()->configureTunnelMode(CodecType::AVC, config);
+    }
+    int const fed = feeder.get();
+    std::printf("after %u frames a call got status %d\n%s", frames, fed,
+                kvo::host::describe().c_str());
 
-    Status const released = decoder.release().status();
-    std::printf("released: status %d\n", released.code());
-    return frames > 0 && fed.code() == status::kReclaimed.code() && !released.isError() ? 0 : 1;
+    bool const isReleased = !decoder.release().status().isError();
+    return frames > 0 && fed == status::kReclaimed.code() && isReleased ? 0 : 1;
 }

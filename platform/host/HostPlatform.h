@@ -14,6 +14,8 @@
 
 /// The controls of the host platform: what a test, a demo or an integrator sets, breaks and reads
 /// back. The library itself knows nothing of it. Every operation may be called from any thread.
+/// With the service's resource manager the pool is not this process's own: setPool(), forceGrant(),
+/// crmClients() and reclaim() throw std::logic_error then, and reset() leaves the pool alone.
 namespace kvo::host {
 
 /// Returns everything to its first state: pool, panel, properties, faults and log level as the
