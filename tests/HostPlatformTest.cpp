@@ -296,7 +296,7 @@ TEST_F(HostPlatformTest, TheEnvironmentSetsTheFirstState) {
     for (std::string const wrong :
          {"KVO_HOST_POOL=decoder:5:1x1", "KVO_HOST_PANEL=0x1", "KVO_HOST_PROPERTIES=p",
           "KVO_HOST_FAULTS=TVHW_VO_Oper=1", "KVO_HOST_FAULTS=*=1@0", "KVO_HOST_POLICY=a=101",
-          "KVO_HOST_POOLS=decoder:1:1x1"}) {
+          "KVO_HOST_FAULT=TVHW_VO_Open=1"}) {
         auto const [status, output] = runSet(wrong, "none");
         EXPECT_EQ(status, 2) << wrong;
         EXPECT_EQ(output.substr(0, wrong.size() + 2), wrong + ": ");

@@ -64,9 +64,7 @@ long residentKilobytes(std::string const& pid) {
     return 0;
 }
 
-int run(std::string const& self) {
-    char const* const pid = std::getenv("TVHW_SERVICE_PID");
-    std::string const service = pid == nullptr ? "" : pid;
+int run(std::string const& self, std::string const& service) {
     std::minstd_rand random;
     std::vector<std::unique_ptr<Process>> processes;
     unsigned int started = 0;
@@ -116,9 +114,15 @@ int main(int count, char** arguments) {
     if (count == 4 && std::string(arguments[1]) == "--use") {
         return use(static_cast<unsigned int>(std::atoi(arguments[2])), std::atoi(arguments[3]));
     }
-    if (count != 1) {
-        std::cerr << kUsage;
+    if (count == 2 && std::string(arguments[1]) == "--help") {
+        std::cout << kUsage;
+        return 0;
+    }
+    char const* const service = std::getenv("TVHW_SERVICE_PID");
+    if (count != 1 || service == nullptr) {
+        std::cerr
+            << "tvhw_service_load: takes no arguments, and needs TVHW_SERVICE_PID; see --help\n";
         return 2;
     }
-    return run(arguments[0]);
+    return run(arguments[0], service);
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -149,11 +150,13 @@ void refuseUnknownNames() {
         known += std::string(known.empty() ? "" : ", ") + variable.name;
     }
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        Parts const pair = split(*entry, '=');
-        bool const isKnown = pair[0].compare(0, prefix.size(), prefix) != 0 ||
-                             (", " + known + ", ").find(", " + pair[0] + ", ") != std::string::npos;
+        std::string const setting = *entry;
+        std::string const name = setting.substr(0, setting.find('='));
+        bool const isKnown = name.compare(0, prefix.size(), prefix) != 0 ||
+                             (", " + known + ", ").find(", " + name + ", ") != std::string::npos;
         if (!isKnown) {
-            end(pair[0], pair[1], "no such setting; allowed are " + known);
+            end(name, setting.substr(std::min(name.size() + 1, setting.size())),
+                "no such setting; allowed are " + known);
         }
     }
 }
