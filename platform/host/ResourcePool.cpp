@@ -61,7 +61,7 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
 
 int ResourcePool::openClient(std::string name, Owner owner, int above) {
     int client = std::max(mLastClient, above) + 1;
-    while (isOpen(client)) {
+    while (isOpen(client) || reclaimFrom(client) != nullptr) {
         ++client;
     }
     if (above <= mLastClient) {

@@ -22,23 +22,27 @@ Service::Service()
     watchForDeaths();
 }
 
-void Service::run(volatile bool const& stop, sigset_t const& whileWaiting) {
-    while (!stop) {
+void Service::run(int end) {
+    for (;;) {
         while (mConnection->processPendingRequest()) {
         }
         auto const due = mPool.nextDeadline();  // May pass before the next look at the clock.
         while (advanceRequests()) {
         }
         auto const bus = mConnection->getEventLoopPollData();
-        pollfd entry{bus.fd, bus.events, 0};
-        auto const untilOverdue = std::chrono::duration_cast<std::chrono::milliseconds>(
-            std::min(due, mPool.nextDeadline()) - ResourcePool::Clock::now());
-        long wait = std::max<long>(untilOverdue.count() + 1, 0);
-        if (bus.getPollTimeout() >= 0) {
-            wait = std::min<long>(wait, bus.getPollTimeout());
+        int timeout = bus.getPollTimeout();
+        auto const next = std::min(due, mPool.nextDeadline());
+        if (next != ResourcePool::Clock::time_point::max()) {
+            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                next - ResourcePool::Clock::now());
+            int const untilOverdue = static_cast<int>(std::max<long>(left.count() + 1, 0));
+            timeout = timeout < 0 ? untilOverdue : std::min(timeout, untilOverdue);
         }
-        timespec const limit{wait / 1000, wait % 1000 * 1'000'000};
-        ppoll(&entry, 1, &limit, &whileWaiting);
+        pollfd entries[]{{bus.fd, bus.events, 0}, {end, POLLIN, 0}};
+        poll(entries, 2, timeout);
+        if (entries[1].revents != 0) {
+            return;
+        }
     }
 }
 

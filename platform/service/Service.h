@@ -2,7 +2,6 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
-#include <csignal>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,9 +18,9 @@ public:
     /// bus.
     Service();
 
-    /// Serves until `stop` is set, by the handler of a signal that the caller blocks and
-    /// `whileWaiting` does not, so that none is missed. Throws sdbus::Error when the bus is lost.
-    void run(volatile bool const& stop, sigset_t const& whileWaiting);
+    /// Serves until there is something to read from the descriptor `end`. Throws sdbus::Error when
+    /// the bus is lost.
+    void run(int end);
 
 private:
     /// A process that has opened clients, known by its unique name on the bus.

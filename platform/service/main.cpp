@@ -1,4 +1,5 @@
 #include <sdbus-c++/sdbus-c++.h>
+#include <sys/signalfd.h>
 
 #include <chrono>
 #include <csignal>
@@ -25,19 +26,13 @@ constexpr char kHelp[] =
     "Exits with 0 when all is well, 1 when there is no bus, no service or already one, 2 when the\n"
     "option or a setting is wrong.\n";
 
-volatile bool gStop = false;
-
 int serve() {
     sigset_t ends;
-    sigset_t before;
     sigemptyset(&ends);
-    for (int const end : {SIGINT, SIGTERM}) {
-        static_cast<void>(std::signal(end, [](int) { gStop = true; }));
-        sigaddset(&ends, end);
-    }
-    sigprocmask(SIG_BLOCK, &ends, &before);
-    kvo::service::Service service;
-    service.run(gStop, before);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    kvo::service::Service().run(signalfd(-1, &ends, SFD_CLOEXEC));
     return 0;
 }
 
