@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -30,6 +31,10 @@ private:
 Rows acquisitionCost() {
     std::fprintf(stderr, "Measuring the resource manager within the process...\n");
     Client client;
+    if (client.acquire() != 0) {
+        std::fprintf(stderr, "tvhw_bench: the pool has no decoder core\n");
+        std::exit(2);
+    }
     LeastManager least;
     measureCalls("manager", [&client](benchmark::State& state) {
         for ([[maybe_unused]] auto const turn : state) {
