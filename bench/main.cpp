@@ -4,11 +4,10 @@ namespace {
 
 constexpr char kUsage[] =
     "Usage: tvhw_bench\n"
-    "Measures what the library costs beside the least that its work could cost, and prints a "
-    "table\n"
-    "of both. Takes about a minute on a quiet machine. Figures of which one misses its target are\n"
-    "measured five times, and the medians are printed; the exit status is 1 if one is missed "
-    "then.\n";
+    "Measures what the library costs beside the least that its work could cost, and prints a\n"
+    "table of both. Takes about a minute on a quiet machine. Figures of which one misses its\n"
+    "target are measured five times, and the medians are printed; the exit status is 1 if one is\n"
+    "missed then.\n";
 
 }  // namespace
 

@@ -22,9 +22,8 @@ constexpr char kUsage[] =
     "Runs 20 processes with 10 clients each, which acquire, use, lose and release cores and ports\n"
     "of the service on this bus for 20 seconds, and kills one at random now and then. Prints the\n"
     "longest wait and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits\n"
-    "with 0 when nothing is held at the end and the memory came back, with 1 when not, with 2 "
-    "without\n"
-    "that id.\n";
+    "with 0 when nothing is held at the end and the memory came back, with 1 when not, and with 2\n"
+    "without that id.\n";
 
 /// One process: each client on a thread of its own. Prints its longest wait in milliseconds.
 int use(unsigned int seed, int seconds) {

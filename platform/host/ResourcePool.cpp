@@ -410,7 +410,7 @@ std::string ResourcePool::describe() const {
                   std::to_string(client->first), ago(pending.since),
                   pending.waitsFor == 0 ? "" : std::to_string(pending.waitsFor)});
     }
-    out << mClients.size() << " clients are open.\n";
+    out << mClients.size() << (mClients.size() == 1 ? " client is" : " clients are") << " open.\n";
     return out.str();
 }
 
