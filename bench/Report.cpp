@@ -16,7 +16,7 @@ constexpr double kSecondsPerRepetition = 0.002;
 constexpr int kRepetitions = 251;
 
 /// Of a group that misses a target. Odd, so that there is a median.
-constexpr std::size_t kRuns = 5;
+constexpr std::size_t kRuns = 9;
 
 /// Keeps the time of every repetition.
 class Samples : public benchmark::BenchmarkReporter {

@@ -19,7 +19,7 @@ constexpr char kUsage[] =
     "Measures an acquisition and release by the service on this bus: beside calls in which "
     "nothing\n"
     "is said or done, and with many clients open. Prints a table. Figures of which one misses its\n"
-    "target are measured five times, and the medians are printed; the exit status is 1 if one is\n"
+    "target are measured nine times, and the medians are printed; the exit status is 1 if one is\n"
     "missed then, 2 if there is no service.\n";
 
 /// Measured at once, so that looking at the clock costs nothing.
