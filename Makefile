@@ -90,7 +90,7 @@ interleave: build-dir
 # $(call run-service,preset)
 run-service = $(call run-tests,$(1)) && \
 	ASAN_OPTIONS=quarantine_size_mb=1 build/$(1)/platform/service/tvhw-run -- \
-		build/$(1)/bench/service/tvhw_service_load
+		build/$(1)/tests/service/tvhw_service_load
 
 service: build-dir
 	@tools/install-packages build test service

@@ -4,8 +4,8 @@
 #include <memory>
 #include <random>
 
+#include "Client.h"
 #include "host/HostPlatform.h"
-#include "service/Client.h"
 
 // Many processes use the service at once, some of which are killed at any moment.
 namespace {

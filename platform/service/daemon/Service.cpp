@@ -1,4 +1,4 @@
-#include "service/Service.h"
+#include "service/daemon/Service.h"
 
 #include <poll.h>
 

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "service/BusNames.h"
-#include "service/Service.h"
+#include "service/daemon/Service.h"
 
 namespace {
 
