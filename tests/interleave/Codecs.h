@@ -4,10 +4,10 @@
 #include <functional>
 #include <memory>
 
-#include "interleave/Scheduler.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
+#include "scheduler/Scheduler.h"
 
 namespace interleave {
 

@@ -6,8 +6,8 @@
 #include <cstdio>
 
 #include "SystemUtils.h"
-#include "interleave/Scheduler.h"
 #include "kvo_media_log.h"
+#include "scheduler/Scheduler.h"
 #include "tvhw/ResourceClient.h"
 #include "tvhw_vbe.h"
 #include "tvhw_vo.h"

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "interleave/Scheduler.h"
+#include "scheduler/Scheduler.h"
 
 namespace interleave {
 

@@ -1,4 +1,4 @@
-#include "interleave/FreedMemory.h"
+#include "scheduler/FreedMemory.h"
 
 #include <malloc.h>
 
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "interleave/Scheduler.h"
+#include "scheduler/Scheduler.h"
 
 namespace interleave {
 

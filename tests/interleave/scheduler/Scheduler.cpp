@@ -1,4 +1,4 @@
-#include "interleave/Scheduler.h"
+#include "scheduler/Scheduler.h"
 
 #include <sys/wait.h>
 #include <ucontext.h>
@@ -15,7 +15,7 @@
 #include <set>
 #include <utility>
 
-#include "interleave/FreedMemory.h"
+#include "scheduler/FreedMemory.h"
 
 namespace interleave {
 

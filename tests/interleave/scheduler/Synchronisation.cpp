@@ -7,7 +7,7 @@
 #include <ctime>
 #include <limits>
 
-#include "interleave/Scheduler.h"
+#include "scheduler/Scheduler.h"
 
 namespace {
 
