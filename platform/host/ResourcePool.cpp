@@ -47,7 +47,10 @@ bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending) const {
 
 // --- What carries it out.
 
-ResourcePool::ResourcePool(std::vector<CodecCore> const& cores) { setCores(cores); }
+ResourcePool::ResourcePool(std::vector<CodecCore> const& cores, Clock::time_point (*now)())
+    : mNow(now) {
+    setCores(cores);
+}
 
 void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
     for (Core& core : mCores) {
@@ -112,7 +115,7 @@ int ResourcePool::request(int client, Request const& request, bool tryOnly, int 
                                                      : reclaim->second.takeFrom;
     mPending.emplace(
         ++mLastRequest,
-        Pending{client, request, tryOnly, insideReclaim, takeFrom, false, 0, {}, Clock::now()});
+        Pending{client, request, tryOnly, insideReclaim, takeFrom, false, 0, {}, mNow()});
     return mLastRequest;
 }
 
@@ -257,7 +260,7 @@ bool ResourcePool::grantFreeCore(int client, Request const& request) {
     return true;
 }
 
-void ResourcePool::grant(Lease& lease, int client) { lease = {client, ++mOrder, Clock::now()}; }
+void ResourcePool::grant(Lease& lease, int client) { lease = {client, ++mOrder, mNow()}; }
 
 void ResourcePool::giveBackCore(int client) {
     for (Core& core : mCores) {
@@ -283,7 +286,7 @@ ResourcePool::Reclaim const* ResourcePool::reclaimFrom(int client) const {
 /// Returns the reclaim whose answer a request has a right to wait for, null when there is none.
 ResourcePool::Reclaim const* ResourcePool::reclaimFor(int request) const {
     auto const found = std::find_if(mReclaims.begin(), mReclaims.end(), [&](auto const& entry) {
-        return entry.second.request == request && entry.second.deadline > Clock::now();
+        return entry.second.request == request && entry.second.deadline > mNow();
     });
     return found == mReclaims.end() ? nullptr : &found->second;
 }
@@ -291,7 +294,7 @@ ResourcePool::Reclaim const* ResourcePool::reclaimFor(int request) const {
 /// Says whether a client should have answered a reclaim by now.
 bool ResourcePool::isStuck(int client) const {
     Reclaim const* const running = reclaimFrom(client);
-    return running != nullptr && running->deadline <= Clock::now();
+    return running != nullptr && running->deadline <= mNow();
 }
 
 /// Says whether a holder can, as far as is known, not answer a reclaim before `pending` has ended:
@@ -320,7 +323,7 @@ int ResourcePool::priorityOf(int client) const {
 ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
     auto next = Clock::time_point::max();
     for (auto const& [number, reclaim] : mReclaims) {
-        next = reclaim.deadline > Clock::now() ? std::min(next, reclaim.deadline) : next;
+        next = reclaim.deadline > mNow() ? std::min(next, reclaim.deadline) : next;
     }
     return next;
 }
@@ -331,8 +334,7 @@ ResourcePool::Step ResourcePool::finish(int number, int code) {
 }
 
 int ResourcePool::newReclaim(int holder, int request, std::uint64_t takeFrom) {
-    mReclaims.emplace(++mLastReclaim,
-                      Reclaim{holder, request, takeFrom, Clock::now() + kReclaimLimit});
+    mReclaims.emplace(++mLastReclaim, Reclaim{holder, request, takeFrom, mNow() + kReclaimLimit});
     return mLastReclaim;
 }
 
@@ -340,9 +342,8 @@ int ResourcePool::newReclaim(int holder, int request, std::uint64_t takeFrom) {
 
 namespace {
 
-std::string ago(ResourcePool::Clock::time_point then) {
-    auto const elapsed =
-        std::chrono::duration_cast<std::chrono::milliseconds>(ResourcePool::Clock::now() - then);
+std::string inSeconds(ResourcePool::Clock::duration time) {
+    auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(time);
     std::ostringstream text;
     text << std::fixed << std::setprecision(1) << static_cast<double>(elapsed.count()) / 1000
          << " s";
@@ -379,8 +380,8 @@ std::string ResourcePool::describe() const {
             return;
         }
         row(out, {number, type, use, size, std::to_string(client->second.owner.pid),
-                  client->second.owner.program, std::to_string(client->first), ago(lease.grantedAt),
-                  describeReclaim(client->first)});
+                  client->second.owner.program, std::to_string(client->first),
+                  inSeconds(mNow() - lease.grantedAt), describeReclaim(client->first)});
     };
     row(out, {"CORE", "TYPE", "USE", "SIZE", "PROCESS", "PROGRAM", "CLIENT", "SINCE", "RECLAIM"});
     int number = 0;
@@ -407,7 +408,7 @@ std::string ResourcePool::describe() const {
                                             : "decoder",
                   display ? "" : sizeOf(pending.request.width, pending.request.height),
                   std::to_string(client->second.owner.pid), client->second.owner.program,
-                  std::to_string(client->first), ago(pending.since),
+                  std::to_string(client->first), inSeconds(mNow() - pending.since),
                   pending.waitsFor == 0 ? "" : std::to_string(pending.waitsFor)});
     }
     out << mClients.size() << (mClients.size() == 1 ? " client is" : " clients are") << " open.\n";
@@ -432,7 +433,7 @@ std::string ResourcePool::describeReclaim(int client) const {
     std::string text;
     if (Reclaim const* const running = reclaimFrom(client)) {
         text = std::string(isStuck(client) ? "STUCK, asked " : "asked ") +
-               ago(running->deadline - kReclaimLimit) + " ago";
+               inSeconds(mNow() - (running->deadline - kReclaimLimit)) + " ago";
     }
     int const refusals = mClients.at(client).refusals;
     if (refusals > 0) {

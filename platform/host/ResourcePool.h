@@ -79,7 +79,9 @@ public:
         int refusals = 0;  ///< Reclaims that it answered with no.
     };
 
-    explicit ResourcePool(std::vector<CodecCore> const& cores);
+    /// A pool of these cores, whose reclaims are overdue by what `now` tells.
+    explicit ResourcePool(std::vector<CodecCore> const& cores,
+                          Clock::time_point (*now)() = &Clock::now);
 
     /// Replaces the cores. Who holds one of the old ones keeps it, and is not asked for it.
     void setCores(std::vector<CodecCore> const& cores);
@@ -179,6 +181,7 @@ private:
     [[nodiscard]] std::string describeReclaim(int client) const;
     int newReclaim(int holder, int request, std::uint64_t takeFrom);
 
+    Clock::time_point (*mNow)();
     std::list<Core> mCores;  ///< Their addresses stay.
     std::array<Lease, kPorts> mPorts;
     std::map<int, Client> mClients;   ///< By unique id.
