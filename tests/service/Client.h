@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,6 +77,7 @@ public:
         }
         mPid = fork();
         if (mPid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // A test that is stopped leaves nothing behind.
             dup2(pipeEnds[1], STDOUT_FILENO);
             close(pipeEnds[0]);
             std::vector<char*> words;

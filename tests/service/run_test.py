@@ -1,0 +1,107 @@
+"""tvhw-run ends what it starts, however it ends itself, and tells how. usage: run_test.py TVHW-RUN"""
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+RUN = sys.argv.pop(1)
+
+
+def run(*words, **options):
+    return subprocess.run([RUN, *words], capture_output=True, text=True, check=False, timeout=60,
+                          **options)
+
+
+def begin(script):
+    """Starts a program that prints process ids, and returns tvhw-run and the line's numbers."""
+    started = subprocess.Popen([RUN, '--', 'sh', '-c', script], stdout=subprocess.PIPE,
+                               stderr=subprocess.PIPE, text=True)
+    return started, [int(word) for word in started.stdout.readline().split()]
+
+
+def is_running(pid):
+    try:
+        with open(f'/proc/{pid}/stat', encoding='ascii') as stat:
+            return stat.read().rsplit(')', 1)[1].split()[0] != 'Z'
+    except FileNotFoundError:
+        return False
+
+
+class TvhwRun(unittest.TestCase):
+    def assert_gone(self, *pids):
+        limit = time.monotonic() + 20
+        while any(is_running(pid) for pid in pids):
+            self.assertLess(time.monotonic(), limit, [pid for pid in pids if is_running(pid)])
+            time.sleep(0.02)
+
+    def test_statuses(self):
+        for words, status, told in (
+                (['--', 'true', '--', 'true'], 0, 'true .* ended with status 0'),
+                (['--', 'sh', '-c', 'sleep 0.5; exit 3', '--', 'sh', '-c', 'exit 4'], 4, 'status 3'),
+                (['--', 'sh', '-c', 'kill -KILL $$'], 137, 'was killed by SIGKILL'),
+                (['--', 'sh', '-c', 'kill -SEGV $TVHW_SERVICE_PID; sleep 0.5'], 139,
+                 'the service .* was killed by SIGSEGV'),
+                (['--', '/nowhere'], 127, '/nowhere: No such file'),
+                (['--cores', 'x', '--', 'true'], 2, 'KVO_HOST_POOL=x'),
+                (['--cores'], 2, 'see --help'), (['--', 'true', '--'], 2, 'no program'),
+                (['--wrong', '--', 'true'], 2, '--wrong'), (['--help'], 0, None)):
+            with self.subTest(words):
+                ended = run(*words)
+                self.assertEqual(ended.returncode, status)
+                self.assertRegex(ended.stderr, told or '^$')
+
+    def test_arguments_and_input_arrive_as_they_are(self):
+        script = 'import sys; print(repr(sys.argv[1:]), sys.stdin.read())'
+        arguments = ['a\n', "it's", '', '--help']
+        ended = run('--', sys.executable, '-c', script, *arguments, input='a word')
+        self.assertEqual(ended.stdout, f'{arguments!r} a word\n')
+
+    def test_what_a_program_leaves_behind_ends(self):
+        ended = run('--', 'sh', '-c', 'setsid sleep 600 >/dev/null 2>&1 & echo $!')
+        self.assertEqual(ended.returncode, 0)
+        self.assert_gone(int(ended.stdout))
+
+    def test_a_signal_ends_all(self):
+        for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+            started, pids = begin('sleep 600 & echo $$ $! $TVHW_SERVICE_PID; wait')
+            started.send_signal(number)
+            self.assertEqual(started.wait(20), 128 + number)
+            self.assert_gone(*pids)
+
+    def test_the_service_outlives_the_programs(self):
+        manager = os.path.join(os.path.dirname(RUN), 'tvhw-resource-manager')
+        started, _ = begin(f'trap "{manager} --status; exit" TERM; echo; while :; do sleep 0.1; done')
+        started.terminate()
+        self.assertIn('CORE', started.communicate(timeout=20)[0])
+
+    def test_a_second_signal_kills_what_does_not_end(self):
+        begun = time.monotonic()
+        started, pids = begin('trap "" TERM; echo $$ $TVHW_SERVICE_PID; while :; do sleep 1; done')
+        started.terminate()
+        time.sleep(0.5)
+        started.terminate()
+        self.assertEqual(started.wait(20), 143)
+        self.assertLess(time.monotonic() - begun, 5)
+        self.assert_gone(*pids)
+
+    def test_a_signal_comes_at_no_wrong_time(self):
+        for wait in range(10):
+            started = subprocess.Popen([RUN, '--', 'sh', '-c', 'echo started; sleep 600'],
+                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+            time.sleep(wait * 0.02)
+            started.terminate()
+            started.communicate(timeout=20)
+            # Python's own start ends by the signal itself.
+            self.assertIn(started.returncode, (143, -signal.SIGTERM))
+
+    def test_nothing_outlives_its_death(self):
+        script = 'echo $$ $TVHW_SERVICE_PID $(pgrep -P $PPID dbus-daemon); sleep 600'
+        started, pids = begin(script)
+        self.assertEqual(len(pids), 3)
+        started.kill()
+        self.assert_gone(*pids)
+
+
+unittest.main()
