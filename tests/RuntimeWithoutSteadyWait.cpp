@@ -1,4 +1,3 @@
-// Must not compile: LLVM's runtime as it is where the C library lacks pthread_cond_clockwait.
-#include <condition_variable>
-#undef _LIBCPP_HAS_COND_CLOCKWAIT
+// Must not compile: the last Android API level whose C library lacks pthread_cond_clockwait.
+#define __ANDROID_API__ 29
 #include "tvhw/ProcessingGuard.cpp"

@@ -14,7 +14,15 @@ void CodecGrant::forgetSizes() {
     mMaxHeight = -1;
 }
 
-int CodecGrant::readBack(LogSite const& site, std::int32_t& port) {
+int CodecGrant::acquire(LogSite const& site, Request const& request,
+                        Relaxed<std::int32_t>* portGranted) {
+    if (mResourceClient->acquireResource(request.mime, request.width, request.height,
+                                         request.frameRate, request.isEncoder, false,
+                                         request.tryOnly) != 0) {
+        TVHW_LOG_AT(site, kLogRefused, "acquire resource fail");
+        forgetSizes();
+        return -1;
+    }
     int core = 0;
     int grantedPort = 0;
     if (mResourceClient->getResource(&core, &grantedPort, &mMaxWidth, &mMaxHeight) != 0) {
@@ -29,24 +37,36 @@ int CodecGrant::readBack(LogSite const& site, std::int32_t& port) {
     }
     TVHW_LOG_AT(site, kLogState, "core_type: %u", mCoreType);
 
-    int id = mResourceId.load(std::memory_order_relaxed);
+    int id = mResourceId.load();
     int const ret = mResourceClient->getUniqueId(&id);
-    mResourceId.store(id, std::memory_order_relaxed);
+    mResourceId.store(id);
     if (ret != 0) {
-        mVdoPort.store(grantedPort, std::memory_order_relaxed);
+        mVdoPort.store(grantedPort);
         TVHW_LOG_AT(site, kLogFailure, "get resource id fail");
         return -1;
     }
     TVHW_LOG_AT(site, kLogState, "resource id %d", id);
-    port = portIndex(grantedPort);
+
+    // Threads that use the codec meanwhile must never see the manager's own number.
+    std::int32_t const port = portIndex(grantedPort);
+    if (port < 0) {
+        TVHW_LOG_AT(site, kLogState, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
+        mVdoPort.store(-1);
+        return 0;
+    }
+    if (portGranted != nullptr) {
+        portGranted->store(1);
+    }
+    mVdoPort.store(port);
+    TVHW_LOG_AT(site, kLogState, "vdoPort=%d", port);
     return 0;
 }
 
 void CodecGrant::giveBack() {
     releaseResources(mResourceClient);
     mResourceClient = nullptr;
-    mResourceId.store(-1, std::memory_order_relaxed);
+    mResourceId.store(-1);
     mCoreType = 0;
-    mVdoPort.store(-1, std::memory_order_relaxed);
+    mVdoPort.store(-1);
     forgetSizes();
 }

@@ -2,10 +2,8 @@
 
 #include <chrono>
 
-// LLVM's runtime waits on the wall clock, which may be set meanwhile, where the C library cannot on
-// the steady one. Where it can, this macro is empty or 1, by version; else undefined or 0.
-#if defined(_LIBCPP_VERSION) && 0 - _LIBCPP_HAS_COND_CLOCKWAIT - 1 == -1
-#error "The C library lacks pthread_cond_clockwait: build for Android API level 30 or later"
+#if defined(__ANDROID_API__) && __ANDROID_API__ < 30
+#error "build for Android API level 30 or later: before, waits run on a clock that may be set"
 #endif
 
 namespace {
@@ -41,9 +39,4 @@ void ProcessingGuard::waitForCalls() {
 void ProcessingGuard::finishReclaim() {
     std::lock_guard<std::mutex> const lock(mMutex);
     mState = State::kReclaimed;
-}
-
-bool ProcessingGuard::isReclaimed() {
-    std::lock_guard<std::mutex> const lock(mMutex);
-    return mState == State::kReclaimed;
 }

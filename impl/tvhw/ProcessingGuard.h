@@ -12,14 +12,8 @@
 
 /// Keeps a reclaim and the calls into a codec apart. A call enters and leaves. A reclaim shuts the
 /// guard, gives the calls inside a bounded time to leave, and marks the codec reclaimed.
-struct ProcessingGuard {
-    enum class State : std::int32_t {
-        kIdle = 0,
-        kProcessing = 1,  ///< At least one call has entered since the last idle point.
-        kReclaiming = 2,  ///< Closed: a reclaim waits, stops the codec, or found none to stop.
-        kReclaimed = 3,   ///< The codec has been stopped; closed for good.
-    };
-
+class ProcessingGuard {
+public:
     /// Enters the guard. Returns false, and changes nothing, when a reclaim has closed it. Waits
     /// for a reclaim only while that logs its timeout.
     bool startProcessing() TVHW_EXCLUDES(mMutex);
@@ -35,21 +29,42 @@ struct ProcessingGuard {
     /// Marks the codec reclaimed, after startReclaim() returned true and the codec was stopped.
     void finishReclaim() TVHW_EXCLUDES(mMutex);
 
-    /// Says whether the codec has been reclaimed.
-    bool isReclaimed() TVHW_EXCLUDES(mMutex);
+    /// Says whether the codec has been reclaimed. If so, first makes `call` with the guard locked.
+    template <typename Call>
+    bool ifReclaimed(Call call) TVHW_EXCLUDES(mMutex) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (mState != State::kReclaimed) {
+            return false;
+        }
+        call();
+        return true;
+    }
+
+private:
+    enum class State : std::int32_t {
+        kIdle = 0,
+        kProcessing = 1,  ///< At least one call has entered since the last idle point.
+        kReclaiming = 2,  ///< Closed: a reclaim waits, stops the codec, or found none to stop.
+        kReclaimed = 3,   ///< The codec has been stopped; closed for good.
+    };
+
+    void waitForCalls() TVHW_REQUIRES(mMutex);
 
     std::atomic<std::uint32_t> mProcessingCount TVHW_GUARDED_BY(mMutex){0};  ///< Calls in flight.
     State mState TVHW_GUARDED_BY(mMutex) = State::kIdle;
     std::mutex mMutex;
     std::condition_variable mCondition;  ///< Signalled when a call leaves.
-
-private:
-    void waitForCalls() TVHW_REQUIRES(mMutex);
 };
 
-// Inline: every call of a codec takes both steps.
+// Every call of a codec takes both steps. They are inline but where a build saves space: there the
+// compiler makes functions anyway, and of these two a call needs the fewest instructions.
+#ifdef __OPTIMIZE_SIZE__
+#define TVHW_GUARD_STEP __attribute__((noinline))
+#else
+#define TVHW_GUARD_STEP
+#endif
 
-inline bool ProcessingGuard::startProcessing() {
+TVHW_GUARD_STEP inline bool ProcessingGuard::startProcessing() {
     std::lock_guard<std::mutex> const lock(mMutex);
     if (mState == State::kReclaiming || mState == State::kReclaimed) {
         return false;
@@ -59,7 +74,7 @@ inline bool ProcessingGuard::startProcessing() {
     return true;
 }
 
-inline void ProcessingGuard::finishProcessing() {
+TVHW_GUARD_STEP inline void ProcessingGuard::finishProcessing() {
     std::lock_guard<std::mutex> const lock(mMutex);
     --mProcessingCount;
     if (mState == State::kProcessing && mProcessingCount == 0) {

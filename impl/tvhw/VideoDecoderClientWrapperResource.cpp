@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
+#include "CodecGrant.h"
+#include "ProcessingGuard.h"
 #include "SystemUtils.h"
-#include "VideoDecoderClientWrapperResourceImpl.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::media::hardware {
@@ -44,6 +46,57 @@ char const* mimeType(CodecType type) {
 }  // namespace
 
 // --- The state of a wrapper.
+
+/// The state of a decoder wrapper and the resource manager's way to it.
+///
+/// Acquisition and release take no lock and belong to the owner's thread. What other threads use
+/// meanwhile is atomic; what a reclaim and the calls in flight share is in mGuard.
+class KVO_MEDIA_HIDDEN VideoDecoderClientWrapperResource::Impl
+    : public ResourceClient::Reclaimable,
+      public std::enable_shared_from_this<Impl> {
+public:
+    explicit Impl(std::shared_ptr<IVideoDecoderClient> const& client) : mClient(client) {}
+
+    /// Gives back what is held; may run on the reclaim's thread.
+    ~Impl() override;
+
+    /// Stops the client; see ProcessingGuard. Always returns true.
+    bool reclaim() override;
+
+    /// Acquires a core that fits `type` and `config`, unless one is recorded. Returns 0, or -1;
+    /// what was acquired before the failure stays held until the next attempt, which keeps a core
+    /// of known type of which only the id could not be read, or until it is given back.
+    int acquireResources(CodecType type, Configuration const* config);
+
+    /// Acquires a display port, unless one was granted or learned. Returns 0, also when the grant
+    /// cannot be read, or -1.
+    int acquireDisplayResources();
+
+    /// Clears both display ports or, if not `all`, that of mVdoPort. Returns 0, or -1.
+    int clearDisplayResources(bool all);
+
+    /// Gives back everything and returns to the state after construction, but for mCallingPid; by
+    /// the property, clears a learned port first. Without a resource client does nothing.
+    void releaseResource();
+
+    /// Takes over the port on which a buffer was shown, if it is a valid one and none was granted.
+    void learnPort(BufferInfo const& buffer);
+
+    /// Whether a grant is written with the resource client's id.
+    enum class ResourceId : bool { kOmitted, kWritten };
+
+    /// Writes what was granted into `config`.
+    void writeGrant(Configuration& config, ResourceId resourceId) const;
+
+    std::weak_ptr<IVideoDecoderClient> mClient;
+    CodecGrant mGrant;
+    Relaxed<std::int32_t> mCallingPid{-1};      ///< Of the last complete acquisition.
+    Relaxed<std::int32_t> mDisplayAcquired{0};  ///< 1 when the port was granted, not learned.
+    ProcessingGuard mGuard;
+
+private:
+    bool startReclaim();
+};
 
 VideoDecoderClientWrapperResource::Impl::~Impl() {
     releaseResources(mGrant.mResourceClient);
@@ -85,26 +138,11 @@ int VideoDecoderClientWrapperResource::Impl::acquireResources(CodecType type,
 
     bool const tryOnly =
         callingPid >= 1 && !SystemUtils::getInstance().allowsForcedAcquire(callingPid);
-    if (mGrant.mResourceClient->acquireResource(mimeType(type), width, height, frameRate, false,
-                                                false, tryOnly) != 0) {
-        TVHW_LOG(kLogRefused, "acquire resource fail");
-        mGrant.forgetSizes();
-        return -1;
-    }
-    std::int32_t port = -1;
-    if (int const ret = mGrant.readBack(TVHW_LOG_SITE, port); ret != 0) {
+    CodecGrant::Request const request{mimeType(type), width, height, frameRate, false, tryOnly};
+    if (int const ret = mGrant.acquire(TVHW_LOG_SITE, request, &mDisplayAcquired); ret != 0) {
         return ret;
     }
-
-    if (port < 0) {
-        TVHW_LOG(kLogState, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
-        mGrant.mVdoPort.store(-1, std::memory_order_relaxed);
-    } else {
-        mDisplayAcquired.store(1, std::memory_order_relaxed);
-        mGrant.mVdoPort.store(port, std::memory_order_relaxed);
-        TVHW_LOG(kLogState, "vdoPort=%d", port);
-    }
-    mCallingPid.store(callingPid, std::memory_order_relaxed);
+    mCallingPid.store(callingPid);
     return 0;
 }
 
@@ -113,15 +151,15 @@ void VideoDecoderClientWrapperResource::Impl::releaseResource() {
         return;
     }
     if (SystemUtils::getInstance().getIntProperty(kClearDisplayProperty, 0) == 1 &&
-        mDisplayAcquired.load(std::memory_order_relaxed) == 0) {
+        mDisplayAcquired.load() == 0) {
         clearDisplayResources(false);
     }
     mGrant.giveBack();
-    mDisplayAcquired.store(0, std::memory_order_relaxed);
+    mDisplayAcquired.store(0);
 }
 
 int VideoDecoderClientWrapperResource::Impl::acquireDisplayResources() {
-    std::int32_t const held = mGrant.mVdoPort.load(std::memory_order_relaxed);
+    std::int32_t const held = mGrant.mVdoPort.load();
     if (held != -1) {
         TVHW_LOG(kLogState, "Already acquired display resource mVdoPort=%d", held);
         return 0;
@@ -143,11 +181,11 @@ int VideoDecoderClientWrapperResource::Impl::acquireDisplayResources() {
     std::int32_t const port = CodecGrant::portIndex(grantedPort);
     if (port < 0) {
         TVHW_LOG(kLogFailure, "vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
-        mGrant.mVdoPort.store(-1, std::memory_order_relaxed);
+        mGrant.mVdoPort.store(-1);
         return -1;
     }
-    mDisplayAcquired.store(1, std::memory_order_relaxed);
-    mGrant.mVdoPort.store(port, std::memory_order_relaxed);
+    mDisplayAcquired.store(1);
+    mGrant.mVdoPort.store(port);
     TVHW_LOG(kLogState, "vdoPort=%d", port);
     return 0;
 }
@@ -157,7 +195,7 @@ int VideoDecoderClientWrapperResource::Impl::clearDisplayResources(bool all) {
         TVHW_LOG(kLogState, "resource client not init");
         mGrant.mResourceClient = initializeResource(shared_from_this());
     }
-    std::int32_t const port = mGrant.mVdoPort.load(std::memory_order_relaxed);
+    std::int32_t const port = mGrant.mVdoPort.load();
     if (!all && (port < 0 || port >= ResourceClient::sMaxVdoPort)) {
         return -1;
     }
@@ -172,9 +210,9 @@ int VideoDecoderClientWrapperResource::Impl::clearDisplayResources(bool all) {
 }
 
 void VideoDecoderClientWrapperResource::Impl::learnPort(BufferInfo const& buffer) {
-    if (mDisplayAcquired.load(std::memory_order_relaxed) != 1 && buffer.videoPort >= 0 &&
+    if (mDisplayAcquired.load() != 1 && buffer.videoPort >= 0 &&
         buffer.videoPort < ResourceClient::sMaxVdoPort) {
-        mGrant.mVdoPort.store(buffer.videoPort, std::memory_order_relaxed);
+        mGrant.mVdoPort.store(buffer.videoPort);
     }
 }
 
@@ -182,9 +220,9 @@ void VideoDecoderClientWrapperResource::Impl::writeGrant(Configuration& config,
                                                          ResourceId resourceId) const {
     config.setInt32(key::kResourceCoreType, mGrant.mCoreType);
     if (resourceId == ResourceId::kWritten) {
-        config.setInt32(key::kResourceId, mGrant.mResourceId.load(std::memory_order_relaxed));
+        config.setInt32(key::kResourceId, mGrant.mResourceId.load());
     }
-    config.setInt32(key::kVideoPort, mGrant.mVdoPort.load(std::memory_order_relaxed));
+    config.setInt32(key::kVideoPort, mGrant.mVdoPort.load());
     config.setInt32(key::kMaxWidth, mGrant.mMaxWidth);
     config.setInt32(key::kMaxHeight, mGrant.mMaxHeight);
 }
@@ -194,13 +232,12 @@ bool VideoDecoderClientWrapperResource::Impl::startReclaim() {
 }
 
 bool VideoDecoderClientWrapperResource::Impl::reclaim() {
-    TVHW_LOG(kLogState, "reclaim: start, calling-pid=%d",
-             mCallingPid.load(std::memory_order_relaxed));
+    TVHW_LOG(kLogState, "reclaim: start, calling-pid=%d", mCallingPid.load());
     auto const client = mClient.lock();
     bool const ok = startReclaim();
     if (client != nullptr && ok) {
         client->release();
-        if (auto const pid = mCallingPid.load(std::memory_order_relaxed); pid >= 1) {
+        if (auto const pid = mCallingPid.load(); pid >= 1) {
             SystemUtils::getInstance().onProcessReclaimed(pid);
         }
         mGuard.finishReclaim();
@@ -221,15 +258,13 @@ VideoDecoderClientWrapperResource::~VideoDecoderClientWrapperResource() { releas
 Return<void> VideoDecoderClientWrapperResource::release() { return releaseInternal(); }
 
 Return<void> VideoDecoderClientWrapperResource::releaseInternal() {
-    {
-        // The platform is told with the guard locked.
-        std::lock_guard<std::mutex> const lock(mImpl->mGuard.mMutex);
-        if (mImpl->mGuard.mState == ProcessingGuard::State::kReclaimed) {
-            if (auto const pid = mImpl->mCallingPid.load(std::memory_order_relaxed); pid >= 1) {
-                SystemUtils::getInstance().onReclaimedClientReleased(pid);
-            }
-            return status::kSuccess;
+    bool const reclaimed = mImpl->mGuard.ifReclaimed([&] {
+        if (auto const pid = mImpl->mCallingPid.load(); pid >= 1) {
+            SystemUtils::getInstance().onReclaimedClientReleased(pid);
         }
+    });
+    if (reclaimed) {
+        return status::kSuccess;
     }
     Return<void> result = VideoDecoderClientWrapper::release();
     mImpl->releaseResource();
@@ -341,9 +376,9 @@ Return<BufferInfo> VideoDecoderClientWrapperResource::dequeueOutputBuffer() {
             return result;
         }
         BufferInfo& buffer = result.value();
-        buffer.videoPort = mImpl->mGrant.mVdoPort.load(std::memory_order_relaxed);
-        buffer.resourceId = mImpl->mGrant.mResourceId.load(std::memory_order_relaxed);
-        buffer.callingPid = mImpl->mCallingPid.load(std::memory_order_relaxed);
+        buffer.videoPort = mImpl->mGrant.mVdoPort.load();
+        buffer.resourceId = mImpl->mGrant.mResourceId.load();
+        buffer.callingPid = mImpl->mCallingPid.load();
         if (result.status().code() != status::kSuccess.code()) {
             result = {status::kSuccess, buffer};
         }

@@ -1,6 +1,10 @@
 #include "VideoEncoderClientWrapperResource.h"
 
-#include "VideoEncoderClientWrapperResourceImpl.h"
+#include <cstdint>
+
+#include "CodecGrant.h"
+#include "ProcessingGuard.h"
+#include "kvo/media/hardware/CodecType.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::media::hardware {
@@ -27,6 +31,37 @@ char const* mimeType(CodecType type) {
 
 // --- The state of a wrapper.
 
+/// The state of an encoder wrapper and the resource manager's way to it: as the decoder's, without
+/// display ports and with the right to refuse a reclaim.
+class KVO_MEDIA_HIDDEN VideoEncoderClientWrapperResource::Impl
+    : public ResourceClient::Reclaimable,
+      public std::enable_shared_from_this<Impl> {
+public:
+    explicit Impl(std::shared_ptr<IVideoEncoderClient> const& client) : mClient(client) {}
+
+    /// Gives back what is held; may run on the reclaim's thread.
+    ~Impl() override;
+
+    /// Stops the client and returns true, or, while live streaming, does nothing and returns false.
+    bool reclaim() override;
+
+    /// As the decoder's, but returns 0 without a core when there is no resource manager.
+    int acquireResources(CodecType type, Configuration const* config);
+
+    /// Gives back everything and returns to the state after construction, but for mLiveStreaming.
+    /// Without a resource client does nothing.
+    void releaseResource();
+
+    std::weak_ptr<IVideoEncoderClient> mClient;
+    CodecGrant mGrant;
+    /// Not 0: refuses reclaim. Of the last complete acquisition.
+    Relaxed<std::int32_t> mLiveStreaming{0};
+    ProcessingGuard mGuard;
+
+private:
+    bool startReclaim();
+};
+
 VideoEncoderClientWrapperResource::Impl::~Impl() {
     releaseResources(mGrant.mResourceClient);
     mGrant.mResourceClient = nullptr;
@@ -49,24 +84,11 @@ int VideoEncoderClientWrapperResource::Impl::acquireResources(CodecType type,
     std::int32_t const height = config->getInt32(key::kHeight, 0);
     std::int32_t const frameRate = config->getInt32(key::kFrameRate, 0);
     TVHW_LOG(kLogDetail, "acquire-resource: w/h=%u/%u, framerate=%u", width, height, frameRate);
-    if (mGrant.mResourceClient->acquireResource(mimeType(type), width, height, frameRate, true,
-                                                false, false) != 0) {
-        TVHW_LOG(kLogRefused, "acquire resource fail");
-        mGrant.forgetSizes();
-        return -1;
-    }
-    std::int32_t port = -1;
-    if (int const ret = mGrant.readBack(TVHW_LOG_SITE, port); ret != 0) {
+    CodecGrant::Request const request{mimeType(type), width, height, frameRate, true, false};
+    if (int const ret = mGrant.acquire(TVHW_LOG_SITE, request, nullptr); ret != 0) {
         return ret;
     }
-
-    if (port < 0) {
-        TVHW_LOG(kLogState, "acquireResource vdoPort=TVHW_CRM_VIDEO_PORT_NONE");
-    } else {
-        TVHW_LOG(kLogState, "vdoPort=%d", port);
-    }
-    mGrant.mVdoPort.store(port, std::memory_order_relaxed);
-    mLiveStreaming.store(config->getInt32(key::kUseDmaBuffer, 0), std::memory_order_relaxed);
+    mLiveStreaming.store(config->getInt32(key::kUseDmaBuffer, 0));
     return 0;
 }
 
@@ -81,7 +103,7 @@ bool VideoEncoderClientWrapperResource::Impl::startReclaim() {
 }
 
 bool VideoEncoderClientWrapperResource::Impl::reclaim() {
-    if (mLiveStreaming.load(std::memory_order_relaxed) != 0) {
+    if (mLiveStreaming.load() != 0) {
         TVHW_LOG(kLogRefused, "live streaming, reject reclaim");
         return false;
     }
@@ -108,7 +130,7 @@ VideoEncoderClientWrapperResource::~VideoEncoderClientWrapperResource() { releas
 Return<void> VideoEncoderClientWrapperResource::release() { return releaseInternal(); }
 
 Return<void> VideoEncoderClientWrapperResource::releaseInternal() {
-    if (mImpl->mGuard.isReclaimed()) {
+    if (mImpl->mGuard.ifReclaimed([] {})) {
         return status::kSuccess;
     }
     Return<void> result = VideoEncoderClientWrapper::release();

@@ -4,9 +4,6 @@
 #include <array>
 #include <cfloat>
 #include <cmath>
-#include <cstddef>
-#include <cstring>
-#include <type_traits>
 
 #include "Log.h"
 #include "tvhw_vbe.h"
@@ -68,21 +65,22 @@ TVHW_VSC_WINDOW scaledWindow(Region region, std::uint32_t width, std::uint32_t h
 
 // --- The reference size of a stored record's input region is read by other threads.
 
-/// Replaces `stored` as a whole, each part of its input region's reference size atomically.
+/// Replaces `stored`, the reference size of its input region atomically.
 void storeLayerInfo(LayerInfo& stored, LayerInfo const& info) {
-    static_assert(std::is_trivially_copyable_v<LayerInfo> && std::is_standard_layout_v<LayerInfo>);
-    constexpr std::size_t kSizeBegin =
-        offsetof(LayerInfo, inputRegion) + offsetof(Region, refWidth);
-    constexpr std::size_t kSizeEnd =
-        offsetof(LayerInfo, inputRegion) + offsetof(Region, refHeight) + sizeof(Region::refHeight);
-    static_assert(kSizeEnd - kSizeBegin == 2 * sizeof(std::uint32_t));
-
-    auto* const to = reinterpret_cast<unsigned char*>(&stored);
-    auto const* const from = reinterpret_cast<unsigned char const*>(&info);
-    std::memcpy(to, from, kSizeBegin);
+    static_assert(sizeof(LayerInfo) == 72 && sizeof(Region) == 24, "a member is not copied here");
+    stored.type = info.type;
+    stored.port = info.port;
+    stored.frameRate = info.frameRate;
+    stored.adaptive = info.adaptive;
+    stored.sourceMaxSize = info.sourceMaxSize;
+    stored.inputRegion.left = info.inputRegion.left;
+    stored.inputRegion.top = info.inputRegion.top;
+    stored.inputRegion.right = info.inputRegion.right;
+    stored.inputRegion.bottom = info.inputRegion.bottom;
     __atomic_store_n(&stored.inputRegion.refWidth, info.inputRegion.refWidth, __ATOMIC_RELAXED);
     __atomic_store_n(&stored.inputRegion.refHeight, info.inputRegion.refHeight, __ATOMIC_RELAXED);
-    std::memcpy(to + kSizeEnd, from + kSizeEnd, sizeof(LayerInfo) - kSizeEnd);
+    stored.outputRegion = info.outputRegion;
+    stored.zOrder = info.zOrder;
 }
 
 }  // namespace
