@@ -168,7 +168,8 @@ TEST_F(HostPlatformTest, TheEnvironmentSetsTheFirstState) {
     for (std::string const wrong :
          {"KVO_HOST_POOL=decoder:5:1x1", "KVO_HOST_PANEL=0x1", "KVO_HOST_PROPERTIES=p",
           "KVO_HOST_FAULTS=TVHW_VO_Oper=1", "KVO_HOST_FAULTS=*=1@0", "KVO_HOST_POLICY=a=101",
-          "KVO_HOST_FAULT=TVHW_VO_Open=1"}) {
+          "KVO_HOST_FAULT=TVHW_VO_Open=1", "KVO_MEDIA_LOG_LEVELS=3", "KVO_MEDIA_LOG_LEVEL=A:5",
+          "KVO_MEDIA_LOG_FILE=/nowhere/log"}) {
         auto const [status, output] = runSet(wrong, "none");
         EXPECT_EQ(status, 2) << wrong;
         EXPECT_EQ(output.substr(0, wrong.size() + 2), wrong + ": ");
@@ -222,28 +223,6 @@ TEST(HostPlatformDeathTest, OutlivesAWrapperInStaticStorage) {
             std::exit(kvo::host::crmClients().empty() ? 2 : 0);
         },
         testing::ExitedWithCode(4), "");
-}
-
-TEST_F(HostPlatformTest, TheJournalKeepsResultTimeAndThreadOfTheNewestEntries) {
-    kvo::host::startJournal();
-    auto const before = std::chrono::system_clock::now();
-    kvo::host::failCall("getIntProperty", 7);
-    SystemUtils::getInstance().getIntProperty("p", 0);
-    auto const journal = kvo::host::stopJournal();
-    ASSERT_EQ(journal.size(), 1U);
-    EXPECT_EQ(journal[0].text, "getIntProperty(p, 0)");
-    EXPECT_EQ(journal[0].result, 7);
-    EXPECT_GE(journal[0].time, before);
-    EXPECT_EQ(journal[0].thread, ::gettid());
-
-    kvo::host::startJournal();
-    for (std::size_t count = 0; count < kvo::host::kJournalLimit + 2; ++count) {
-        kvo::host::note(std::to_string(count));
-    }
-    auto const newest = kvo::host::stopJournal();
-    ASSERT_EQ(newest.size(), kvo::host::kJournalLimit + 1);
-    EXPECT_EQ(newest[0].text, "2 older entries were dropped");
-    EXPECT_EQ(newest[1].text, "2");
 }
 
 TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {

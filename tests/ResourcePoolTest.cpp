@@ -91,7 +91,12 @@ TEST_F(ResourcePoolTest, TheLowestPriorityThenTheLongestHolderIsAskedFirst) {
                                               {{1, 0, 1}, 0, {2}},
                                               {{-1, -1}, -2, {}}}) {
         SCOPED_TRACE(testing::PrintToString(test.holders));
-        start(std::vector<CodecCore>(test.holders.size(), kSmallCore));
+        std::vector<CodecCore> cores;
+        for (auto const& ignored : test.holders) {
+            static_cast<void>(ignored);
+            cores.insert(cores.begin(), {1, false, 640 + static_cast<int>(cores.size()), 480});
+        }
+        start(cores);  // The last is granted first.
         for (int const priority : test.holders) {
             holder(kDecoder, priority);
         }
@@ -148,6 +153,10 @@ TEST_F(ResourcePoolTest, AClientHasOneCoreAndOnePortAndEachHasItsOwnAge) {
     EXPECT_EQ(next(ask(second, kDecoder)), "0");
     EXPECT_EQ(core(second), 3) << "the smaller core has gone to who asked for it";
     EXPECT_EQ(core(newcomer), 1);
+    pool().giveBack(idOf(second));
+    EXPECT_EQ(next(ask(newcomer, kLargeDecoder)), "0");
+    EXPECT_EQ(core(newcomer), 3);
+    EXPECT_EQ(core(holder(kDecoder)), 1) << "it has one core, and gave back the other";
 }
 
 TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
@@ -160,6 +169,8 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     int const forLarge = ask(newer, kLargeDecoder);
     int const last = open();
     int const waiting = ask(last, kDecoder);
+    int const end = open();
+    int const waitingToo = ask(end, kDecoder);
     EXPECT_EQ(next(forSmall), "asks 1");
     EXPECT_EQ(next(forLarge), "asks 2");
     EXPECT_EQ(next(waiting), "waits for 1");
@@ -168,6 +179,7 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     EXPECT_EQ(next(forLarge), "0");
     pool().closeClient(idOf(newer));
     EXPECT_EQ(next(forSmall), "waits for 1") << "it has just asked";
+    EXPECT_EQ(next(waitingToo), "waits for 1") << "another is older";
     EXPECT_EQ(next(waiting), "0");
     EXPECT_EQ(core(last), 3);
     answer(small, false);
@@ -175,7 +187,8 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     pool().closeClient(idOf(older));
     answer(last, true);
     EXPECT_EQ(next(forSmall), "-22") << "a closed client is granted nothing";
-    EXPECT_EQ(next(ask(small, kDecoder)), "0");
+    EXPECT_EQ(next(waitingToo), "0");
+    EXPECT_EQ(core(end), 3);
 }
 
 // Each asks for what another holds, and answers only when its own request has ended.
@@ -194,16 +207,19 @@ TEST_F(ResourcePoolTest, NobodyStartsToWaitInARing) {
 
 // Two players which start anew whenever they lose their core.
 TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
-    start({kSmallCore, kLargeCore});
+    start({kSmallCore, kSmallCore, kLargeCore});
     int const first = holder(kDecoder);
-    int const second = holder(kDecoder);
+    int const late = holder(kDecoder);
+    int const second = holder(kLargeDecoder);
     int const newcomer = open();
     int const request = ask(newcomer, kDecoder);
     EXPECT_EQ(next(request), "asks 1");
+    pool().giveBack(idOf(late));
+    EXPECT_EQ(next(ask(late, kDecoder)), "0") << "it holds since the reclaim began";
     int const anew = open();
     int const inside = ask(anew, kDecoder, first);
-    EXPECT_EQ(next(inside), "asks 2") << "its own holder is passed over";
-    EXPECT_EQ(next(ask(open(), kDecoder, second)), "-16") << "each waits for this one";
+    EXPECT_EQ(next(inside), "asks 3") << "its own holder is passed over";
+    EXPECT_EQ(next(ask(open(), kDecoder, second)), "-16") << "what it may take, too, is older";
     answer(second, false);
     EXPECT_EQ(next(inside), "-16");
     pool().giveBack(idOf(first));  // Inside the callback.
@@ -213,7 +229,7 @@ TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     EXPECT_EQ(next(ask(anew, kLargeDecoder, first)), "0") << "what is free may be taken";
     pool().closeClient(idOf(anew));
     holder(kDecoder);
-    EXPECT_EQ(next(ask(open(), kDecoder, first)), "-16") << "both are granted since it began";
+    EXPECT_EQ(next(ask(open(), kDecoder, first)), "-16") << "all are granted since it began";
     answer(first, true);
     EXPECT_EQ(next(request), "0");
 }

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <cerrno>
 #include <memory>
 #include <sstream>
 #include <type_traits>
 #include <utility>
 
-#include "host/CallLog.h"
+#include "host/LoggedCall.h"
 #include "kvo/media/hardware/Status.h"
 
 namespace kvo::media::hardware {
@@ -13,7 +14,7 @@ namespace kvo::media::hardware {
 class IVideoEncoderClient;
 
 /// The status of every operation of a wrapper that was constructed without a client.
-inline constexpr Status kNoClient{-22};
+inline constexpr Status kNoClient{-EINVAL};
 
 /// Returns a call of a codec as the log names it: by the codec's kind, its address and `name`.
 template <typename Client>

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <future>
@@ -36,14 +34,7 @@ struct JournalEntry {
     std::string text;
     std::string file;  ///< Of a log line: the path given by the logger.
     int line = 0;      ///< Of a log line.
-
-    std::chrono::system_clock::time_point time{};
-    int thread = 0;               ///< The system's number of the thread, as in the log.
-    std::optional<int> result{};  ///< Of a platform call that had returned by the journal's end.
 };
-
-/// How many entries a journal holds. Then the oldest go, and the first is a note that counts them.
-inline constexpr std::size_t kJournalLimit = 1000000;
 
 /// Empties the journal and records from now on. Nothing is recorded before the first call.
 KVO_MEDIA_EXPORT void startJournal();

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
 
-#include "host/CallLog.h"
+#include "host/LoggedCall.h"
 #include "kvo/media/hardware/Export.h"
 
 /// What the stand-in libraries share: every operation of a platform library is a PlatformCall.
@@ -19,14 +18,18 @@ KVO_MEDIA_EXPORT bool isRecording();
 /// Says whether the arguments of platform calls are printed: for the journal or the log.
 inline bool areCallsDescribed() { return isRecording() || mayLogCalls(); }
 
+/// Says whether the platform has an operation of this name.
+bool isOperation(std::string const& name);
+
 /// Records a log line.
 KVO_MEDIA_EXPORT void recordLogLine(std::string text, char const* file, int line);
 
 /// Registers what reset() does for one stand-in library. Called once, as the library is loaded.
 KVO_MEDIA_EXPORT void onReset(void (*handler)());
 
-/// A call of a platform operation: counted as it is constructed; recorded and logged, with its
-/// arguments, result and duration, where that is asked for; made to fail where failCall says so.
+/// A call of a platform operation: counted as it is constructed; recorded with its
+/// arguments and logged with its result and duration, too, where that is asked for; made to fail
+/// where failCall says so.
 class PlatformCall {
 public:
     /// Begins a call. The arguments are printed only for the journal and the log.
@@ -66,12 +69,8 @@ public:
 
 private:
     KVO_MEDIA_EXPORT void enter(char const* operation, std::string const* description);
-    KVO_MEDIA_EXPORT void recordResult(int result) const;
 
     [[nodiscard]] int leave(int result) const {
-        if (mEntry != 0) {
-            recordResult(result);
-        }
         if (mLogged) {
             mLogged->logReturn(result);
         }
@@ -79,7 +78,6 @@ private:
     }
 
     std::optional<int> mFailure;  ///< What the call is to return without doing its work.
-    std::uint64_t mEntry = 0;     ///< Number of its journal entry, 0 for none.
     std::optional<LoggedCall> mLogged;
 };
 

@@ -1,7 +1,15 @@
 #pragma once
 
+#include <string>
+
+#include "host/LoggedCall.h"
 #include "host/ResourcePool.h"
 #include "tvhw_crm.h"
+
+// The content of a reclaim's parameter is this platform's own; clients do not read it.
+struct _TVHW_CRM_RECLAIM_PARAM {
+    int uniqueId;
+};
 
 namespace kvo::host {
 
@@ -41,7 +49,17 @@ protected:
 /// outlive every other object.
 ResourceManager& resourceManager();
 
-/// Calls a client's reclaim callback and returns its answer.
-int callReclaim(TVHW_CRM_RECLAIM_CALLBACK reclaim, int client, void* cookie);
+/// Calls a client's reclaim callback, on this thread, and returns its answer.
+inline int callReclaim(TVHW_CRM_RECLAIM_CALLBACK reclaim, int client, void* cookie) {
+    TVHW_CRM_RECLAIM_PARAM const param{client};
+    if (!mayLogCalls()) {
+        return reclaim(&param, cookie);
+    }
+    LoggedCall const call(kPlatformTag, "reclaim(" + std::to_string(client) + ")");
+    call.logEntry();
+    int const answer = reclaim(&param, cookie);
+    call.logReturn(answer);
+    return answer;
+}
 
 }  // namespace kvo::host

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <list>
@@ -23,12 +24,13 @@ public:
     using Clock = std::chrono::steady_clock;
 
     // Result codes.
-    static constexpr int kInvalid = -22;      ///< No such client, or a request without sense.
-    static constexpr int kUnsupported = -95;  ///< No core of the pool could ever serve the request.
-    static constexpr int kBusy = -16;         ///< Nothing is free, or its holders keep it.
-    static constexpr int kStuck = -110;       ///< A holder has not answered in kReclaimLimit.
-    static constexpr int kNothingHeld = -61;
-    static constexpr int kNoService = -111;  ///< Of the client library: no service to ask.
+    static constexpr int kInvalid = -EINVAL;  ///< No such client, or a request without sense.
+    static constexpr int kUnsupported =
+        -EOPNOTSUPP;                      ///< No core of the pool could ever serve the request.
+    static constexpr int kBusy = -EBUSY;  ///< Nothing is free, or its holders keep it.
+    static constexpr int kStuck = -ETIMEDOUT;  ///< A holder has not answered in kReclaimLimit.
+    static constexpr int kNothingHeld = -ENODATA;
+    static constexpr int kNoService = -ECONNREFUSED;  ///< Of the client library: no service to ask.
 
     /// How long a reclaim may take. Its holder then keeps what it has.
     static constexpr std::chrono::seconds kReclaimLimit{10};

@@ -1,16 +1,19 @@
 #include "host/Settings.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <stdexcept>
+
+#include "host/PlatformCall.h"
 
 namespace kvo::host {
 
@@ -34,8 +37,8 @@ Parts split(std::string const& text, char separator) {
     return parts;
 }
 
-/// The readers throw this; what is allowed is in the table of variables.
-[[noreturn]] void refuse() { throw std::invalid_argument(""); }
+/// The readers throw this; what is allowed is in the table of variables unless they say more.
+[[noreturn]] void refuse(char const* reason = "") { throw std::invalid_argument(reason); }
 
 int number(std::string const& text, int least, int most) {
     int value = 0;
@@ -118,7 +121,28 @@ void readPolicy(std::string const& value, Settings& settings) {
     });
 }
 
-constexpr std::array<Variable, 5> kVariables{
+/// Reads levels as LEVEL or TAG:LEVEL; "*" stands for all other tags.
+void readLogLevels(std::string const& value, Settings& settings) {
+    for (std::string const& part : split(value, ',')) {
+        auto const colon = part.rfind(':');
+        bool const hasTag = colon != std::string::npos;
+        int const level = number(hasTag ? part.substr(colon + 1) : part, -1, kCallLevel);
+        std::string const tag = hasTag ? part.substr(0, colon) : "*";
+        if (tag.empty()) {
+            refuse();
+        }
+        (tag == "*" ? settings.logLevels.ofOtherTags : settings.logLevels.ofTag[tag]) = level;
+    }
+}
+
+void openLogFile(std::string const& value, Settings& settings) {
+    settings.logOutput = ::open(value.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (settings.logOutput < 0) {
+        refuse(std::strerror(errno));
+    }
+}
+
+constexpr std::array<Variable, 7> kVariables{
     {{"KVO_HOST_POOL",
       "cores as USE:TYPE:WIDTHxHEIGHT with a USE of decoder or encoder, a TYPE of 1 to 4 and sizes "
       "of 1 to 65535, as in decoder:1:3840x2160,encoder:1:1920x1088",
@@ -133,7 +157,10 @@ constexpr std::array<Variable, 5> kVariables{
      {"KVO_HOST_POLICY",
       "priorities of -100 to 100 as PROCESS=PRIORITY, separated by commas, a PROCESS being a "
       "process id, the name of a program, or * for all others",
-      readPolicy}}};
+      readPolicy},
+     {"KVO_MEDIA_LOG_LEVEL", "a level from -1 to 4, or a list such as VideoClient:3,*:1",
+      readLogLevels},
+     {"KVO_MEDIA_LOG_FILE", "", openLogFile}}};
 
 [[noreturn]] void end(std::string const& key, std::string const& value,
                       std::string const& allowed) {
@@ -144,7 +171,6 @@ constexpr std::array<Variable, 5> kVariables{
 
 /// A name that is not known is most likely a misspelled one.
 void refuseUnknownNames() {
-    std::string const prefix = "KVO_HOST_";
     std::string known;
     for (Variable const& variable : kVariables) {
         known += std::string(known.empty() ? "" : ", ") + variable.name;
@@ -152,9 +178,8 @@ void refuseUnknownNames() {
     for (char** entry = environ; *entry != nullptr; ++entry) {
         std::string const setting = *entry;
         std::string const name = setting.substr(0, setting.find('='));
-        bool const isKnown = name.compare(0, prefix.size(), prefix) != 0 ||
-                             (", " + known + ", ").find(", " + name + ", ") != std::string::npos;
-        if (!isKnown) {
+        bool const isOurs = name.rfind("KVO_HOST_", 0) == 0 || name.rfind("KVO_MEDIA_LOG_", 0) == 0;
+        if (isOurs && (", " + known + ", ").find(", " + name + ", ") == std::string::npos) {
             end(name, setting.substr(std::min(name.size() + 1, setting.size())),
                 "no such setting; allowed are " + known);
         }
@@ -163,7 +188,8 @@ void refuseUnknownNames() {
 
 Settings read() {
     refuseUnknownNames();
-    Settings result;
+    Settings result{};
+    result.logOutput = STDERR_FILENO;
     result.pool = {// Decoder cores of one size, so that the first one open gets the first core.
                    {1, false, 3840, 2160},
                    {2, false, 3840, 2160},
@@ -177,8 +203,10 @@ Settings read() {
         }
         try {
             variable.read(value, result);
-        } catch (std::invalid_argument const&) {
-            end(variable.name, value, std::string("allowed are ") + variable.allowed);
+        } catch (std::invalid_argument const& failure) {
+            std::string const reason = failure.what();
+            end(variable.name, value,
+                reason.empty() ? std::string("allowed are ") + variable.allowed : reason);
         }
     }
     return result;

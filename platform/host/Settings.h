@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -8,6 +9,15 @@
 #include "host/HostPlatform.h"
 
 namespace kvo::host {
+
+/// Up to which level log lines are printed without a setting.
+inline constexpr int kDefaultLogLevel = 1;
+
+/// Up to which level log lines are printed; -1 prints none.
+struct LogLevels {
+    int ofOtherTags = kDefaultLogLevel;
+    std::map<std::string, int, std::less<>> ofTag;
+};
 
 /// What the environment says about the first state of the platform. Environment variables, since
 /// they reach a program that knows nothing of the host platform, and the processes that it starts.
@@ -23,6 +33,8 @@ struct Settings {
     std::map<std::string, int> properties;  ///< KVO_HOST_PROPERTIES
     std::vector<Fault> faults;              ///< KVO_HOST_FAULTS
     std::map<std::string, int> priorities;  ///< KVO_HOST_POLICY, by process id or program name.
+    LogLevels logLevels;                    ///< KVO_MEDIA_LOG_LEVEL
+    int logOutput;                          ///< KVO_MEDIA_LOG_FILE, opened for appending.
 
     /// Returns the priority of a process: that of its id, else of its program, else of "*", else 0.
     [[nodiscard]] KVO_MEDIA_EXPORT int priorityOf(int pid) const;
@@ -31,9 +43,6 @@ struct Settings {
 /// Returns the settings, which are read as this library is loaded. A mistake in them ends the
 /// process there with status 2 and one line that names the variable, its value and what is allowed.
 KVO_MEDIA_EXPORT Settings const& settings();
-
-/// Says whether the platform has an operation of this name.
-bool isOperation(std::string const& name);
 
 /// Returns the file name of the program that a process runs, "?" when it cannot be told.
 KVO_MEDIA_EXPORT std::string programOf(int pid);

@@ -1,132 +1,45 @@
 #include "kvo_media_log.h"
 
-#include <fcntl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 
-#include "host/CallLog.h"
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
+#include "host/Settings.h"
 
 namespace kvo::host {
 
 namespace {
 
-constexpr char kLevelVariable[] = "KVO_MEDIA_LOG_LEVEL";
-constexpr char kFileVariable[] = "KVO_MEDIA_LOG_FILE";
 constexpr char kPriorities[] = "EWIDV";  ///< Of the levels from 0 on.
-constexpr int kLowestLevel = -1;
-constexpr int kDefaultLevel = 1;
 
-/// Up to which level lines are printed.
-struct Levels {
-    int ofOtherTags = kDefaultLevel;
-    std::map<std::string, int, std::less<>> ofTag;
-
-    [[nodiscard]] int of(std::string_view tag) const {
-        auto const level = ofTag.find(tag);
-        return level == ofTag.end() ? ofOtherTags : level->second;
-    }
-
-    [[nodiscard]] int highest() const {
-        int level = ofOtherTags;
-        for (auto const& entry : ofTag) {
-            level = std::max(level, entry.second);
-        }
-        return level;
-    }
-};
-
-/// Reads "LEVEL" or "TAG:LEVEL" into `levels`; "*" stands for all other tags.
-bool readLevel(std::string_view text, Levels& levels) {
-    auto const colon = text.rfind(':');
-    std::string_view const tag = colon == std::string_view::npos ? "*" : text.substr(0, colon);
-    std::string_view const number = text.substr(colon == std::string_view::npos ? 0 : colon + 1);
-    int level = 0;
-    auto const [end, error] = std::from_chars(number.data(), number.data() + number.size(), level);
-    if (error != std::errc() || end != number.data() + number.size() || tag.empty() ||
-        level < kLowestLevel || level > kCallLevel) {
-        return false;
-    }
-    if (tag == "*") {
-        levels.ofOtherTags = level;
-    } else {
-        levels.ofTag[std::string(tag)] = level;
-    }
-    return true;
+int levelOf(std::string_view tag, LogLevels const& levels) {
+    auto const level = levels.ofTag.find(tag);
+    return level == levels.ofTag.end() ? levels.ofOtherTags : level->second;
 }
 
-std::optional<Levels> readLevels(std::string_view text) {
-    Levels levels;
-    for (;;) {
-        auto const comma = text.find(',');
-        if (!readLevel(text.substr(0, comma), levels)) {
-            return std::nullopt;
-        }
-        if (comma == std::string_view::npos) {
-            return levels;
-        }
-        text.remove_prefix(comma + 1);
+int highest(LogLevels const& levels) {
+    int level = levels.ofOtherTags;
+    for (auto const& entry : levels.ofTag) {
+        level = std::max(level, entry.second);
     }
-}
-
-/// Ends the process over the value of an environment variable.
-[[noreturn]] void refuse(char const* variable, char const* value, char const* reason) {
-    static_cast<void>(std::fprintf(stderr, "%s=%s: %s\n", variable, value, reason));
-    std::_Exit(2);
-}
-
-/// Returns the value of an environment variable, or null when it is not set or empty.
-char const* setting(char const* variable) {
-    char const* const value = std::getenv(variable);
-    return value == nullptr || *value == '\0' ? nullptr : value;
-}
-
-Levels levelsOfEnvironment() {
-    char const* const value = setting(kLevelVariable);
-    if (value == nullptr) {
-        return {};
-    }
-    auto const levels = readLevels(value);
-    if (!levels) {
-        refuse(kLevelVariable, value,
-               "must be a level from -1 to 4, or a list such as VideoClient:3,*:1");
-    }
-    return *levels;
-}
-
-int outputOfEnvironment() {
-    char const* const path = setting(kFileVariable);
-    if (path == nullptr) {
-        return STDERR_FILENO;
-    }
-    int const output = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (output < 0) {
-        refuse(kFileVariable, path, std::strerror(errno));
-    }
-    return output;
+    return level;
 }
 
 /// Never destroyed: lines come until the process has ended.
 struct State {
     std::mutex mutex;
-    Levels levels;
-    int const output = outputOfEnvironment();
+    LogLevels levels = settings().logLevels;
 };
 
 State& state() {
@@ -134,15 +47,15 @@ State& state() {
     return theState;
 }
 
-void setLevels(Levels const& levels) {
+void setLevels(LogLevels const& levels) {
     std::lock_guard<std::mutex> const lock(state().mutex);
     state().levels = levels;
-    highestPrintedLevel.store(levels.highest(), std::memory_order_relaxed);
+    highestPrintedLevel.store(highest(levels), std::memory_order_relaxed);
 }
 
 [[maybe_unused]] bool const gStarts = [] {
-    setLevels(levelsOfEnvironment());
-    onReset([] { setLevels(levelsOfEnvironment()); });
+    setLevels(settings().logLevels);
+    onReset([] { setLevels(settings().logLevels); });
     return true;
 }();
 
@@ -151,7 +64,7 @@ bool isPrinted(int level, char const* tag) {
         return false;
     }
     std::lock_guard<std::mutex> const lock(state().mutex);
-    return level <= state().levels.of(tag);
+    return level <= levelOf(tag, state().levels);
 }
 
 __attribute__((format(printf, 1, 0))) std::string format(char const* text, std::va_list arguments) {
@@ -189,7 +102,7 @@ void print(int level, char const* tag, std::string message) {
     std::string const line = lineStart(level, tag) + message + "\n";
     std::string_view rest = line;
     while (!rest.empty()) {
-        ssize_t const written = ::write(state().output, rest.data(), rest.size());
+        ssize_t const written = ::write(settings().logOutput, rest.data(), rest.size());
         if (written >= 0) {
             rest.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno != EINTR) {
@@ -200,7 +113,7 @@ void print(int level, char const* tag, std::string message) {
 
 }  // namespace
 
-std::atomic<int> highestPrintedLevel{kDefaultLevel};
+std::atomic<int> highestPrintedLevel{kDefaultLogLevel};
 
 void setLogLevel(int level) { setLevels({level, {}}); }
 

@@ -1,6 +1,7 @@
 #include "tvhw_crm.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ostream>
 #include <utility>
@@ -8,16 +9,9 @@
 #include "host/PlatformCall.h"
 #include "host/ResourceManager.h"
 
-// The content of a reclaim's parameter is this platform's own; clients do not read it.
-struct _TVHW_CRM_RECLAIM_PARAM {
-    int uniqueId;
-};
-
 namespace kvo::host {
 
 namespace {
-
-constexpr int kInvalid = ResourcePool::kInvalid;
 
 constexpr std::array<char const*, 11> kMimeTypes{
     "video/avc",   "video/hevc", "video/x-vnd.on2.vp9", "video/av01",         "video/mp4v-es",
@@ -71,7 +65,7 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
                         values.frameRate, values.isEncoder, values.extraFlag)
         .perform([&] {
             if (request == nullptr || !isWellFormed(values)) {
-                return kInvalid;
+                return -EINVAL;
             }
             return resourceManager().acquire(
                 idOf(client),
@@ -83,22 +77,9 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
 
 }  // namespace
 
-int callReclaim(TVHW_CRM_RECLAIM_CALLBACK reclaim, int client, void* cookie) {
-    TVHW_CRM_RECLAIM_PARAM const param{client};
-    if (!mayLogCalls()) {
-        return reclaim(&param, cookie);
-    }
-    LoggedCall const call(kPlatformTag, "reclaim(" + std::to_string(client) + ")");
-    call.logEntry();
-    int const answer = reclaim(&param, cookie);
-    call.logReturn(answer);
-    return answer;
-}
-
 }  // namespace kvo::host
 
 using kvo::host::idOf;
-using kvo::host::kInvalid;
 using kvo::host::named;
 using kvo::host::PlatformCall;
 using kvo::host::resourceManager;
@@ -112,7 +93,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* na
                         reinterpret_cast<std::uintptr_t>(cookie))
         .perform([&] {
             if (client == nullptr || reclaim == nullptr || reserved != 0) {
-                return kInvalid;
+                return -EINVAL;
             }
             int id = 0;
             int const result = resourceManager().open(name, reclaim, cookie, id);
@@ -160,7 +141,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client,
                                                 TVHW_CRM_RESOURCE* resource) {
     return PlatformCall("TVHW_CRM_ClientGetResource", named(client)).perform([&] {
         if (resource == nullptr || !kvo::host::isZero(*resource)) {
-            return kInvalid;
+            return -EINVAL;
         }
         return resourceManager().describe(idOf(client), *resource);
     });
@@ -173,7 +154,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client,
         .perform([&] {
             // The planes of the ports go black; who holds the ports does not change.
             bool const isPossible = resource != nullptr && kvo::host::isPortSet(*resource);
-            return isPossible && resourceManager().isOpen(idOf(client)) ? 0 : kInvalid;
+            return isPossible && resourceManager().isOpen(idOf(client)) ? 0 : -EINVAL;
         });
 }
 
@@ -186,7 +167,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client) {
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id) {
     return PlatformCall("TVHW_CRM_ClientGetUniqueId", named(client)).perform([&] {
         if (id == nullptr || !resourceManager().isOpen(idOf(client))) {
-            return kInvalid;
+            return -EINVAL;
         }
         *id = idOf(client);
         return 0;

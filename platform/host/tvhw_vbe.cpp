@@ -1,5 +1,6 @@
 #include "tvhw_vbe.h"
 
+#include <cerrno>
 #include <mutex>
 
 #include "host/HostPlatform.h"
@@ -9,9 +10,6 @@
 namespace kvo::host {
 
 namespace {
-
-constexpr int kInvalid = -22;     ///< A request that makes no sense.
-constexpr int kUnreadable = -61;  ///< The panel does not tell its size.
 
 struct State {
     std::mutex mutex;
@@ -46,10 +44,10 @@ extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* 
     return kvo::host::PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
         kvo::host::Panel const panel = kvo::host::panel();
         if (size == nullptr) {
-            return kvo::host::kInvalid;
+            return -EINVAL;
         }
         if (!panel.readable) {
-            return kvo::host::kUnreadable;
+            return -ENODATA;
         }
         *size = {panel.width, panel.height};
         return 0;

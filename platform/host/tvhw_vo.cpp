@@ -1,5 +1,6 @@
 #include "tvhw_vo.h"
 
+#include <cerrno>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -10,11 +11,6 @@
 namespace kvo::host {
 
 namespace {
-
-constexpr int kInvalid = -22;  ///< No such output, or a request that makes no sense.
-constexpr int kNotOpened = -9;
-constexpr int kNotConfigured = -61;
-constexpr int kNoMemory = -14;  ///< An unknown handle, or less memory than the picture needs.
 
 constexpr int kBytesPerPixel = 4;
 
@@ -33,7 +29,7 @@ class Output {
 public:
     int open(int mode) {
         if (mode != TVHW_VO_MODE_STILL) {
-            return kInvalid;
+            return -EINVAL;
         }
         std::lock_guard<std::mutex> const lock(mMutex);
         ++mState.opens;
@@ -43,7 +39,7 @@ public:
     int close() {
         std::lock_guard<std::mutex> const lock(mMutex);
         if (mState.opens == 0) {
-            return kNotOpened;
+            return -EBADF;
         }
         if (--mState.opens == 0) {
             mState = {};
@@ -54,11 +50,11 @@ public:
     int configure(TVHW_VO_CONFIG_PARAM const& config) {
         if (config.mode != TVHW_VO_MODE_STILL || !isZero(config.reserved) || config.width < 1 ||
             config.height < 1 || config.pixelFormat != TVHW_VO_PIXEL_FORMAT_STILL) {
-            return kInvalid;
+            return -EINVAL;
         }
         std::lock_guard<std::mutex> const lock(mMutex);
         if (mState.opens == 0) {
-            return kNotOpened;
+            return -EBADF;
         }
         mState.width = config.width;
         mState.height = config.height;
@@ -69,23 +65,23 @@ public:
     int show(TVHW_VO_PICTURE_PARAM const& picture) {
         std::lock_guard<std::mutex> const lock(mMutex);
         if (mState.opens == 0) {
-            return kNotOpened;
+            return -EBADF;
         }
         if (mState.width == 0) {
-            return kNotConfigured;
+            return -ENODATA;
         }
         if (!isZero(picture.reserved) || picture.x < 0 || picture.y < 0 || picture.width < 1 ||
             picture.height < 1 || picture.width > mState.width - picture.x ||
             picture.height > mState.height - picture.y ||
             picture.stride / kBytesPerPixel < picture.width ||
             picture.pixelFormat != TVHW_VO_PIXEL_FORMAT_STILL) {
-            return kInvalid;
+            return -EINVAL;
         }
         auto const memory = mMemory.find(picture.buffer);
         auto const length = std::int64_t{picture.bufferLength};
         if (memory == mMemory.end() || length > static_cast<std::int64_t>(memory->second->size()) ||
             length < std::int64_t{picture.stride} * picture.height) {
-            return kNoMemory;
+            return -EFAULT;
         }
         mState.picture = {picture.buffer, memory->second, picture.x,     picture.y,
                           picture.width,  picture.height, picture.stride};
@@ -141,7 +137,6 @@ VideoOutput videoOutput() { return output0().state(); }
 
 }  // namespace kvo::host
 
-using kvo::host::kInvalid;
 using kvo::host::output0;
 using kvo::host::PlatformCall;
 
@@ -149,34 +144,34 @@ extern "C" {
 
 KVO_MEDIA_EXPORT int TVHW_VO_Open(std::int32_t output, std::int32_t mode) {
     return PlatformCall("TVHW_VO_Open", output, mode).perform([&] {
-        return output == 0 ? output0().open(mode) : kInvalid;
+        return output == 0 ? output0().open(mode) : -EINVAL;
     });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Close(std::int32_t output) {
     return PlatformCall("TVHW_VO_Close", output).perform([&] {
-        return output == 0 ? output0().close() : kInvalid;
+        return output == 0 ? output0().close() : -EINVAL;
     });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_Config(std::int32_t output, TVHW_VO_CONFIG_PARAM const* config) {
     if (config == nullptr) {
-        return kInvalid;
+        return -EINVAL;
     }
     return PlatformCall("TVHW_VO_Config", output, config->mode, config->width, config->height,
                         config->pixelFormat)
-        .perform([&] { return output == 0 ? output0().configure(*config) : kInvalid; });
+        .perform([&] { return output == 0 ? output0().configure(*config) : -EINVAL; });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VO_DisplayPicture(std::int32_t output,
                                             TVHW_VO_PICTURE_PARAM const* picture) {
     if (picture == nullptr) {
-        return kInvalid;
+        return -EINVAL;
     }
     return PlatformCall("TVHW_VO_DisplayPicture", output, picture->buffer, picture->bufferLength,
                         picture->stride, picture->x, picture->y, picture->width, picture->height,
                         picture->pixelFormat)
-        .perform([&] { return output == 0 ? output0().show(*picture) : kInvalid; });
+        .perform([&] { return output == 0 ? output0().show(*picture) : -EINVAL; });
 }
 
 }  // extern "C"

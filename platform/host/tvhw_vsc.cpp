@@ -1,6 +1,7 @@
 #include "tvhw_vsc.h"
 
 #include <array>
+#include <cerrno>
 #include <mutex>
 
 #include "host/HostPlatform.h"
@@ -9,13 +10,6 @@
 namespace kvo::host {
 
 namespace {
-
-constexpr int kInvalid = -22;        ///< No such channel, or a request that makes no sense.
-constexpr int kNotInitialised = -6;  ///< The scaler is not initialised.
-constexpr int kNotOpened = -9;
-constexpr int kBusy = -16;           ///< The channel is in use.
-constexpr int kNotConnected = -107;  ///< Another source is connected, or none.
-constexpr int kOutsidePanel = -34;
 
 bool isFlag(int value) { return value == 0 || value == 1; }
 
@@ -31,13 +25,13 @@ public:
     int open(unsigned int index) {
         std::lock_guard<std::mutex> const lock(mMutex);
         if (!mInitialised) {
-            return kNotInitialised;
+            return -ENXIO;
         }
         if (index >= kScalerChannels) {
-            return kInvalid;
+            return -EINVAL;
         }
         if (mChannels[index].opened) {
-            return kBusy;
+            return -EBUSY;
         }
         mChannels[index].opened = true;
         return 0;
@@ -48,10 +42,10 @@ public:
     int withChannel(unsigned int index, Change change) {
         std::lock_guard<std::mutex> const lock(mMutex);
         if (!mInitialised) {
-            return kNotInitialised;
+            return -ENXIO;
         }
         if (index >= kScalerChannels || !mChannels[index].opened) {
-            return kNotOpened;
+            return -EBADF;
         }
         return change(mChannels[index]);
     }
@@ -93,7 +87,7 @@ int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& w
         bool const isPossible = !inPanelPixels || isOnPanel(window);
         return scaler().withChannel(index, [&](ScalerChannel& channel) {
             if (!isPossible) {
-                return kOutsidePanel;
+                return -ERANGE;
             }
             channel.input = toWindow(window);
             channel.inputInPanelPixels = inPanelPixels;
@@ -110,7 +104,6 @@ ScalerChannel scalerChannel(unsigned int index) { return scaler().channel(index)
 
 using kvo::host::isFlag;
 using kvo::host::isSource;
-using kvo::host::kInvalid;
 using kvo::host::PlatformCall;
 using kvo::host::scaler;
 using kvo::host::ScalerChannel;
@@ -142,7 +135,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE sou
         .perform([&] {
             return scaler().withChannel(channel, [&](ScalerChannel& state) {
                 if (!isSource(source, reserved)) {
-                    return kInvalid;
+                    return -EINVAL;
                 }
                 state.source = {source.type, source.port};
                 return 0;
@@ -156,11 +149,11 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE 
         .perform([&] {
             return scaler().withChannel(channel, [&](ScalerChannel& state) {
                 if (!isSource(source, reserved)) {
-                    return kInvalid;
+                    return -EINVAL;
                 }
                 if (!state.source || state.source->type != source.type ||
                     state.source->port != source.port) {
-                    return kvo::host::kNotConnected;
+                    return -ENOTCONN;
                 }
                 state.source.reset();
                 return 0;
@@ -172,7 +165,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::in
     return PlatformCall("TVHW_VSC_SetAdaptiveStreamEx", channel, adaptive).perform([&] {
         return scaler().withChannel(channel, [&](ScalerChannel& state) {
             if (!isFlag(adaptive)) {
-                return kInvalid;
+                return -EINVAL;
             }
             state.adaptive = adaptive == 1;
             return 0;
@@ -185,7 +178,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t bl
     return PlatformCall("TVHW_VSC_SetWinBlank", channel, blank, reserved).perform([&] {
         return scaler().withChannel(channel, [&](ScalerChannel& state) {
             if (!isFlag(blank) || reserved != 0) {
-                return kInvalid;
+                return -EINVAL;
             }
             state.blank = blank == 1;
             return 0;
@@ -208,7 +201,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WI
             bool const isPossible = kvo::host::isOnPanel(window);
             return scaler().withChannel(channel, [&](ScalerChannel& state) {
                 if (!isPossible) {
-                    return kvo::host::kOutsidePanel;
+                    return -ERANGE;
                 }
                 state.output = kvo::host::toWindow(window);
                 return 0;

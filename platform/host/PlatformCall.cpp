@@ -1,18 +1,15 @@
-#include "host/HostPlatform.h"
-
-#include <unistd.h>
+#include "host/PlatformCall.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cassert>
-#include <deque>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "host/PlatformCall.h"
+#include "host/HostPlatform.h"
 #include "host/Settings.h"
 
 namespace kvo::host {
@@ -73,9 +70,7 @@ std::atomic<std::uint64_t> gCallCount{0};
 /// while they are being loaded.
 struct State {
     std::mutex mutex;
-    std::deque<JournalEntry> journal;
-    std::uint64_t entryCount = 0;    ///< Of all journals; the number of the last entry.
-    std::uint64_t droppedCount = 0;  ///< Of this journal.
+    std::vector<JournalEntry> journal;
     std::vector<Fault> faults = faultsOfTheStart();
     std::vector<void (*)()> resetHandlers;
 };
@@ -86,28 +81,11 @@ State& state() {
     return theState;
 }
 
-/// Records what happens now. Returns the number of the entry, 0 when the journal does not record.
-std::uint64_t record(JournalEntry::Kind kind, std::string text, char const* file = "",
-                     int line = 0) {
-    JournalEntry entry{kind, std::move(text), file, line};
-    entry.time = std::chrono::system_clock::now();
-    entry.thread = ::gettid();
+void record(JournalEntry entry) {
     std::lock_guard<std::mutex> const lock(state().mutex);
-    if (!gRecording.load(std::memory_order_relaxed)) {
-        return 0;
+    if (isRecording()) {
+        state().journal.push_back(std::move(entry));
     }
-    if (state().journal.size() == kJournalLimit) {
-        state().journal.pop_front();
-        ++state().droppedCount;
-    }
-    state().journal.push_back(std::move(entry));
-    return ++state().entryCount;
-}
-
-/// Empties the journal. The lock is held.
-std::deque<JournalEntry> takeJournal() {
-    state().droppedCount = 0;
-    return std::exchange(state().journal, {});
 }
 
 /// Takes the code of a fault that happens with this call of `operation`.
@@ -139,7 +117,7 @@ void reset() {
     {
         std::lock_guard<std::mutex> const lock(state().mutex);
         gRecording.store(false, std::memory_order_relaxed);
-        takeJournal();
+        state().journal.clear();
         state().faults = faultsOfTheStart();
         gHasFaults.store(!state().faults.empty(), std::memory_order_relaxed);
         handlers = state().resetHandlers;
@@ -151,25 +129,19 @@ void reset() {
 
 void startJournal() {
     std::lock_guard<std::mutex> const lock(state().mutex);
-    takeJournal();
+    state().journal.clear();
     gRecording.store(true, std::memory_order_relaxed);
 }
 
 std::vector<JournalEntry> stopJournal() {
     std::lock_guard<std::mutex> const lock(state().mutex);
     gRecording.store(false, std::memory_order_relaxed);
-    std::vector<JournalEntry> entries;
-    if (std::uint64_t const dropped = state().droppedCount; dropped != 0) {
-        entries.emplace_back().text = std::to_string(dropped) + " older entries were dropped";
-    }
-    auto journal = takeJournal();
-    std::move(journal.begin(), journal.end(), std::back_inserter(entries));
-    return entries;
+    return std::exchange(state().journal, {});
 }
 
 void note(std::string text) {
     if (isRecording()) {
-        record(JournalEntry::Kind::kNote, std::move(text));
+        record({JournalEntry::Kind::kNote, std::move(text), {}});
     }
 }
 
@@ -195,24 +167,15 @@ void PlatformCall::enter(char const* operation, std::string const* description) 
     assert(isOperation(operation));
     gCallCount.fetch_add(1, std::memory_order_relaxed);
     if (isRecording() && description != nullptr) {
-        mEntry = record(JournalEntry::Kind::kPlatformCall, *description);
+        record({JournalEntry::Kind::kPlatformCall, *description, {}});
     }
     if (gHasFaults.load(std::memory_order_relaxed)) {
         mFailure = takeFault(operation);
     }
 }
 
-void PlatformCall::recordResult(int result) const {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    std::deque<JournalEntry>& journal = state().journal;
-    std::uint64_t const age = state().entryCount - mEntry;
-    if (age < journal.size()) {
-        journal[journal.size() - 1 - static_cast<std::size_t>(age)].result = result;
-    }
-}
-
 void recordLogLine(std::string text, char const* file, int line) {
-    record(JournalEntry::Kind::kLogLine, std::move(text), file, line);
+    record({JournalEntry::Kind::kLogLine, std::move(text), file, line});
 }
 
 void onReset(void (*handler)()) {
