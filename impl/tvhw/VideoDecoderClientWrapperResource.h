@@ -31,16 +31,15 @@ public:
     ~VideoDecoderClientWrapperResource() override;
 
     /// Acquires a core that fits `type` and `config`, unless one is held, and a display port,
-    /// unless one was granted or learned, and configures the client with a copy of `config` in
-    /// which the granted core, id, port and size limits are written. Returns the client's status;
-    /// -1 when the resource manager grants no core or no port, the core then being given back when
-    /// the port failed; or -19, with everything acquired still held, after a reclaim. A port whose
-    /// grant cannot be read counts as none (-1) and is no failure.
-    ///
-    /// When only the core's id could not be read, returns -1, and the next attempt goes on with
-    /// that core if its type is known, with id -1 and the port as the manager numbers it: release()
-    /// first. After a reclaim the acquisition runs all the same: it may also fail with -1, and what
-    /// it leaves held goes at destruction.
+    /// unless one was granted or learned. Then configures the client with a copy of `config` in
+    /// which the granted core, id, port and size limits are written. Returns
+    /// - the client's status;
+    /// - -1 when the resource manager grants no core, or no port: then the core is given back, too.
+    ///   A port whose grant cannot be read counts as none (-1) and is no failure;
+    /// - -1 when the core's id cannot be read. Call release() then: the next attempt would go on
+    ///   with that core, if its type is known, with id -1 and the port as the manager numbers it;
+    /// - -19 after a reclaim. The acquisition has run all the same (and may have failed with -1);
+    ///   what it leaves held goes at destruction.
     Return<void> configureTunnelMode(CodecType type, Configuration const& config) override;
     /// As configureTunnelMode(), without asking for a display port.
     Return<void> configureReferenceMode(CodecType type, Configuration const& config) override;

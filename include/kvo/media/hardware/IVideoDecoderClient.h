@@ -23,8 +23,8 @@ namespace kvo::media::hardware {
 /// wrapper must bear release() on another thread while any operation runs, release() included,
 /// because a codec that does not return within 3 seconds is released under its caller, and its
 /// owner, or another reclaim, may release it at the same moment. It must bear release() any number
-/// of times, and after its wrapper is gone if others hold it. Its destructor may run on the
-/// resource manager's thread. No operation may throw.
+/// of times, and after its wrapper is gone: a reclaim holds it until it has released it. Its
+/// destructor may run on the resource manager's thread. No operation may throw.
 class IVideoDecoderClient {
 public:
     IVideoDecoderClient() = default;

@@ -33,9 +33,9 @@ public:
         Callback& operator=(Callback const&) = delete;
         virtual ~Callback() = default;
 
-        /// Learns a region reported for the connected source. May be called from any thread.
-        /// Neither this nor the destructor may set the callback of the client or report a region to
-        /// it: both run under its lock, the destructor if the last other reference goes meanwhile.
+        /// Learns a region reported for the connected source, on any thread, with the client
+        /// locked. Must not set the client's callback nor report a region to it. Nor may the
+        /// destructor: the client's reference, taken for this call, may be the last.
         virtual void onBbdRegion(Region const& region) = 0;
     };
 

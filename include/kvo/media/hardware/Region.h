@@ -13,11 +13,13 @@ struct Region {
     std::uint32_t refWidth = 0;
     std::uint32_t refHeight = 0;
 
-    /// Expresses the rectangle in a space of `width` by `height`. A start edge goes down and an end
-    /// edge up to a whole pixel, so that the rectangle grows, but an edge that lies less than a
-    /// tenth of a pixel from a whole one on its inner side goes there. Does nothing when either
-    /// space has no width or no height. Defined in the library of the scaler client, for use in
-    /// there.
+    /// Expresses the rectangle in a space of `width` by `height` pixels, in single precision:
+    ///
+    ///     left  = floor(left / refWidth * width + 0.1)    top    = the same, with the heights
+    ///     right = ceil(right / refWidth * width - 0.1)    bottom = the same, with the heights
+    ///
+    /// at most 2^32 - 1 each. Does nothing when either space has no width or no height. Defined in
+    /// the library of the scaler client, for use in there.
     void scale(unsigned int width, unsigned int height);
 };
 
