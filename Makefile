@@ -47,9 +47,11 @@ quietly = { $(2); } >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }
 build = echo 'Building $(1), log in build/$(1).log.' && \
 	$(call quietly,$(1),cmake --preset $(1) && cmake --build build/$(1) $(2:%=--target %))
 
-# $(call run-tests,preset): configures, builds and tests a preset.
-run-tests = echo 'Building and testing $(1), log in build/$(1)-tests.log.' && \
-	$(call quietly,$(1)-tests,cmake --workflow --preset $(1)) && \
+# $(call run-tests,preset[,options]): configures, builds and tests a preset. What failed is shown alone.
+run-tests = $(call build,$(1)) && echo 'Testing $(1), log in build/$(1)-tests.log.' && \
+	{ ctest --test-dir build/$(1) --output-on-failure --no-tests=error --timeout 120 $(2) \
+		>build/$(1)-tests.log 2>&1 || \
+		{ grep -v '^ *Start \| Passed \|^\[ *\(RUN\|OK\) ' build/$(1)-tests.log; exit 1; }; } && \
 	grep '% tests passed\|^Total Test time' build/$(1)-tests.log
 
 build-dir:
@@ -72,7 +74,7 @@ demo: build-dir
 test: build-dir
 	@tools/install-packages build test
 	@$(call run-tests,test)
-	@grep -h '^fault sweep' build/test/Testing/Temporary/LastTest.log
+	@grep -hm1 '^fault sweep' build/test/Testing/Temporary/LastTest.log
 
 sanitize: build-dir
 	@tools/install-packages build test
@@ -88,7 +90,7 @@ interleave: build-dir
 	@tools/interleave build/test $(INTERLEAVE_BOUND) $(JOBS)
 
 # $(call run-service,preset)
-run-service = $(call run-tests,$(1)) && \
+run-service = $(call run-tests,$(1),-R 'Service|PlatformFault') && \
 	ASAN_OPTIONS=quarantine_size_mb=1 build/$(1)/platform/service/tvhw-run -- \
 		build/$(1)/tests/service/tvhw_service_load
 
