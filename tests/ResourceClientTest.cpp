@@ -158,7 +158,7 @@ TEST_F(ResourceClientTest, FailuresAreLoggedOnceAndAClosedClientCallsNothing) {
                   client.reset();
               }),
               Lines{});
-    EXPECT_EQ(value + id, 18);
+    EXPECT_EQ(std::pair(value, id), std::pair(9, 9));
 }
 
 TEST_F(ResourceClientTest, ARefusedConnectionLeavesNoRegistration) {

@@ -23,11 +23,11 @@ namespace {
 using namespace kvo::media::hardware;
 using std::chrono::milliseconds;
 
-constexpr char kUsage[] =
-    "Usage: tvhw_stress SECONDS, 1 to 3600\n"
-    "Uses many decoders and encoders from several threads each, while they are configured,\n"
-    "released, reclaimed and destroyed and while calls of the platform fail, for a sanitizer to\n"
-    "watch. Exits with 0 when nothing stays held, else with 1.\n";
+constexpr char kUsage[] = R"(Usage: tvhw_stress SECONDS, 1 to 3600
+Uses many decoders and encoders from several threads each, while they are configured,
+released, reclaimed and destroyed and while calls of the platform fail, for a sanitizer to
+watch. Exits with 0 when nothing stays held, else with 1.
+)";
 
 constexpr unsigned int kDecoderOwners = 5;  // More than there are cores.
 constexpr unsigned int kEncoderOwners = 3;
