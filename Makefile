@@ -9,11 +9,12 @@ PREFIX ?= /usr/local
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
-.PHONY: help build-dir demo test sanitize interleave service stress fuzz coverage bench clang target abi \
+.PHONY: help build-dir demo play test sanitize interleave service stress fuzz coverage bench clang target abi \
 	install install-check format format-check tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
+	@echo 'make play              test tvhw-play, and that players are told of their mistakes'
 	@echo 'make test              build the library and run its tests'
 	@echo 'make sanitize          run the tests under the address, undefined-behaviour and'
 	@echo '                       thread sanitizers'
@@ -32,7 +33,7 @@ help:
 	@echo '                       the lock rules, and run the tests, under the sanitizers too'
 	@echo 'make target            build for 32-bit Arm and run the tests under an emulator'
 	@echo 'make abi               compare the built library with its binary contract, contract/'
-	@echo 'make install           install the library and the host platform under PREFIX ($(PREFIX)),'
+	@echo 'make install           install the library, the host platform and the programs under PREFIX ($(PREFIX)),'
 	@echo '                       DESTDIR before it'
 	@echo 'make install-check     install the library and use it from another project'
 	@echo 'make tidy              check the library and the host platform with clang-tidy'
@@ -70,6 +71,10 @@ demo: build-dir
 	@[ ! -f build/demo-output/demo.log ] || \
 		echo 'build/demo-output/reclaim.svg: a reclaim of this run, drawn from its log by tools/tvhw-log'
 	@examples/several-processes/several-processes build/demo
+
+play: build-dir
+	@tools/install-packages build demo service
+	@$(call run-tests,demo)
 
 test: build-dir
 	@tools/install-packages build test
@@ -147,20 +152,20 @@ target: build-dir
 
 # The library by GNU's compiler and runtime, on 64 and on 32 bits, and as the device has it.
 abi: build-dir
-	@tools/install-packages build clang target abi
+	@tools/install-packages build demo service clang target abi
 	@$(call build,release,kvo_media_hw_tvhw)
 	@$(call build,target,kvo_media_hw_tvhw)
 	@$(call build,clang-target,kvo_media_hw_tvhw)
 	@tools/check-abi build/release build/target build/clang-target
 
 install: build-dir
-	@tools/install-packages build
+	@tools/install-packages build demo service
 	@$(call build,release)
 	@$(call quietly,install,cmake --install build/release --prefix '$(PREFIX)')
 	@echo 'Installed in $(DESTDIR)$(PREFIX).'
 
 install-check: build-dir
-	@tools/install-packages build test check abi install
+	@tools/install-packages build demo service test check abi install
 	@tools/check-install build/install
 	@$(call quietly,test,cmake --preset test)
 	@tools/check-android-bp build/test

@@ -36,7 +36,7 @@ install(TARGETS ${targets} EXPORT kvo_media_hw_tvhwTargets)
 # The programs, as far as they are built. The service's client library lies below the other one,
 # where the loader sees it only when it is told to.
 file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-foreach(program tvhw-platform-check tvhw-resource-manager)
+foreach(program tvhw-platform-check tvhw-resource-manager tvhw-play)
     if(TARGET ${program})
         if(TVHW_HOST_PLATFORM)
             set_target_properties(${program} PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
@@ -91,3 +91,5 @@ install_pkg_config(kvo_media_hw_tvhw)
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY examples/libav-codec examples/minimal-player
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

@@ -8,7 +8,7 @@
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -40,13 +40,13 @@ void requireJournalled(std::vector<host::JournalEntry> const& journal, std::stri
 }
 
 /// Plays the clip through a player of these settings and releases it.
-Player::Result playThrough(Show& show, std::string const& act, Player::Settings settings) {
-    Player player(show.clip, std::move(settings));
-    configure(show, player);
+Player::Result playThrough(Demonstration& demo, std::string const& act, Player::Settings settings) {
+    Player player(demo.clip, std::move(settings));
+    configure(demo, player);
     player.start();
-    Player::Result result = finish(show, player, show.clip.frames);
+    Player::Result result = finish(demo, player, demo.clip.frames);
     expect("release", player.decoder().release().status());
-    show.addRow(act, player, result, show.progress.seconds());
+    demo.addRow(act, player, result, demo.progress.seconds());
     if (settings.mode == Player::Mode::kTunnel) {
         requireTunnelled(player, result);
     }
@@ -55,68 +55,68 @@ Player::Result playThrough(Show& show, std::string const& act, Player::Settings 
 
 }  // namespace
 
-void playPixels(Show& show) {
-    show.progress.begin("1 pixel mode");
+void playPixels(Demonstration& demo) {
+    demo.progress.begin("1 pixel mode");
     Player::Settings settings;
-    settings.sink = [&show](AVFrame const& picture) {
-        show.lastPicture.reset(av_frame_clone(&picture));
+    settings.sink = [&demo](AVFrame const& picture) {
+        demo.lastPicture.reset(av_frame_clone(&picture));
         return status::kSuccess;
     };
-    Player::Result const result = playThrough(show, "1 pixel mode", std::move(settings));
+    Player::Result const result = playThrough(demo, "1 pixel mode", std::move(settings));
     requireNothingHeld();
-    writePng(show.addFile("last-picture.png", "the last picture of the clip"),
-             *filtered({show.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
+    writePng(demo.addFile("last-picture.png", "the last picture of the clip"),
+             *filtered({demo.lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
     std::string const dropped =
         result.dropped > 0 ? fmt::format("; {} coded frames were dropped", result.dropped) : "";
-    show.progress.end(fmt::format("all {} pictures came{}", result.frames, dropped));
+    demo.progress.end(fmt::format("all {} pictures came{}", result.frames, dropped));
 }
 
-void playTunnel(Show& show) {
-    show.progress.begin("2 tunnel mode");
+void playTunnel(Demonstration& demo) {
+    demo.progress.begin("2 tunnel mode");
     Player::Settings settings;
     settings.mode = Player::Mode::kTunnel;
-    playThrough(show, "2 tunnel mode", std::move(settings));
+    playThrough(demo, "2 tunnel mode", std::move(settings));
     requireNothingHeld();
-    show.progress.end("every output buffer named port, resource and process");
+    demo.progress.end("every output buffer named port, resource and process");
 }
 
-void loseCore(Show& show) {
-    show.progress.begin("3 two players, one core");
+void loseCore(Demonstration& demo) {
+    demo.progress.begin("3 two players, one core");
     host::setPool({host::CodecCore{}});
     host::startJournal();
     {
         Player::Settings settings;
         settings.mode = Player::Mode::kTunnel;
         settings.loop = true;
-        Player first(show.clip, settings);
-        configure(show, first);
+        Player first(demo.clip, settings);
+        configure(demo, first);
         first.start();
         require(first.waitForFrames(kPicturesBeforeTakeover), "the first player came to an end");
 
         settings.loop = false;
-        Player second(show.clip, settings);
-        configure(show, second);
+        Player second(demo.clip, settings);
+        configure(demo, second);
 
         Player::Result const lost = first.finish([](unsigned int) {});
-        double const firstSeconds = show.progress.seconds();
+        double const firstSeconds = demo.progress.seconds();
         expect("feeding", lost.feed, status::kReclaimed.code());
         expect("draining", lost.drain, status::kReclaimed.code());
         requireRefusals(first.decoder());
 
         second.start();
-        Player::Result const result = finish(show, second, show.clip.frames);
+        Player::Result const result = finish(demo, second, demo.clip.frames);
         requireTunnelled(second, result);
         expect("release", first.decoder().release().status());
         expect("release", second.decoder().release().status());
-        show.addRow("3 first player", first, lost, firstSeconds);
-        show.addRow("  second player", second, result, show.progress.seconds() - firstSeconds);
+        demo.addRow("3 first player", first, lost, firstSeconds);
+        demo.addRow("  second player", second, result, demo.progress.seconds() - firstSeconds);
     }
     std::vector<host::JournalEntry> const journal = host::stopJournal();
     std::string const pid = std::to_string(getpid());
     requireJournalled(journal, "onProcessReclaimed(" + pid + ")");
     requireJournalled(journal, "onReclaimedClientReleased(" + pid + ")");
     requireNothingHeld();
-    show.progress.end("the first stopped in mid-stream, the second played to the end");
+    demo.progress.end("the first stopped in mid-stream, the second played to the end");
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

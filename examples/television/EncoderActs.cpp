@@ -7,7 +7,7 @@
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -17,47 +17,49 @@ constexpr unsigned int kPicturesBeforeContest = 10;
 /// Pictures of a clip that are recorded at most, since encoding takes its time.
 constexpr unsigned int kMostRecorded = 300;
 
-unsigned int recorded(Show const& show) { return std::min(show.clip.frames, kMostRecorded); }
+unsigned int recorded(Demonstration const& demo) {
+    return std::min(demo.clip.frames, kMostRecorded);
+}
 
 std::string coreOf(Recorder& recorder) {
     Configuration const config = recorder.encoder().getConfiguration().value();
     return "coreType " + std::to_string(config.getInt32(key::kCoreType, -1));
 }
 
-/// Reads a recording back as the demo reads any clip.
+/// Reads a recording back as any clip is read.
 void requireRecorded(std::string const& path, CodecType format, unsigned int pictures) {
     Clip clip;
     try {
-        clip = inspectClip(path, 0, [](unsigned int) {});
+        clip = inspectClip(path, {}, [](unsigned int) {});
     } catch (UnusableFile const& error) {
-        throw DemoFailure(error.what());
+        throw Failure(error.what());
     }
     require(clip.codecType == format, path + " is of another codec than was asked for");
     require(clip.frames == pictures,
             fmt::format("{} holds {} pictures, not {}", path, clip.frames, pictures));
 }
 
-void recordAs(Show& show, CodecType format, std::string const& formatName,
+void recordAs(Demonstration& demo, CodecType format, std::string const& formatName,
               std::string const& file) {
     std::string const act = "6 recording " + formatName;
-    show.progress.begin(act);
+    demo.progress.begin(act);
     Recorder::Settings settings;
     settings.format = format;
     settings.limit = kMostRecorded;
-    settings.path = show.addFile(file, "the clip, encoded as " + formatName);
+    settings.path = demo.addFile(file, "the clip, encoded as " + formatName);
     {
-        Recorder recorder(show.clip, settings);
+        Recorder recorder(demo.clip, settings);
         expect("configure", recorder.configure());
         std::string const core = coreOf(recorder);
-        recorder.start();
-        Player::Result const result = finish(show, recorder.player(), recorded(show));
+        expect("configuring the player", recorder.start());
+        Player::Result const result = finish(demo, recorder.player(), recorded(demo));
         recorder.closeFile();
         expect("release", recorder.encoder().release().status());
-        show.addRow(act, result.frames, recorder.size(), core, "", show.progress.seconds());
+        demo.addRow(act, result.frames, recorder.size(), core, "", demo.progress.seconds());
     }
     requireNothingHeld();
-    requireRecorded(settings.path, format, recorded(show));
-    show.progress.end("all " + std::to_string(recorded(show)) + " pictures read back");
+    requireRecorded(settings.path, format, recorded(demo));
+    demo.progress.end("all " + std::to_string(recorded(demo)) + " pictures read back");
 }
 
 /// Requires that the calls of an encoder that lost its core are refused.
@@ -76,52 +78,52 @@ void requireRefusals(VideoEncoderClientWrapperResource& encoder) {
 
 }  // namespace
 
-void recordClip(Show& show) {
-    recordAs(show, CodecType::AVC, "AVC", "recording-avc.mp4");
-    recordAs(show, CodecType::VP8, "VP8", "recording-vp8.webm");
+void recordClip(Demonstration& demo) {
+    recordAs(demo, CodecType::AVC, "AVC", "recording-avc.mp4");
+    recordAs(demo, CodecType::VP8, "VP8", "recording-vp8.webm");
 }
 
-void contendForEncoder(Show& show) {
-    show.progress.begin("7 three recorders, one core");
+void contendForEncoder(Demonstration& demo) {
+    demo.progress.begin("7 three recorders, one core");
     // Two players at a time, and one encoder.
     host::setPool({host::CodecCore{}, host::CodecCore{}, {2, true, 1920, 1088}});
     Recorder::Settings settings;
     settings.loop = true;
     std::string const file =
-        show.addFile("recording-live.mp4", "the clip, encoded by an encoder that kept its core");
+        demo.addFile("recording-live.mp4", "the clip, encoded by an encoder that kept its core");
     {
-        Recorder first(show.clip, settings);
+        Recorder first(demo.clip, settings);
         expect("configure", first.configure());
         std::string const firstCore = coreOf(first);
-        first.start();
+        expect("configuring the player", first.start());
         require(first.player().waitForFrames(kPicturesBeforeContest), "the first recorder stopped");
 
-        Recorder live(show.clip, {CodecType::AVC, file, kMostRecorded, false, true});
+        Recorder live(demo.clip, {CodecType::AVC, file, kMostRecorded, false, true});
         expect("configure", live.configure());
         std::string const liveCore = coreOf(live);
         Player::Result const lost = first.player().finish([](unsigned int) {});
-        double const firstSeconds = show.progress.seconds();
+        double const firstSeconds = demo.progress.seconds();
         expect("draining", lost.drain, status::kReclaimed.code());
         requireRefusals(first.encoder());
         expect("release", first.encoder().release().status());
 
-        live.start();
+        expect("configuring the player", live.start());
         require(live.player().waitForFrames(1), "the live recorder stopped");
-        Recorder third(show.clip, settings);
+        Recorder third(demo.clip, settings);
         expect("configure", third.configure(), status::kResourceFailed.code());
         expect("release", third.encoder().release().status());
-        Player::Result const result = finish(show, live.player(), recorded(show));
+        Player::Result const result = finish(demo, live.player(), recorded(demo));
         live.closeFile();
         expect("release", live.encoder().release().status());
 
-        double const liveSeconds = show.progress.seconds() - firstSeconds;
-        show.addRow("7 first recorder", lost.frames, first.size(), firstCore, "", firstSeconds);
-        show.addRow("  live recorder", result.frames, live.size(), liveCore, "", liveSeconds);
-        show.addRow("  third recorder", 0, third.size(), "refused", "", 0);
+        double const liveSeconds = demo.progress.seconds() - firstSeconds;
+        demo.addRow("7 first recorder", lost.frames, first.size(), firstCore, "", firstSeconds);
+        demo.addRow("  live recorder", result.frames, live.size(), liveCore, "", liveSeconds);
+        demo.addRow("  third recorder", 0, third.size(), "refused", "", 0);
     }
     requireNothingHeld();
-    requireRecorded(file, CodecType::AVC, recorded(show));
-    show.progress.end("the first lost it to a live one, which the third could not take it from");
+    requireRecorded(file, CodecType::AVC, recorded(demo));
+    demo.progress.end("the first lost it to a live one, which the third could not take it from");
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -3,22 +3,19 @@
 
 #include "Acts.h"
 #include "Panel.h"
+#include "VideoWindow.h"
 #include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
-#include "tvhw/VideoScalerClientTvhwImpl.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
 using Window = host::ScalerChannel::Window;
 
 constexpr unsigned int kChannel = 0;
-
-/// The kind of source that a decoder's display port is to the scaler client.
-constexpr std::uint32_t kDecoderSource = 1;
 
 /// The space in which the television's programs place windows, whatever the panel.
 constexpr Size kScreen{1280, 720};
@@ -37,23 +34,6 @@ Window onPanel(Window const& window) {
             window.height * kPanel.height / kScreen.height};
 }
 
-Region regionOf(Window const& window, Size space) {
-    auto const number = [](int pixels) { return static_cast<std::uint32_t>(pixels); };
-    return {number(window.x),
-            number(window.y),
-            number(window.x + window.width),
-            number(window.y + window.height),
-            number(space.width),
-            number(space.height)};
-}
-
-/// Returns the largest window in the middle of `place` that has this shape, even throughout.
-Window letterboxed(Size shape, Window const& place) {
-    Size const size = fitInto(shape, {place.width, place.height});
-    return {place.x + (place.width - size.width) / 4 * 2,
-            place.y + (place.height - size.height) / 4 * 2, size.width, size.height};
-}
-
 std::string windowText(Window const& window) {
     return fmt::format("{}x{} at {},{}", window.width, window.height, window.x, window.y);
 }
@@ -70,117 +50,107 @@ void requireWindow(int port, bool blank, Window const& place) {
 /// The television's program: a window of the panel, and the ports whose pictures it shows.
 class Screen {
 public:
-    explicit Screen(Show& show) : mShow(show) {}
+    explicit Screen(Demonstration& demo) : mDemo(demo) {}
 
     [[nodiscard]] std::shared_ptr<DisplayPorts> const& ports() const { return mPorts; }
 
     /// Connects the window to a player's port; it stays blank.
     void connect(Player const& player, bool adaptive) {
-        mLayer.type = kDecoderSource;
-        mLayer.port = static_cast<std::uint8_t>(player.granted().getInt32(key::kVideoPort, -1));
-        mLayer.adaptive = adaptive ? 1 : 0;
-        mScaler.connect(mLayer);
-        requireWindow(mLayer.port, true, mWindow);
+        mVideo.connect(player, adaptive);
+        requireWindow(mVideo.port(), true, mWindow);
     }
 
-    /// Shows the port's picture, or that part of an adaptive stream's, as large in `place` as its
-    /// shape lets it be.
+    /// Shows the port's picture, or that part of an adaptive stream's, in `place`.
     void place(Window const& place, Window const& adaptivePart = kWholeScreen) {
-        FramePtr const picture = mPorts->picture(mLayer.port);
-        require(picture != nullptr, "the port has no picture");
-        Size const size{picture->width, picture->height};
-        Window const window = letterboxed(shapeOf(*picture), place);
-        mLayer.inputRegion = mLayer.adaptive != 0 ? regionOf(adaptivePart, kScreen)
-                                                  : regionOf({0, 0, size.width, size.height}, size);
-        mLayer.outputRegion = regionOf(window, kScreen);
-        mScaler.updateRegion(mLayer);
+        require(mVideo.place(place, adaptivePart), "the port has no picture");
         mPlace = onPanel(place);
-        mWindow = onPanel(window);
-        requireWindow(mLayer.port, false, mWindow);
-        require(host::scalerChannel(kChannel).inputInPanelPixels == (mLayer.adaptive != 0),
+        mWindow = onPanel(mVideo.window());
+        requireWindow(mVideo.port(), false, mWindow);
+        require(host::scalerChannel(kChannel).inputInPanelPixels == mVideo.isAdaptive(),
                 "the scaler mistakes whether the stream is adaptive");
     }
 
     /// Writes what the panel shows.
     void save(std::string const& name, std::string const& caption) {
-        std::string const path = mShow.addFile("panel-" + name + ".png", "the panel: " + caption);
+        std::string const path = mDemo.addFile("panel-" + name + ".png", "the panel: " + caption);
         writePng(path, *drawPanel(*mPorts, mPlace, caption));
     }
 
     [[nodiscard]] std::string window() const { return windowText(mWindow); }
 
     void disconnect() {
-        mScaler.disconnect();
+        mVideo.disconnect();
         require(!host::scalerChannel(kChannel).source, "the scaler is still connected");
     }
 
 private:
-    Show& mShow;
+    Demonstration& mDemo;
     std::shared_ptr<DisplayPorts> const mPorts = std::make_shared<DisplayPorts>();
-    VideoScalerClientTvhwImpl mScaler{kChannel};
-    IVideoScalerClient::LayerInfo mLayer;
+    VideoWindow mVideo{kChannel, kScreen, mPorts};
     Window mPlace;   ///< Pixels of the panel.
     Window mWindow;  ///< As mPlace; within it.
 };
 
 /// Plays the clip in a window that fills the panel and then moves to its corner.
-void playInWindows(Show& show, Screen& screen) {
-    Player player(show.clip, {Player::Mode::kTunnel, false, false, 0, screen.ports(), {}});
-    configure(show, player);
+void playInWindows(Demonstration& demo, Screen& screen) {
+    Player player(demo.clip,
+                  {Player::Mode::kTunnel, {}, false, false, false, 0, screen.ports(), {}});
+    configure(demo, player);
     screen.connect(player, false);
     player.start();
-    player.waitForFrames(show.clip.frames / 4 + 1);
+    player.waitForFrames(demo.clip.frames / 4 + 1);
     screen.place(kWholeScreen);
     screen.save("1-full-screen", "The clip on the whole panel, " + screen.window());
-    player.waitForFrames(show.clip.frames / 2 + 1);
+    player.waitForFrames(demo.clip.frames / 2 + 1);
     screen.place(kCorner);
-    Player::Result const result = finish(show, player, show.clip.frames);
+    Player::Result const result = finish(demo, player, demo.clip.frames);
     screen.place(kCorner);  // The last picture may be of another size.
     screen.save("2-corner", "The clip moved to the corner, " + screen.window());
     expect("release", player.decoder().release().status());
-    show.addRow("4 in windows", player, result, show.progress.seconds());
+    demo.addRow("4 in windows", player, result, demo.progress.seconds());
 }
 
 /// Connects the window to the clip as an adaptive stream, and shows the middle of its pictures.
-void playAdaptive(Show& show, Screen& screen) {
-    double const began = show.progress.seconds();
-    Player player(show.clip, {Player::Mode::kTunnel, false, true, 0, screen.ports(), {}});
-    configure(show, player);
+void playAdaptive(Demonstration& demo, Screen& screen) {
+    double const began = demo.progress.seconds();
+    Player player(demo.clip,
+                  {Player::Mode::kTunnel, {}, false, true, false, 0, screen.ports(), {}});
+    configure(demo, player);
     screen.connect(player, true);
     player.start();
     player.waitForFrames(1);
     screen.save("3-blank", "The same window, blank while the source changes");
     // The middle half, whatever the size of the picture is by then.
     screen.place(kMiddle, {320, 180, 640, 360});
-    Player::Result const result = finish(show, player, show.clip.frames);
+    Player::Result const result = finish(demo, player, demo.clip.frames);
     screen.save("4-adaptive", "The middle half of the clip as an adaptive stream, enlarged");
     expect("release", player.decoder().release().status());
-    show.addRow("  adaptive", player, result, show.progress.seconds() - began);
+    demo.addRow("  adaptive", player, result, demo.progress.seconds() - began);
 }
 
 }  // namespace
 
-void playOnPanel(Show& show) {
-    show.progress.begin("4 television");
+void playOnPanel(Demonstration& demo) {
+    demo.progress.begin("4 television");
     {
-        Screen screen(show);
-        playInWindows(show, screen);
-        playAdaptive(show, screen);
+        Screen screen(demo);
+        playInWindows(demo, screen);
+        playAdaptive(demo, screen);
         screen.disconnect();
     }
     require(!host::scalerChannel(kChannel).opened, "the scaler channel is still open");
     requireNothingHeld();
-    show.progress.end("the window moved, was blank while the source changed, and came back");
+    demo.progress.end("the window moved, was blank while the source changed, and came back");
 }
 
-void showStill(Show& show) {
-    if (show.lastPicture == nullptr) {
-        playPixels(show);
+void showStill(Demonstration& demo) {
+    if (demo.lastPicture == nullptr) {
+        playPixels(demo);
     }
-    show.progress.begin("5 still");
-    Size const size = fitInto(shapeOf(*show.lastPicture), kPanel);
+    demo.progress.begin("5 still");
+    Size const size = fitInto(shapeOf(*demo.lastPicture), kPanel);
     FramePtr const pixels =
-        filtered({show.lastPicture.get()},
+        filtered({demo.lastPicture.get()},
                  fmt::format("[in0]scale={}:{},setsar=1,format=rgb24,pad={}:{}:-1:-1,format=rgb0",
                              size.width, size.height, kPanel.width, kPanel.height));
     auto const length =
@@ -205,13 +175,13 @@ void showStill(Show& show) {
         require(shown && shown->handle == handle, "the video output does not show the still");
         DisplayPorts noPorts;
         std::string const caption = "The last picture of the clip as a still";
-        writePng(show.addFile("panel-5-still.png", "the panel: " + caption),
+        writePng(demo.addFile("panel-5-still.png", "the panel: " + caption),
                  *drawPanel(noPorts, onPanel(kWholeScreen), caption));
         expect("close", sink.close().status());
     }
     require(host::videoOutput().opens == 0, "the video output is still open");
-    show.addRow("5 still", 1, kPanel, "", "", show.progress.seconds());
-    show.progress.end("shown, and closed");
+    demo.addRow("5 still", 1, kPanel, "", "", demo.progress.seconds());
+    demo.progress.end("shown, and closed");
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -14,7 +14,7 @@
 #include "fmt/core.h"
 #include "host/HostPlatform.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -89,12 +89,14 @@ void resetPlatform() {
 
 /// Does the acts. One that fails does not keep the others from being done.
 void perform(Options const& options) {
-    Show show;
-    show.progress.begin("0 counting the pictures of " + options.clip);
-    show.clip = inspectClip(options.clip, options.seconds,
-                            [&](unsigned int pictures) { show.progress.update(pictures, 0); });
-    show.progress.end(std::to_string(show.clip.frames) + " of " + show.clip.codecName);
-    show.outputDirectory = options.output;
+    Demonstration demo;
+    demo.progress.begin("0 counting the pictures of " + options.clip);
+    demo.clip = inspectClip(options.clip, {0, static_cast<double>(options.seconds)},
+                            [&](unsigned int pictures) {
+                                demo.progress.update(std::to_string(pictures) + " pictures");
+                            });
+    demo.progress.end(std::to_string(demo.clip.frames) + " of " + demo.clip.codecName);
+    demo.outputDirectory = options.output;
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
     require(!error, "cannot make the directory " + options.output + ": " + error.message());
@@ -107,14 +109,14 @@ void perform(Options const& options) {
         }
         resetPlatform();
         try {
-            kActs[act - 1](show);
-        } catch (DemoFailure const& failure) {
+            kActs[act - 1](demo);
+        } catch (Failure const& failure) {
             ++failures;
-            show.rows.push_back({show.progress.step(), "", "", "", "", "", failure.what()});
-            show.progress.end(std::string("failed: ") + failure.what());
+            demo.rows.push_back({demo.progress.step(), "", "", "", "", "", failure.what()});
+            demo.progress.end(std::string("failed: ") + failure.what());
         }
     }
-    printSummary(show);
+    printSummary(demo);
     require(failures == 0, std::to_string(failures) + " of the acts did not go as expected");
 }
 
@@ -146,6 +148,6 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example
 
-int main(int argc, char** argv) { return kvo::media::hardware::demo::run(argc, argv); }
+int main(int argc, char** argv) { return kvo::media::hardware::example::run(argc, argv); }

@@ -10,7 +10,7 @@
 #include "Libav.h"
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// A decoder over libavcodec, for pixel mode and tunnel mode, in the place of the codec hardware.
 /// What it does without is refused by its base, which has no client.
@@ -82,4 +82,4 @@ private:
     std::deque<RenderEvent> mRenderEvents;
 };
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

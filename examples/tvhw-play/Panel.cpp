@@ -5,7 +5,7 @@
 
 #include "fmt/core.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -49,7 +49,18 @@ FramePtr stillFrame(host::ShownPicture const& still) {
     return frame;
 }
 
-/// Returns the part of a picture that a channel shows, in the picture's pixels.
+/// Returns the filters, in RGB so that chroma is not cut unevenly, from a picture to a window's
+/// content.
+std::string windowContent(host::ScalerChannel const& channel, AVFrame const& picture) {
+    Window const input = inputOf(channel, picture);
+    return fmt::format(
+        "scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop={}:{}:{}:{},"
+        "scale={}:{}:flags=bicubic+accurate_rnd,setsar=1",
+        input.width, input.height, input.x, input.y, channel.output.width, channel.output.height);
+}
+
+}  // namespace
+
 Window inputOf(host::ScalerChannel const& channel, AVFrame const& picture) {
     host::Panel const panel = host::panel();
     Window input = channel.input;
@@ -66,17 +77,18 @@ Window inputOf(host::ScalerChannel const& channel, AVFrame const& picture) {
     return input;
 }
 
-/// Returns the filters, in RGB so that chroma is not cut unevenly, from a picture to a window's
-/// content.
-std::string windowContent(host::ScalerChannel const& channel, AVFrame const& picture) {
-    Window const input = inputOf(channel, picture);
-    return fmt::format(
-        "scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop={}:{}:{}:{},"
-        "scale={}:{}:flags=bicubic+accurate_rnd,setsar=1",
-        input.width, input.height, input.x, input.y, channel.output.width, channel.output.height);
+FramePtr drawText(std::string const& text, Size size) {
+    std::string quoted;
+    for (char const letter : text) {
+        // Within quotes a backslash stands for itself, until the filter reads its options.
+        quoted += letter == ':' || letter == '\\' ? "\\" : "";
+        quoted += letter == '\'' ? '`' : letter;
+    }
+    return filtered({}, fmt::format("color=0x202020:size={}x{},format=rgb24,drawtext=font=DejaVu "
+                                    "Sans Mono:fontsize=26:fontcolor=white:expansion=none:x=24:"
+                                    "y=12:text='{}'",
+                                    size.width, size.height, quoted));
 }
-
-}  // namespace
 
 FramePtr drawPanel(DisplayPorts& ports, Window const& place, std::string const& caption) {
     host::Panel const panel = host::panel();
@@ -114,4 +126,4 @@ FramePtr drawPanel(DisplayPorts& ports, Window const& place, std::string const& 
     return filtered(inputs, filters + captionText(panel, caption));
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -8,7 +8,7 @@
 #include "Player.h"
 #include "tvhw/VideoEncoderClientWrapperResource.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// Plays a clip in pixel mode and encodes its pictures through an encoder wrapper. The encoding
 /// runs on the player's drain thread. All operations are for the thread that constructs the
@@ -28,11 +28,11 @@ public:
     /// Acquires an encoder core and configures the encoder. Returns the wrapper's status.
     Status configure();
 
-    /// Starts to play and record, after configure() succeeded. Throws DemoFailure when the player
-    /// cannot be configured.
-    void start();
+    /// Starts to play and record, after configure() succeeded. Returns the status of the player's
+    /// configuration; nothing is started when that failed.
+    Status start();
 
-    /// Ends the recording to the file, after the player has finished. Throws DemoFailure on
+    /// Ends the recording to the file, after the player has finished. Throws Failure on
     /// failure.
     void closeFile();
 
@@ -63,4 +63,4 @@ private:
     Player mPlayer;  ///< Last, since its thread uses all of the above.
 };
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -8,7 +8,7 @@
 #include "fmt/core.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -33,7 +33,13 @@ Recorder::Recorder(Clip const& clip, Settings settings)
       mSize(sizeFor(clip.shown)),
       mFrameRate(clip.frameRate > 0 ? clip.frameRate : kUsualFrameRate),
       mEncoder(std::make_shared<LibavEncoder>()),
-      mPlayer(clip, {Player::Mode::kPixel, mSettings.loop, false, mSettings.limit, nullptr,
+      mPlayer(clip, {Player::Mode::kPixel,
+                     {},
+                     mSettings.loop,
+                     false,
+                     false,
+                     mSettings.limit,
+                     nullptr,
                      [this](AVFrame const& picture) { return record(picture); }}) {}
 
 Status Recorder::configure() {
@@ -46,9 +52,12 @@ Status Recorder::configure() {
     return mEncoder.configure(config).status();
 }
 
-void Recorder::start() {
-    require(!mPlayer.configure().isError(), "the recorder's player cannot be configured");
-    mPlayer.start();
+Status Recorder::start() {
+    Status const configured = mPlayer.configure();
+    if (!configured.isError()) {
+        mPlayer.start();
+    }
+    return configured;
 }
 
 void Recorder::closeFile() {
@@ -107,4 +116,4 @@ Status Recorder::readCoded() {
     }
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -13,7 +13,7 @@ extern "C" {
 #include <libavfilter/buffersrc.h>
 }
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -47,7 +47,7 @@ void feed(AVFilterGraph& graph, AVFrame const& picture, std::size_t index) {
 
 void require(bool condition, std::string const& expectation) {
     if (!condition) {
-        throw DemoFailure(expectation);
+        throw Failure(expectation);
     }
 }
 
@@ -59,7 +59,7 @@ std::string errorText(int code) {
 
 int requireLibav(int result, std::string const& what) {
     if (result < 0) {
-        throw DemoFailure(what + ": " + errorText(result));
+        throw Failure(what + ": " + errorText(result));
     }
     return result;
 }
@@ -110,8 +110,8 @@ void writePng(std::string const& path, AVFrame const& picture) {
     if (!file) {
         std::error_code ignored;
         std::filesystem::remove(path, ignored);
-        throw DemoFailure("cannot write " + path);
+        throw Failure("cannot write " + path);
     }
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

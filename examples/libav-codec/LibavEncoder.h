@@ -7,7 +7,7 @@
 #include "Libav.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// An encoder over libavcodec, for AVC and VP8, in the place of the codec hardware. Like that it
 /// keeps no picture back: each gives one coded picture at once. What it does without is refused by
@@ -48,4 +48,4 @@ private:
     std::deque<PacketPtr> mCoded;  ///< Pictures that the caller has not read.
 };
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

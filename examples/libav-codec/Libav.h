@@ -12,7 +12,7 @@ extern "C" {
 }
 
 /// What all users of the libav libraries share.
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// Deletes an object with a function that takes the address of the pointer to it.
 template <auto kFree>
@@ -31,35 +31,35 @@ using PacketPtr = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
 
 inline constexpr AVRational kMicroseconds{1, 1'000'000};
 
-/// The demo cannot do its work with this file: the user's to put right.
+/// The file is of no use: the user's to put right.
 class UnusableFile : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The library or the platform did not do what the demo is there to show.
-class DemoFailure : public std::runtime_error {
+/// The library, the platform or a library of libav did not do what it should.
+class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Throws DemoFailure with `expectation` unless `condition` holds.
+/// Throws Failure with `expectation` unless `condition` holds.
 void require(bool condition, std::string const& expectation);
 
 /// Returns what an error code of the libav libraries means.
 std::string errorText(int code);
 
-/// Returns `result` when it is not an error of the libav libraries; otherwise throws DemoFailure
+/// Returns `result` when it is not an error of the libav libraries; otherwise throws Failure
 /// with `what` and the error's meaning.
 int requireLibav(int result, std::string const& what);
 
 /// Returns the first picture that `filters`, in the language of libavfilter, make of the pictures,
 /// which are the filters' inputs [in0], [in1] and so on. A large picture that does not describe its
-/// colours is taken to be in those of HDTV. Throws DemoFailure where that cannot be done.
+/// colours is taken to be in those of HDTV. Throws Failure where that cannot be done.
 FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const& filters);
 
-/// Writes a picture of any format as a PNG file. Throws DemoFailure, and leaves no file, where that
+/// Writes a picture of any format as a PNG file. Throws Failure, and leaves no file, where that
 /// fails.
 void writePng(std::string const& path, AVFrame const& picture);
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

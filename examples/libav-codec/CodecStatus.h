@@ -2,8 +2,8 @@
 
 #include "kvo/media/hardware/Status.h"
 
-/// What the demo's codecs answer, but for success.
-namespace kvo::media::hardware::demo::codec_status {
+/// What the codecs answer, but for success.
+namespace kvo::media::hardware::example::codec_status {
 
 /// There is no room for input, or no output yet.
 inline constexpr Status kTryAgain{-11};
@@ -11,4 +11,4 @@ inline constexpr Status kInvalid{-22};
 /// The codec was not configured, or has been released.
 inline constexpr Status kNotRunning{-32};
 
-}  // namespace kvo::media::hardware::demo::codec_status
+}  // namespace kvo::media::hardware::example::codec_status

@@ -8,7 +8,7 @@
 #include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 using namespace codec_status;
 
@@ -174,7 +174,7 @@ Return<int> LibavDecoder::lendNext(Mode mode) {
             std::int64_t const time = picture->best_effort_timestamp;
             picture = filtered({picture.get()}, "[in0]" + mPresentation + "format=yuv420p");
             picture->best_effort_timestamp = time;
-        } catch (DemoFailure const&) {
+        } catch (Failure const&) {
             return kInvalid;  // No exception may pass through the library.
         }
         mColors.fullRange = colorsOf(*picture).fullRange;
@@ -284,4 +284,4 @@ Return<Configuration> LibavDecoder::getConfiguration() {
     });
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -10,7 +11,7 @@
 #include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -20,12 +21,18 @@ constexpr std::chrono::microseconds kRetryAfter{200};
 
 constexpr std::chrono::milliseconds kProgressEvery{100};
 
-bool hasEnded(std::future<Status> const& thread, std::chrono::microseconds wait) {
+/// A player sleeps no longer without seeing whether it is to stop.
+constexpr std::chrono::milliseconds kLongestSleep{50};
+
+/// Times of pictures that lie further apart do not tell when to show the later one.
+constexpr std::chrono::duration<std::uint64_t, std::micro> kLongestGap{10'000'000};
+
+bool isDone(std::future<Status> const& thread, std::chrono::microseconds wait) {
     return thread.wait_for(wait) == std::future_status::ready;
 }
 
 std::shared_ptr<LibavDecoder> makeDecoder(Clip const& clip, std::shared_ptr<DisplayPorts> ports) {
-    ClipReader const reader(clip.path, clip.seconds);
+    ClipReader const reader(clip.path, clip.part);
     return std::make_shared<LibavDecoder>(reader.parameters(), reader.presentation(),
                                           std::move(ports));
 }
@@ -61,14 +68,16 @@ void Player::start() {
     mDrain = std::async(std::launch::async, &Player::run, this, drain);
 }
 
+bool Player::hasEnded() const { return isDone(mFeed, kRetryAfter) && isDone(mDrain, kRetryAfter); }
+
 bool Player::waitForFrames(unsigned int count) {
-    while (mFrames < count && !hasEnded(mDrain, kRetryAfter)) {
+    while (mFrames < count && !isDone(mDrain, kRetryAfter)) {
     }
     return mFrames >= count;
 }
 
 Player::Result Player::finish(std::function<void(unsigned int)> const& onProgress) {
-    while (!hasEnded(mFeed, kProgressEvery) || !hasEnded(mDrain, kProgressEvery)) {
+    while (!isDone(mFeed, kProgressEvery) || !isDone(mDrain, kProgressEvery)) {
         onProgress(mFrames);
     }
     Status const fed = mFeed.get();
@@ -111,14 +120,14 @@ Status Player::run(Status (Player::*work)()) {
 }
 
 Status Player::feed() {
-    auto reader = std::make_unique<ClipReader>(mClip.path, mClip.seconds);
+    auto reader = std::make_unique<ClipReader>(mClip.path, mSettings.first.value_or(mClip.part));
     for (;;) {
         PacketPtr const packet = reader->next();
         if (packet == nullptr && !mSettings.loop) {
             return untilTaken([&] { return mDecoder.writeInputEndOfStream(); }).status();
         }
         if (packet == nullptr) {
-            reader = std::make_unique<ClipReader>(mClip.path, mClip.seconds);
+            reader = std::make_unique<ClipReader>(mClip.path, mClip.part);
             continue;
         }
         Status const result =
@@ -155,9 +164,10 @@ Status Player::drainPixels() {
         if (result.isError()) {
             return result;
         }
+        waitFor(info.timestampUs);
         result = mSettings.sink ? mSettings.sink(*picture) : status::kSuccess;
         if (!result.isError()) {
-            countPicture({info.width, info.height});
+            countPicture({info.width, info.height}, info.timestampUs);
         }
         if (result.isError() || mFrames == mSettings.limit) {
             mStopping = true;  // Whatever the error: this decoder's core is not lost.
@@ -176,19 +186,39 @@ Status Player::drainTunnel() {
         bool const isOurs = buffer.videoPort == mGranted.getInt32(key::kVideoPort, -1) &&
                             buffer.resourceId == mGranted.getInt32(key::kResourceId, -1) &&
                             buffer.callingPid == getpid();
+        waitFor(buffer.timestampUs);
         Status const released = mDecoder.releaseOutputBuffer(buffer).status();
         if (released.isError()) {
             return released;
         }
         mResult.wrongStamps += isOurs ? 0U : 1U;
         mResult.rendered += mDecoder.dequeueRenderEvent().status().isError() ? 0U : 1U;
-        countPicture({buffer.width, buffer.height});
+        countPicture({buffer.width, buffer.height}, buffer.timestampUs);
     }
 }
 
-void Player::countPicture(Size size) {
+/// Waits until the time of a picture, where the player is to keep to it. The clip's time begins
+/// with the first picture, and anew where it jumps.
+void Player::waitFor(std::uint64_t timestampUs) {
+    if (!mSettings.inTime) {
+        return;
+    }
+    Clock::time_point const now = Clock::now();
+    Clock::time_point due = mClipBegan + std::chrono::microseconds(timestampUs);
+    bool const jumps = timestampUs < mPositionUs || timestampUs - mPositionUs > kLongestGap.count();
+    if (mFrames == 0 || jumps) {
+        mClipBegan = now - std::chrono::microseconds(timestampUs);
+        due = now;
+    }
+    while (!mStopping && Clock::now() < due) {
+        std::this_thread::sleep_until(std::min(due, Clock::now() + kLongestSleep));
+    }
+}
+
+void Player::countPicture(Size size, std::uint64_t timestampUs) {
     mResult.size = size;
+    mPositionUs = timestampUs;
     ++mFrames;
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

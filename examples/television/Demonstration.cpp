@@ -1,4 +1,4 @@
-#include "Show.h"
+#include "Demonstration.h"
 
 #include <utility>
 
@@ -6,7 +6,7 @@
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -18,20 +18,20 @@ void printRow(Row const& row) {
 
 }  // namespace
 
-std::string Show::addFile(std::string const& name, std::string content) {
+std::string Demonstration::addFile(std::string const& name, std::string content) {
     std::string path = outputDirectory + "/" + name;
     files.push_back({path, std::move(content)});
     return path;
 }
 
-void Show::addRow(std::string act, unsigned int pictures, Size size, std::string core,
-                  std::string port, double seconds) {
+void Demonstration::addRow(std::string act, unsigned int pictures, Size size, std::string core,
+                           std::string port, double seconds) {
     rows.push_back({std::move(act), std::to_string(pictures), sizeText(size), std::move(core),
                     std::move(port), fmt::format("{:.2f} s", seconds), "as expected"});
 }
 
-void Show::addRow(std::string act, Player const& player, Player::Result const& result,
-                  double seconds) {
+void Demonstration::addRow(std::string act, Player const& player, Player::Result const& result,
+                           double seconds) {
     Configuration const& granted = player.granted();
     std::int32_t const port = granted.getInt32(key::kVideoPort, -1);
     Size const largest{granted.getInt32(key::kMaxWidth, -1), granted.getInt32(key::kMaxHeight, -1)};
@@ -51,19 +51,20 @@ void requireNothingHeld() {
     require(host::crmClients().empty(), "a client of the resource manager is left over");
 }
 
-void configure(Show const& show, Player& player) {
+void configure(Demonstration const& demo, Player& player) {
     Status const configured = player.configure();
     if (configured.code() == status::kResourceFailed.code()) {
         throw UnusableFile(fmt::format("{}: no decoder core of the platform takes {} of {}",
-                                       show.clip.path, show.clip.codecName,
-                                       sizeText(show.clip.coded)));
+                                       demo.clip.path, demo.clip.codecName,
+                                       sizeText(demo.clip.coded)));
     }
     expect("configure", configured);
 }
 
-Player::Result finish(Show& show, Player& player, unsigned int pictures) {
-    Player::Result result =
-        player.finish([&](unsigned int done) { show.progress.update(done, pictures); });
+Player::Result finish(Demonstration& demo, Player& player, unsigned int pictures) {
+    Player::Result result = player.finish([&](unsigned int done) {
+        demo.progress.update(fmt::format("{} of {} pictures", done, pictures));
+    });
     expect("feeding", result.feed);
     expect("draining", result.drain);
     require(result.frames == pictures,
@@ -71,21 +72,21 @@ Player::Result finish(Show& show, Player& player, unsigned int pictures) {
     return result;
 }
 
-void printSummary(Show const& show) {
+void printSummary(Demonstration const& demo) {
     fmt::print("\n");
     printRow({"Act", "Pictures", "Size", "Core up to", "Port", "Time", "Answers"});
-    for (Row const& row : show.rows) {
+    for (Row const& row : demo.rows) {
         printRow(row);
     }
     fmt::print("\n");
-    if (show.clip.undecodable > 0) {
+    if (demo.clip.undecodable > 0) {
         fmt::print("The clip is damaged: {} of its coded frames gave no picture.\n\n",
-                   show.clip.undecodable);
+                   demo.clip.undecodable);
     }
-    for (Show::File const& file : show.files) {
+    for (Demonstration::File const& file : demo.files) {
         fmt::print("{}: {}\n", file.path, file.content);
     }
     requirePrinted();
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -6,7 +6,7 @@
 
 #include "Libav.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// What the display ports of the platform carry: the pictures of the decoders in tunnel mode. Every
 /// operation may be called from any thread.
@@ -30,4 +30,4 @@ private:
     std::map<int, FramePtr> mPictures;  ///< By port; guarded by mMutex.
 };
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

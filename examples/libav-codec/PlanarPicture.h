@@ -6,7 +6,7 @@
 #include "kvo/media/hardware/PixelInfo.h"
 
 /// Pictures as the codecs exchange them with their callers: planar YUV 4:2:0, 8 bits a sample.
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// Returns how a picture of this size lies in memory; only the size, the planes and the length are
 /// filled in.
@@ -30,4 +30,4 @@ void setColors(Described& described, ColorAspect const& colors) {
     described.color_range = colors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

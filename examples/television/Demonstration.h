@@ -7,15 +7,15 @@
 
 #include "Clip.h"
 #include "Player.h"
-#include "Progress.h"
+#include "ProgressLine.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// A row of the closing table: act, pictures, size, core, port, time, and what was answered.
 using Row = std::array<std::string, 7>;
 
-/// What the acts of the demo share.
-struct Show {
+/// What the acts share: the clip, what is told on the way, and the closing summary.
+struct Demonstration {
     struct File {
         std::string path;
         std::string content;  ///< What there is to see in it.
@@ -23,7 +23,7 @@ struct Show {
 
     Clip clip;
     std::string outputDirectory;
-    Progress progress;
+    ProgressLine progress;
     std::vector<Row> rows;
     std::vector<File> files;
     FramePtr lastPicture;  ///< Of the clip, from playPixels() on.
@@ -42,21 +42,21 @@ struct Show {
 
 std::string sizeText(Size size);
 
-/// Throws DemoFailure unless the call `call` was answered with `expected`.
+/// Throws Failure unless the call `call` was answered with `expected`.
 void expect(std::string const& call, Status answer, int expected = 0);
 
-/// Throws DemoFailure when a client of the resource manager is open.
+/// Throws Failure when a client of the resource manager is open.
 void requireNothingHeld();
 
-/// Configures a player of the show's clip, which no other keeps from its core. Throws DemoFailure
+/// Configures a player of the demo's clip, which no other keeps from its core. Throws Failure
 /// on failure, and UnusableFile when no core takes the clip.
-void configure(Show const& show, Player& player);
+void configure(Demonstration const& demo, Player& player);
 
 /// Waits for the end of a player that was started, and requires that `pictures` came and nothing
 /// failed.
-Player::Result finish(Show& show, Player& player, unsigned int pictures);
+Player::Result finish(Demonstration& demo, Player& player, unsigned int pictures);
 
-/// Prints the table and, below it, the files. Throws DemoFailure when that fails.
-void printSummary(Show const& show);
+/// Prints the table and, below it, the files. Throws Failure when that fails.
+void printSummary(Demonstration const& demo);
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

@@ -12,7 +12,7 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 using namespace codec_status;
 
@@ -158,4 +158,4 @@ Return<Configuration> LibavEncoder::getConfiguration() {
     });
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

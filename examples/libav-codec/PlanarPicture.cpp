@@ -4,7 +4,7 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -51,4 +51,4 @@ ColorAspect colorsOf(AVFrame const& picture) {
             picture.color_range == AVCOL_RANGE_JPEG ? 1 : 0};
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

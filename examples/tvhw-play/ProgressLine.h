@@ -3,25 +3,25 @@
 #include <chrono>
 #include <string>
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
-/// The line on standard output that tells how far the demo is: redrawn on a terminal, elsewhere
+/// The line on standard output that tells how far a program is: redrawn on a terminal, elsewhere
 /// printed now and then. For one thread.
-class Progress {
+class ProgressLine {
 public:
-    Progress();
-    Progress(Progress const&) = delete;
-    Progress& operator=(Progress const&) = delete;
+    ProgressLine();
+    ProgressLine(ProgressLine const&) = delete;
+    ProgressLine& operator=(ProgressLine const&) = delete;
     /// Ends a line that is still being redrawn.
-    ~Progress();
+    ~ProgressLine();
 
-    /// Begins a step of the demo.
+    /// Begins a step of the program.
     void begin(std::string step);
 
-    /// Tells how many pictures the step has behind it, of `total`; 0 if that is unknown.
-    void update(unsigned int pictures, unsigned int total);
+    /// Tells how far the step is.
+    void update(std::string const& text);
 
-    /// Ends the step with what came of it. Throws DemoFailure when standard output is full or
+    /// Ends the step with what came of it. Throws Failure when standard output is full or
     /// closed.
     void end(std::string const& outcome);
 
@@ -43,7 +43,7 @@ private:
     Clock::time_point mPrinted;
 };
 
-/// Throws DemoFailure unless all that was printed on standard output has arrived there.
+/// Throws Failure unless all that was printed on standard output has arrived there.
 void requirePrinted();
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

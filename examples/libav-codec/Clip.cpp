@@ -12,7 +12,7 @@ extern "C" {
 #include <libavutil/display.h>
 }
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -72,8 +72,7 @@ std::optional<CodecType> codecTypeOf(AVCodecID id) {
     return codec == kCodecs.end() ? std::nullopt : std::optional(codec->second);
 }
 
-ClipReader::ClipReader(std::string path, unsigned int seconds)
-    : mPath(std::move(path)), mSeconds(seconds) {
+ClipReader::ClipReader(std::string path, Part part) : mPath(std::move(path)), mPart(part) {
     requireRegularFile(mPath);
     // The prefix keeps a name with a colon from being taken for a network address.
     AVFormatContext* opened = nullptr;
@@ -108,6 +107,22 @@ ClipReader::ClipReader(std::string path, unsigned int seconds)
             opened->streams[other]->discard = AVDISCARD_ALL;
         }
     }
+    if (mPart.from > 0) {
+        mFirstTime = startTime() + ticks(mPart.from);
+        result = av_seek_frame(opened, index, *mFirstTime, AVSEEK_FLAG_BACKWARD);
+        if (result < 0) {
+            throw UnusableFile(fmt::format("{}: second {:g} cannot be reached: {}", mPath,
+                                           mPart.from, errorText(result)));
+        }
+    }
+}
+
+std::int64_t ClipReader::startTime() const {
+    return mStream->start_time != AV_NOPTS_VALUE ? mStream->start_time : 0;
+}
+
+std::int64_t ClipReader::ticks(double seconds) const {
+    return std::llround(seconds / av_q2d(mStream->time_base));
 }
 
 PacketPtr ClipReader::next() {
@@ -127,9 +142,10 @@ PacketPtr ClipReader::next() {
             mLastIsIncomplete = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
             std::int64_t const time = packet->dts != AV_NOPTS_VALUE ? packet->dts : packet->pts;
             mFirstTime = mFirstTime.value_or(time);
-            bool const isPastEnd =
-                mSeconds > 0 &&
-                av_compare_ts(time - *mFirstTime, mStream->time_base, mSeconds, {1, 1}) >= 0;
+            if (mPart.from > 0 && packet->pts < *mFirstTime) {
+                packet->flags |= AV_PKT_FLAG_DISCARD;
+            }
+            bool const isPastEnd = mPart.length > 0 && time - *mFirstTime >= ticks(mPart.length);
             return isPastEnd ? nullptr : std::move(packet);
         }
         av_packet_unref(packet.get());
@@ -141,14 +157,17 @@ unsigned long long ClipReader::timestampUs(AVPacket const& frame) const {
     if (time == AV_NOPTS_VALUE) {
         return 0;
     }
-    std::int64_t const start = mStream->start_time != AV_NOPTS_VALUE ? mStream->start_time : 0;
-    std::int64_t const us = av_rescale_q(time - start, mStream->time_base, kMicroseconds);
+    std::int64_t const us = av_rescale_q(time - startTime(), mStream->time_base, kMicroseconds);
     return static_cast<unsigned long long>(std::max<std::int64_t>(us, 0));
 }
 
 int ClipReader::frameRate() const {
     AVRational const rate = av_guess_frame_rate(mFormat.get(), mStream, nullptr);
     return rate.den == 0 ? 0 : static_cast<int>(std::lround(av_q2d(rate)));
+}
+
+double ClipReader::duration() const {
+    return mFormat->duration > 0 ? static_cast<double>(mFormat->duration) / AV_TIME_BASE : 0;
 }
 
 std::string ClipReader::presentation() const {
@@ -169,9 +188,9 @@ std::string ClipReader::presentation() const {
     return filters;
 }
 
-Clip inspectClip(std::string const& path, unsigned int seconds,
+Clip inspectClip(std::string const& path, Part part,
                  std::function<void(unsigned int)> const& onProgress) {
-    ClipReader reader(path, seconds);
+    ClipReader reader(path, part);
     AVCodecParameters const& parameters = reader.parameters();
     AVCodec const* const codec = avcodec_find_decoder(parameters.codec_id);
     CodecContextPtr const decoder(avcodec_alloc_context3(codec));
@@ -184,10 +203,11 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
 
     Clip clip;
     clip.path = path;
-    clip.seconds = seconds;
+    clip.part = part;
     clip.codecName = avcodec_get_name(parameters.codec_id);
     clip.codecType = reader.codecType();
     clip.frameRate = reader.frameRate();
+    clip.duration = reader.duration();
     FramePtr frame(av_frame_alloc());
     FramePtr last(av_frame_alloc());
     std::string const presentation = "[in0]" + reader.presentation() + "null";
@@ -205,14 +225,18 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
                 clip.coded = {frame->width, frame->height};
                 clip.shown = {shown->width, shown->height};
             }
-            onProgress(++clip.frames);
+            ++clip.frames;
+            if (onProgress) {
+                onProgress(clip.frames);
+            }
             std::swap(frame, last);
         } while (result != AVERROR(EAGAIN) && result != AVERROR_EOF);
     };
-    while (PacketPtr const packet = reader.next()) {
+    PacketPtr packet;
+    do {
+        packet = reader.next();
         decode(packet.get());
-    }
-    decode(nullptr);
+    } while (packet != nullptr && (onProgress || clip.frames == 0));
     if (clip.frames == 0) {
         throw UnusableFile(path + ": holds no picture that can be decoded");
     }
@@ -220,4 +244,4 @@ Clip inspectClip(std::string const& path, unsigned int seconds,
     return clip;
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

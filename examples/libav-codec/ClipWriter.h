@@ -5,7 +5,7 @@
 #include "Clip.h"
 #include "Libav.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 /// Writes coded pictures to a clip, in the container that the end of the file's name asks for. For
 /// one thread at a time.
@@ -16,11 +16,11 @@ public:
     ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame const& example);
 
     /// Appends a coded picture. The first one carries the codec's parameter sets. Throws
-    /// DemoFailure on failure.
+    /// Failure on failure.
     void write(unsigned long long timestampUs, unsigned char const* data, unsigned int length,
                bool isKey);
 
-    /// Ends the clip, after at least one picture; then it can be read. Throws DemoFailure on
+    /// Ends the clip, after at least one picture; then it can be read. Throws Failure on
     /// failure.
     void finish();
 
@@ -37,4 +37,4 @@ private:
     std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
 };
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

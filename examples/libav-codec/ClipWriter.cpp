@@ -5,7 +5,7 @@
 
 #include "PlanarPicture.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 void ClipWriter::Close::operator()(AVFormatContext* format) const {
     avio_closep(&format->pb);
@@ -65,4 +65,4 @@ void ClipWriter::finish() {
     requireLibav(avio_closep(&mFormat->pb), "cannot write " + mPath);
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example

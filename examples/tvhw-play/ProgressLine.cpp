@@ -1,4 +1,4 @@
-#include "Progress.h"
+#include "ProgressLine.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 #include "Libav.h"
 #include "fmt/core.h"
 
-namespace kvo::media::hardware::demo {
+namespace kvo::media::hardware::example {
 
 namespace {
 
@@ -19,37 +19,35 @@ constexpr char kBeginOfLine[] = "\r\033[K";
 
 }  // namespace
 
-Progress::Progress() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
+ProgressLine::ProgressLine() : mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
 
-Progress::~Progress() {
+ProgressLine::~ProgressLine() {
     if (mLineIsOpen) {
         std::putchar('\n');
     }
 }
 
-void Progress::begin(std::string step) {
+void ProgressLine::begin(std::string step) {
     mStep = std::move(step);
     mBegan = mPrinted = Clock::now();
     redraw(mStep + " ...");
 }
 
-void Progress::update(unsigned int pictures, unsigned int total) {
+void ProgressLine::update(std::string const& text) {
     Clock::time_point const now = Clock::now();
     if (now - mPrinted < (mIsTerminal ? Clock::duration(kRedrawEvery) : kPrintEvery)) {
         return;
     }
     mPrinted = now;
-    std::string const of = total == 0 ? "" : fmt::format(" of {}", total);
-    std::string const text = fmt::format("{}: {}{} pictures", mStep, pictures, of);
     if (mIsTerminal) {
-        redraw(text);
+        redraw(mStep + ": " + text);
     } else {
-        fmt::print("{}\n", text);
+        fmt::print("{}: {}\n", mStep, text);
         std::fflush(stdout);
     }
 }
 
-void Progress::redraw(std::string const& text) {
+void ProgressLine::redraw(std::string const& text) {
     if (mIsTerminal) {
         fmt::print("{}{}", kBeginOfLine, text);
         std::fflush(stdout);
@@ -57,13 +55,13 @@ void Progress::redraw(std::string const& text) {
     }
 }
 
-void Progress::end(std::string const& outcome) {
+void ProgressLine::end(std::string const& outcome) {
     fmt::print("{}{}: {}\n", mLineIsOpen ? kBeginOfLine : "", mStep, outcome);
     mLineIsOpen = false;
     requirePrinted();
 }
 
-double Progress::seconds() const {
+double ProgressLine::seconds() const {
     return std::chrono::duration<double>(Clock::now() - mBegan).count();
 }
 
@@ -72,4 +70,4 @@ void requirePrinted() {
             "cannot write to standard output");
 }
 
-}  // namespace kvo::media::hardware::demo
+}  // namespace kvo::media::hardware::example
