@@ -2,6 +2,8 @@
 TEST-PROGRAM [unittest's arguments]"""
 
 import concurrent.futures
+import contextlib
+import io
 import json
 import os
 import pathlib
@@ -15,6 +17,7 @@ import xml.etree.ElementTree
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(ROOT / 'tools'))
+from tvhw_log.cli import arguments, run  # noqa: E402
 from tvhw_log.verdicts import RANK, RULES  # noqa: E402
 
 SITUATION, TESTS = sys.argv[1:3]
@@ -33,9 +36,16 @@ def write_log(name, command, level=4):
     return path
 
 
-def read(*arguments, stdin=b''):
-    return subprocess.run([ROOT / 'tools/tvhw-log', *arguments], input=stdin, check=True,
-                          capture_output=True).stdout.decode()
+def read(*words, stdin=b''):
+    """Returns the report, as the program would print it."""
+    printed, before = io.StringIO(), sys.stdin
+    sys.stdin = io.TextIOWrapper(io.BytesIO(stdin))
+    try:
+        with contextlib.redirect_stdout(printed):
+            run(arguments([str(word) for word in words]))
+    finally:
+        sys.stdin = before
+    return printed.getvalue()
 
 
 def verdicts(report):
@@ -148,20 +158,20 @@ class Reader(unittest.TestCase):
         self.assertIn('jumped back', report)
 
     def test_mistakes_are_named(self):
-        for arguments, status, text in (([], 2, 'usage'), (['/nowhere'], 2, 'tvhw-log: /nowhere: No such'),
+        for words, status, text in (([], 2, 'usage'), (['/nowhere'], 2, 'tvhw-log: /nowhere: No such'),
                                         ([str(WORKING)], 2, 'Is a directory'),
                                         (['-', '--svg', '/nowhere/x'], 2, 'tvhw-log: /nowhere/x: No such')):
-            run = subprocess.run([ROOT / 'tools/tvhw-log', *arguments], input=b'', capture_output=True,
+            ended = subprocess.run([ROOT / 'tools/tvhw-log', *words], input=b'', capture_output=True,
                                  check=False)
-            self.assertEqual(run.returncode, status)
-            self.assertIn(text, run.stderr.decode())
-            self.assertNotIn('Traceback', run.stderr.decode())
+            self.assertEqual(ended.returncode, status)
+            self.assertIn(text, ended.stderr.decode())
+            self.assertNotIn('Traceback', ended.stderr.decode())
         for variable, value in (('LEVEL', 'loud'), ('LEVEL', '5'), ('LEVEL', 'Tag:'), ('LEVEL', '1,'),
                                 ('LEVEL', '1;2'), ('FILE', '/nowhere/x')):
-            run = subprocess.run([SITUATION, 'nothing-wrong'], capture_output=True, check=False,
-                                 env={**os.environ, f'KVO_MEDIA_LOG_{variable}': value})
-            self.assertEqual(run.returncode, 2, value)
-            self.assertRegex(run.stderr.decode(), rf'^KVO_MEDIA_LOG_{variable}={value}: .*\n$')
+            ended = subprocess.run([SITUATION, 'nothing-wrong'], capture_output=True, check=False,
+                                   env={**os.environ, f'KVO_MEDIA_LOG_{variable}': value})
+            self.assertEqual(ended.returncode, 2, value)
+            self.assertRegex(ended.stderr.decode(), rf'^KVO_MEDIA_LOG_{variable}={value}: .*\n$')
 
     def test_levels_may_differ_by_tag(self):
         for levels, tags in (('VideoClient:2,*:-1', {'VideoClient'}), ('Codec:4', {'Codec'}),

@@ -4,7 +4,7 @@ from .messages import CODEC
 
 
 class Calls:
-    """The part of a Story that handles these lines."""
+    """The part of a History that handles these lines."""
 
     def on_call(self, line, thread, kind, address, operation, arguments, result, taken):
         if line.tag == CODEC:

@@ -4,7 +4,7 @@ import argparse
 import sys
 
 from .formats import Source, merged
-from .story import Story
+from .history import History
 from .picture import Picture
 from .report import report
 from .trace import Trace
@@ -39,15 +39,15 @@ def run(options):
     sources = [Source(path) for path in options.files]
     trace = Trace(options.trace) if options.trace else None
     picture = Picture() if options.svg else None
-    story = Story([observer for observer in (trace, picture) if observer])
+    history = History([observer for observer in (trace, picture) if observer])
     for line in merged(sources):
-        story.read(line)
-    story.finish()
+        history.read(line)
+    history.finish()
     if trace:
-        trace.close(story)
+        trace.close(history)
     if picture:
-        picture.write(options.svg, story)
-    for line in report(story, sources):
+        picture.write(options.svg, history)
+    for line in report(history, sources):
         print(line)
 
 

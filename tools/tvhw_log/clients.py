@@ -7,7 +7,7 @@ TOGETHER = 5.0  # Seconds in which lines of several threads may belong together.
 
 
 class Clients:
-    """The part of a Story that handles these lines: on_<event>(line, thread, values)."""
+    """The part of a History that handles these lines: on_<event>(line, thread, values)."""
 
     # --- Acquisition, as the library tells it.
 

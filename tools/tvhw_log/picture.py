@@ -52,16 +52,16 @@ class Picture:
         self._window = (begin - around, end + around)
         self._kept = [interval for interval in self._recent if interval.end >= self._window[0]]
 
-    def write(self, path, story):
-        intervals, window = self._chosen(story)
+    def write(self, path, history):
+        intervals, window = self._chosen(history)
         with open(path, 'w', encoding='utf-8') as file:
-            file.write('\n'.join(self._draw(intervals, window, story)) + '\n')
+            file.write('\n'.join(self._draw(intervals, window, history)) + '\n')
 
-    def _chosen(self, story):
-        if story.first is None:
+    def _chosen(self, history):
+        if history.first is None:
             return [], (0.0, 1.0)
-        margin = max(1e-3, (story.last.time - story.first.time) / 40)
-        whole = (story.first.time - margin, story.last.time + margin)
+        margin = max(1e-3, (history.last.time - history.first.time) / 40)
+        whole = (history.first.time - margin, history.last.time + margin)
         if self._window is None:
             return list(self._recent), whole
         low, high = self._window
@@ -79,7 +79,7 @@ class Picture:
                 lives.append(interval.life)
         return sorted(lives[:CLIENTS], key=lambda life: life.number)
 
-    def _draw(self, intervals, window, story):
+    def _draw(self, intervals, window, history):
         scale = Scale(window)
         body, y, lanes = [], 70, {}
         for life in self._lives(intervals):
@@ -90,7 +90,7 @@ class Picture:
         reclaim = self._reclaim
         if reclaim and reclaim.newcomer in lanes and reclaim.life in lanes:
             body.append(_arrow(scale.x(reclaim.begin.time), lanes[reclaim.newcomer], lanes[reclaim.life]))
-        clock = next((line.clock for line in (reclaim.begin if reclaim else story.first,) if line), '')
+        clock = next((line.clock for line in (reclaim.begin if reclaim else history.first,) if line), '')
         title = f'Reclaim at {clock}' if reclaim else f'From {clock}'
         yield (f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + RIGHT}" height="{y + 50}" '
                'font-family="sans-serif" font-size="12">')

@@ -43,23 +43,23 @@ def _verdict(number, rule, count, findings):
         yield f'   ... and {_times(count - len(findings), "time")} more'
 
 
-def report(story, sources):
+def report(history, sources):
     """Yields the lines of the report."""
     yield 'CLIENTS'
-    for life in story.lives:
+    for life in history.lives:
         yield ''
         yield from _life(life)
-    if not story.lives:
+    if not history.lives:
         yield 'None: no line of the library.'
-    if story.dropped:
-        yield f'({_times(story.dropped, "earlier client")} left out.)'
-    if story.lives and not story.has_calls:
+    if history.dropped:
+        yield f'({_times(history.dropped, "earlier client")} left out.)'
+    if history.lives and not history.has_calls:
         yield ''
         yield ('The library writes no line when a core is given back: a client that "still holds its core" '
                'here may have\nreleased it. Logs of the host platform at level 4 tell.')
     yield ''
     yield 'VERDICTS, the worst first'
-    ranked = story.verdicts.ranked()
+    ranked = history.verdicts.ranked()
     for number, (rule, count, findings) in enumerate(ranked, 1):
         yield ''
         yield from _verdict(number, rule, count, findings)
@@ -68,10 +68,10 @@ def report(story, sources):
     yield ''
     yield 'LINES'
     formless = sum(source.formless for source in sources)
-    yield (f'{sum(source.lines for source in sources)} read: {story.known} known, {story.foreign} of '
-           f'others, {story.unknown} of the library or platform that are not known, {formless} in no '
+    yield (f'{sum(source.lines for source in sources)} read: {history.known} known, {history.foreign} of '
+           f'others, {history.unknown} of the library or platform that are not known, {formless} in no '
            'known form.')
-    for line in story.unknown_lines:
+    for line in history.unknown_lines:
         yield f'  not known: {line.shown()}'
     for source in sources:
         if source.jumps:

@@ -57,8 +57,8 @@ class Trace:
         self._write(ph='s', **at, **self._track(origin))
         self._write(ph='f', bp='e', **at, **self._track(target))
 
-    def close(self, story):
-        for pid in sorted({life.pid for life in story.lives}):
+    def close(self, history):
+        for pid in sorted({life.pid for life in history.lives}):
             self._write(ph='M', name='process_name', pid=pid, args={'name': f'process {pid}'})
         self._file.write('\n]}\n')
         self._file.close()

@@ -155,7 +155,7 @@ CAUSES = {
     'init_failed': ('manager-unreachable', ()),
     'not_connected': ('manager-unreachable', ()),
     'no_codec': ('no-codec', ()),
-    'acquire_refused': ('refused', ('no-codec',)),  # See also Story._explain_refusal.
+    'acquire_refused': ('refused', ('no-codec',)),  # See also History._explain_refusal.
     'grant_lost': ('grant-lost', ('no-codec',)),
     'resource_unread': ('grant-unreadable', (*_NO_CORE, 'port-not-granted')),
     'request_unsent': ('no-connection', ('manager-unreachable',)),

@@ -1,4 +1,4 @@
-"""The model: follows the lines and keeps the life of each client, and what was found wrong.
+"""The history that the lines tell: the life of each client, and what was found wrong.
 
 A client is named by its process and the resource manager's id. Lines that name none belong to the
 client that their thread was concerned with last; those of a reclaim to the client that the host
@@ -8,7 +8,7 @@ from .calls import Calls
 from .clients import TOGETHER, Clients
 from .life import Life, Thread, seconds
 from .messages import ENCODER, SCALER, SINK, TAGS, event_of
-from .screens import Screens
+from .scaler_and_sink import ScalerAndSink
 from .verdicts import CAUSES, Finding, Verdicts
 
 RECLAIM_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
@@ -17,7 +17,7 @@ KEPT_THREADS = 20000
 KEPT_UNKNOWN = 10
 
 
-class Story(Clients, Calls, Screens):
+class History(Clients, Calls, ScalerAndSink):
     def __init__(self, observers=()):
         self.observers = observers
         self.verdicts = Verdicts()

@@ -1,8 +1,8 @@
 """Scaler channels and image sinks, by the library's lines."""
 
 
-class Screens:
-    """The part of a Story that handles these lines: on_<event>(line, thread, values)."""
+class ScalerAndSink:
+    """The part of a History that handles these lines: on_<event>(line, thread, values)."""
 
     # --- Scaler channels.
 
