@@ -10,7 +10,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
 .PHONY: help build-dir demo play test sanitize interleave service stress fuzz coverage bench clang target abi \
-	install install-check format format-check tidy shellcheck
+	install install-check package package-check format format-check tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
@@ -36,6 +36,8 @@ help:
 	@echo 'make install           install the library, the host platform and the programs under PREFIX ($(PREFIX)),'
 	@echo '                       DESTDIR before it'
 	@echo 'make install-check     install the library and use it from another project'
+	@echo 'make package           build Debian packages: the library, what programs are built with, and the'
+	@echo '                       programs; make package-check installs, uses and removes them'
 	@echo 'make tidy              check the library and the host platform with clang-tidy'
 	@echo 'make shellcheck        check the scripts'
 	@echo 'make format            format the code; make format-check only looks'
@@ -159,16 +161,26 @@ abi: build-dir
 	@tools/check-abi build/release build/target build/clang-target
 
 install: build-dir
-	@tools/install-packages build demo service
+	@tools/install-packages build demo service manual
 	@$(call build,release)
 	@$(call quietly,install,cmake --install build/release --prefix '$(PREFIX)')
 	@echo 'Installed in $(DESTDIR)$(PREFIX).'
 
 install-check: build-dir
-	@tools/install-packages build demo service test check abi install
+	@tools/install-packages build demo service manual test check abi install
 	@tools/check-install build/install
 	@$(call quietly,test,cmake --preset test)
 	@tools/check-android-bp build/test
+
+package: build-dir
+	@tools/install-packages build demo service manual
+	@$(call build,package)
+	@$(call quietly,packages,cd build/package && rm -f *.deb && cpack)
+	@ls build/package/*.deb
+
+package-check: package
+	@tools/install-packages package
+	@tools/check-packages build/package
 
 sources = $(shell git ls-files '*.h' '*.cpp')
 

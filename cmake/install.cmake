@@ -1,8 +1,14 @@
 # What `cmake --install` lays out: the headers, the library with the stand-ins that were built, the
-# CMake package, the pkg-config files and the documents.
+# programs with their manual, the CMake package, the pkg-config files and the documents.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
+# To whose Debian package belongs what is named from here on: library, development or tools.
+macro(install_as component)
+    set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME ${component})
+endmacro()
+
+install_as(development)
 set(platform_headers ${CMAKE_INSTALL_INCLUDEDIR}/kvo/platform)
 target_include_directories(kvo_media_headers INTERFACE
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${platform_headers}>)
@@ -19,22 +25,26 @@ install(FILES
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tvhw)
 
 # The log reader, a script and what it is made of.
+install_as(tools)
 install(PROGRAMS tools/tvhw-log DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY tools/tvhw_log DESTINATION ${CMAKE_INSTALL_DATADIR}/tvhw-log
     FILES_MATCHING PATTERN *.py)
 
+install_as(library)
 set_target_properties(kvo_media_hw_tvhw PROPERTIES EXPORT_NAME media_hw_tvhw)
 set(targets kvo_media_hw_tvhw kvo_media_headers)
 if(TVHW_HOST_PLATFORM)
     set_target_properties(kvo_media_host_platform PROPERTIES EXPORT_NAME media_host_platform)
     get_target_property(stand_ins kvo_media_host_platform INTERFACE_LINK_LIBRARIES)
     list(APPEND targets kvo_media_host_platform ${stand_ins})
-    install(FILES platform/host/HostPlatform.h DESTINATION ${platform_headers}/host)
+    install(FILES platform/host/HostPlatform.h DESTINATION ${platform_headers}/host
+        COMPONENT development)
 endif()
 install(TARGETS ${targets} EXPORT kvo_media_hw_tvhwTargets)
 
 # The programs, as far as they are built. The service's client library lies below the other one,
 # where the loader sees it only when it is told to.
+install_as(tools)
 file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 foreach(program tvhw-platform-check tvhw-resource-manager tvhw-play)
     if(TARGET ${program})
@@ -53,6 +63,11 @@ if(TVHW_SERVICE)
         DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
+if(TVHW_SERVICE AND TVHW_DEMO)
+    include(cmake/manual.cmake)
+endif()
+
+install_as(development)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kvo_media_hw_tvhw)
 install(EXPORT kvo_media_hw_tvhwTargets NAMESPACE kvo:: DESTINATION ${package})
 configure_package_config_file(cmake/kvo_media_hw_tvhwConfig.cmake.in
@@ -93,3 +108,4 @@ install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY examples/libav-codec examples/minimal-player
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+include(cmake/debian.cmake)
