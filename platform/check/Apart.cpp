@@ -1,0 +1,175 @@
+// Checks in processes of their own.
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "Check.h"
+
+namespace kvo::check {
+
+Lacking gLacking;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{25};
+
+/// Calls are named by where their literals lie: both processes run the same program.
+constexpr char kNoCall[] = "";
+using Call = std::atomic<std::ptrdiff_t>;
+
+std::ptrdiff_t placeOf(char const* call) { return call == nullptr ? 0 : call - kNoCall; }
+
+std::string inCall(Call const& call) {
+    std::ptrdiff_t const place = call;
+    return place == 0 ? "" : std::string(" in ") + (kNoCall + place);
+}
+
+/// What the process of a check tells, in memory that is shared.
+struct Report {
+    Lacking lacking;
+    Call ofMainThread{0};
+    Call ofCrash{0};
+    std::atomic<bool> isWhole{false};
+    Outcome::Kind kind = Outcome::Kind::kFailed;
+    std::array<char, 8000> came{};
+};
+
+Report* gReport = nullptr;
+thread_local char const* tCall = nullptr;
+thread_local bool tIsMain = false;
+
+Report* sharedReport(int file) {
+    void* const memory = mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    return memory == MAP_FAILED ? nullptr : static_cast<Report*>(memory);
+}
+
+void onCrash(int number) {
+    gReport->ofCrash = placeOf(tCall);
+    static_cast<void>(std::signal(number, SIG_DFL));
+    static_cast<void>(std::raise(number));
+}
+
+/// The handler has a stack of its own, since the thread's may be what has run out.
+void tellCrashes() {
+    static std::array<char, 64 * 1024> stack;
+    stack_t other{};
+    other.ss_sp = stack.data();
+    other.ss_size = stack.size();
+    static_cast<void>(sigaltstack(&other, nullptr));
+    struct sigaction action {};
+    action.sa_handler = onCrash;
+    action.sa_flags = SA_ONSTACK;
+    for (int const number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP}) {
+        static_cast<void>(sigaction(number, &action, nullptr));
+    }
+}
+
+/// Starts the program anew, so that what the platform's libraries do as they are loaded is done in
+/// the process that uses them; where that cannot be, under an emulator, goes on as it is.
+[[noreturn]] void becomeApart(Check const& check, int file) {
+    std::array<char, 4096> program{};
+    std::string number = std::to_string(file);
+    std::string name = check.name;
+    std::string option = kApartOption;
+    if (readlink("/proc/self/exe", program.data(), program.size() - 1) > 0) {
+        char* const arguments[] = {program.data(), option.data(), name.data(), number.data(),
+                                   nullptr};
+        execv(program.data(), arguments);
+    }
+    runHere(check, file);
+}
+
+/// Waits for a process. Returns whether it has ended in time.
+bool hasEnded(pid_t process, int& status) {
+    auto const end = std::chrono::steady_clock::now() + kPatience;
+    while (waitpid(process, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > end) {
+            kill(process, SIGKILL);
+            waitpid(process, &status, 0);
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace
+
+InCall::InCall(char const* call) : mOuter(tCall) {
+    tCall = call;
+    if (tIsMain) {
+        gReport->ofMainThread = placeOf(call);
+    }
+}
+
+InCall::~InCall() {
+    tCall = mOuter;
+    if (tIsMain) {
+        gReport->ofMainThread = placeOf(mOuter);
+    }
+}
+
+void runHere(Check const& check, int number) {
+    gReport = sharedReport(number);
+    if (gReport == nullptr) {
+        _exit(2);
+    }
+    gLacking = gReport->lacking;
+    tIsMain = true;
+    tellCrashes();
+    Outcome const outcome = check.run();
+    gReport->kind = outcome.kind;
+    outcome.came.copy(gReport->came.data(), gReport->came.size() - 1);
+    gReport->isWhole = true;
+    _exit(0);  // What the platform does at exit is no part of the check.
+}
+
+Outcome runApart(Check const& check) {
+    int const file = memfd_create("check", 0);
+    if (file < 0 || ftruncate(file, sizeof(Report)) != 0) {
+        return outcome(false, "no memory to share");
+    }
+    Report* const report = sharedReport(file);
+    if (report == nullptr) {
+        return outcome(false, "no memory to share");
+    }
+    new (report) Report;
+    report->lacking = gLacking;
+    pid_t const process = fork();
+    if (process == 0) {
+        becomeApart(check, file);
+    }
+    int status = 0;
+    Outcome result;
+    if (process < 0) {
+        result.came = "no process of its own";
+    } else if (!hasEnded(process, status)) {
+        result.came = "no answer in " + std::to_string(kPatience.count()) + " s" +
+                      inCall(report->ofMainThread);
+    } else if (report->isWhole) {
+        result = {report->kind, report->came.data()};
+    } else {
+        result.came = WIFSIGNALED(status)
+                          ? "ended by signal " + std::to_string(WTERMSIG(status))
+                          : "ended with code " + std::to_string(WEXITSTATUS(status));
+        result.came += inCall(report->ofCrash != 0 ? report->ofCrash : report->ofMainThread);
+    }
+    munmap(report, sizeof(Report));
+    close(file);
+    return result;
+}
+
+}  // namespace kvo::check
