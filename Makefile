@@ -10,7 +10,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
 .PHONY: help build-dir demo play test sanitize interleave service stress fuzz coverage bench clang target abi \
-	install install-check package package-check format format-check tidy shellcheck
+	install install-check package package-check docs format format-check tidy shellcheck
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
@@ -38,6 +38,7 @@ help:
 	@echo 'make install-check     install the library and use it from another project'
 	@echo 'make package           build Debian packages: the library, what programs are built with, and the'
 	@echo '                       programs; make package-check installs, uses and removes them'
+	@echo 'make docs              write pages of what programs can use, to build/docs'
 	@echo 'make tidy              check the library and the host platform with clang-tidy'
 	@echo 'make shellcheck        check the scripts'
 	@echo 'make format            format the code; make format-check only looks'
@@ -177,6 +178,11 @@ package: build-dir
 	@$(call build,package)
 	@$(call quietly,packages,cd build/package && rm -f *.deb && cpack)
 	@ls build/package/*.deb
+
+docs: build-dir
+	@tools/install-packages docs
+	@VERSION=$$(sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt) doxygen docs/Doxyfile
+	@echo 'build/docs/html/index.html'
 
 package-check: package
 	@tools/install-packages package

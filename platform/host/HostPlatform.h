@@ -114,6 +114,7 @@ KVO_MEDIA_EXPORT std::string describe();
 
 // --- The panel and the video scaler.
 
+/// What the picture is shown on.
 struct Panel {
     int width = 1920;      ///< Pixels.
     int height = 1080;     ///< Pixels.
@@ -131,10 +132,12 @@ inline constexpr unsigned int kScalerChannels = 2;
 
 /// What a scaler channel was told since it was opened; the first state again once it is closed.
 struct ScalerChannel {
+    /// Where pictures come from, as it was connected.
     struct Source {
         int type = 0;
         int port = 0;
     };
+    /// A rectangle in pixels.
     struct Window {
         int x = 0;
         int y = 0;
