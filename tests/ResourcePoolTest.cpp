@@ -1,6 +1,11 @@
 #include "host/ResourcePool.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <future>
+
+#include "tvhw_crm.h"
 
 // The policy of both resource managers, without threads or processes.
 namespace {
@@ -8,6 +13,7 @@ namespace {
 using kvo::host::CodecCore;
 using kvo::host::ResourcePool;
 using Request = ResourcePool::Request;
+using Number = ResourcePool::Number;
 using Step = ResourcePool::Step;
 using std::chrono::seconds;
 
@@ -30,6 +36,7 @@ protected:
     void start(std::vector<CodecCore> const& cores) {
         mPool = std::make_unique<ResourcePool>(cores, [] { return gNow; });
         mReclaims.clear();
+        mNews.clear();
     }
 
     int open(int priority = 0) {
@@ -44,22 +51,24 @@ protected:
     }
 
     /// A request, from inside the reclaim from client `inside` if that is not 0.
-    int ask(int client, Request const& request, int inside = 0, bool tryOnly = false) {
+    Number ask(int client, Request const& request, int inside = 0, bool tryOnly = false) {
         return pool().request(idOf(client), request, tryOnly, inside == 0 ? 0 : mReclaims[inside]);
     }
 
-    /// What is to be done for a request: its result, or whom to ask or to wait for.
-    std::string next(int request) {
-        Step const step = pool().advance(request);
-        if (step.kind == Step::Kind::kFinished) {
-            return std::to_string(step.code);
+    /// What has become of a request since it was looked at: its result, or whom to ask or to wait
+    /// for.
+    std::string next(Number request) {
+        for (Step const& step : pool().advance()) {
+            int const client = step.holder - kFirstClient + 1;
+            mNews[step.request] =
+                step.reclaim == 0 ? std::to_string(step.code) : "asks " + std::to_string(client);
+            if (step.reclaim != 0) {
+                mReclaims[client] = step.reclaim;
+            }
         }
-        int const client = step.holder - kFirstClient + 1;
-        if (step.kind == Step::Kind::kReclaim) {
-            mReclaims[client] = step.reclaim;
-        }
-        return (step.kind == Step::Kind::kReclaim ? "asks " : "waits for ") +
-               std::to_string(client);
+        auto const news = mNews.extract(request);
+        return news ? news.mapped()
+                    : "waits for " + std::to_string(pool().waitsFor(request) - kFirstClient + 1);
     }
 
     void answer(int client, bool givesUp) { pool().finishReclaim(mReclaims[client], givesUp); }
@@ -77,31 +86,33 @@ protected:
 private:
     std::unique_ptr<ResourcePool> mPool;
     std::map<int, int> mReclaims;  ///< The last from each client.
+    std::map<Number, std::string> mNews;
 };
 
-TEST_F(ResourcePoolTest, TheLowestPriorityThenTheLongestHolderIsAskedFirst) {
+TEST_F(ResourcePoolTest, TheLowestPriorityThenTheSmallestCoreThenTheLongestHolderIsAskedFirst) {
     struct Case {
         std::vector<int> holders;  ///< Their priorities, the longest holder first.
+        std::vector<int> widths;   ///< Of their cores.
         int newcomer;
         std::vector<int> asked;
     };
-    for (auto const& test : std::vector<Case>{{{0, 0, 0}, 0, {1, 2, 3}},
-                                              {{2, 1, 0}, 2, {3, 2, 1}},
-                                              {{0, -1, 0, -1}, 0, {2, 4, 1, 3}},
-                                              {{1, 0, 1}, 0, {2}},
-                                              {{-1, -1}, -2, {}}}) {
-        SCOPED_TRACE(testing::PrintToString(test.holders));
+    for (auto const& test :
+         std::vector<Case>{{{0, 0, 0}, {640, 640, 640}, 0, {1, 2, 3}},
+                           {{0, 0, 0}, {642, 640, 641}, 0, {2, 3, 1}},
+                           {{2, 1, 0}, {640, 641, 642}, 2, {3, 2, 1}},
+                           {{0, -1, 0, -1}, {641, 640, 640, 640}, 0, {2, 4, 3, 1}},
+                           {{1, 0, 1}, {640, 640, 640}, 0, {2}},
+                           {{-1, -1}, {640, 640}, -2, {}}}) {
+        SCOPED_TRACE(testing::PrintToString(test.holders) + testing::PrintToString(test.widths));
+        start({});
         std::vector<CodecCore> cores;
-        for (auto const& ignored : test.holders) {
-            static_cast<void>(ignored);
-            cores.insert(cores.begin(), {1, false, 640 + static_cast<int>(cores.size()), 480});
-        }
-        start(cores);  // The last is granted first.
-        for (int const priority : test.holders) {
-            holder(kDecoder, priority);
+        for (std::size_t index = 0; index < test.holders.size(); ++index) {
+            cores.push_back({1, false, test.widths[index], 480});
+            pool().setCores(cores);
+            holder(kDecoder, test.holders[index]);
         }
         EXPECT_EQ(next(ask(open(9), kDecoder, 0, true)), "-16") << "a try asks nobody";
-        int const request = ask(open(test.newcomer), kDecoder);
+        Number const request = ask(open(test.newcomer), kDecoder);
         for (int const asked : test.asked) {
             ASSERT_EQ(next(request), "asks " + std::to_string(asked));
             answer(asked, false);
@@ -142,17 +153,19 @@ TEST_F(ResourcePoolTest, AClientHasOneCoreAndOnePortAndEachHasItsOwnAge) {
     EXPECT_EQ(port(second), 1);
     EXPECT_EQ(port(first), 2);
     int const newcomer = open();
-    int const forPort = ask(newcomer, kPort);
-    int const forCore = ask(newcomer, kDecoder);
-    EXPECT_EQ(next(forPort), "asks 2");
-    EXPECT_EQ(next(forCore), "asks 1");
+    Number const forPort = ask(newcomer, kPort);
+    Number const forCore = ask(newcomer, kDecoder);
+    EXPECT_EQ(next(forPort), "asks 1") << "it loses the smaller core with its port";
+    EXPECT_EQ(next(forCore), "waits for 1");
     answer(first, true);
     EXPECT_EQ(core(first), 0);
     EXPECT_EQ(port(first), 0) << "it gives up all";
-    EXPECT_EQ(next(forPort), "waits for 2") << "a request that asked waits for its answer";
+    EXPECT_EQ(next(forPort), "0");
+    EXPECT_EQ(next(forCore), "0");
     EXPECT_EQ(next(ask(second, kDecoder)), "0");
-    EXPECT_EQ(core(second), 3) << "the smaller core has gone to who asked for it";
+    EXPECT_EQ(core(second), 3) << "the smaller core has gone to who waited for it";
     EXPECT_EQ(core(newcomer), 1);
+    EXPECT_EQ(port(newcomer), 2);
     pool().giveBack(idOf(second));
     EXPECT_EQ(next(ask(newcomer, kLargeDecoder)), "0");
     EXPECT_EQ(core(newcomer), 3);
@@ -164,13 +177,13 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     int const small = holder(kDecoder);
     int const large = holder(kLargeDecoder);
     int const older = open();
-    int const forSmall = ask(older, kDecoder);
+    Number const forSmall = ask(older, kDecoder);
     int const newer = open();
-    int const forLarge = ask(newer, kLargeDecoder);
+    Number const forLarge = ask(newer, kLargeDecoder);
     int const last = open();
-    int const waiting = ask(last, kDecoder);
+    Number const waiting = ask(last, kDecoder);
     int const end = open();
-    int const waitingToo = ask(end, kDecoder);
+    Number const waitingToo = ask(end, kDecoder);
     EXPECT_EQ(next(forSmall), "asks 1");
     EXPECT_EQ(next(forLarge), "asks 2");
     EXPECT_EQ(next(waiting), "waits for 1");
@@ -178,17 +191,14 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     EXPECT_EQ(core(newer), 3) << "not the older request's, which the core would serve, too";
     EXPECT_EQ(next(forLarge), "0");
     pool().closeClient(idOf(newer));
-    EXPECT_EQ(next(forSmall), "waits for 1") << "it has just asked";
-    EXPECT_EQ(next(waitingToo), "waits for 1") << "another is older";
-    EXPECT_EQ(next(waiting), "0");
-    EXPECT_EQ(core(last), 3);
-    answer(small, false);
-    EXPECT_EQ(next(forSmall), "asks " + std::to_string(last));
-    pool().closeClient(idOf(older));
-    answer(last, true);
-    EXPECT_EQ(next(forSmall), "-22") << "a closed client is granted nothing";
-    EXPECT_EQ(next(waitingToo), "0");
-    EXPECT_EQ(core(end), 3);
+    EXPECT_EQ(next(forSmall), "0") << "also while it waits for an answer";
+    EXPECT_EQ(core(older), 3);
+    EXPECT_EQ(next(waiting), "waits for 1");
+    pool().closeClient(idOf(last));
+    EXPECT_EQ(next(waiting), "-22") << "at once";
+    answer(small, true);
+    EXPECT_EQ(next(waitingToo), "0") << "nobody else wants it";
+    EXPECT_EQ(core(end), 1);
 }
 
 // Each asks for what another holds, and answers only when its own request has ended.
@@ -205,28 +215,64 @@ TEST_F(ResourcePoolTest, NobodyStartsToWaitInARing) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 1") << "one outside of it waits for its end";
 }
 
+// As many requests as one program may make: each is decided in no more steps than there are
+// requests.
+TEST_F(ResourcePoolTest, ManyRequestsThatDependOnEachOtherAreDecided) {
+    std::vector<CodecCore> cores(10, kSmallCore);
+    cores.push_back(kEncoderCore);
+    start(cores);
+    int const encoder = holder(kEncoder);
+    std::vector<int> holders;
+    for (int number = 0; number < 10; ++number) {
+        holders.push_back(holder(kDecoder));
+    }
+    for (int const client : holders) {
+        for (int number = 0; number < 8; ++number) {
+            next(ask(client, kEncoder));
+        }
+    }
+    EXPECT_EQ(next(ask(encoder, kDecoder)), "-16");
+    EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
+}
+
+TEST_F(ResourcePoolTest, HundredsOfWaitersAreServedInOrder) {
+    start({kSmallCore});
+    int last = holder(kDecoder);
+    std::vector<std::pair<int, Number>> waiters;
+    for (int number = 0; number < 400; ++number) {
+        int const client = open();
+        waiters.emplace_back(client, ask(client, kDecoder));
+        next(waiters.back().second);
+    }
+    for (auto const& [client, request] : waiters) {
+        answer(last, true);
+        ASSERT_EQ(next(request), "0");
+        last = client;
+    }
+}
+
 // Two players which start anew whenever they lose their core.
 TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     start({kSmallCore, kSmallCore, kLargeCore});
-    int const first = holder(kDecoder);
+    int const first = holder(kLargeDecoder);
+    int const second = holder(kDecoder);
     int const late = holder(kDecoder);
-    int const second = holder(kLargeDecoder);
     int const newcomer = open();
-    int const request = ask(newcomer, kDecoder);
+    Number const request = ask(newcomer, kLargeDecoder);
     EXPECT_EQ(next(request), "asks 1");
     pool().giveBack(idOf(late));
     EXPECT_EQ(next(ask(late, kDecoder)), "0") << "it holds since the reclaim began";
     int const anew = open();
-    int const inside = ask(anew, kDecoder, first);
-    EXPECT_EQ(next(inside), "asks 3") << "its own holder is passed over";
+    Number const inside = ask(anew, kDecoder, first);
+    EXPECT_EQ(next(inside), "asks 2") << "its own holder is passed over";
     EXPECT_EQ(next(ask(open(), kDecoder, second)), "-16") << "what it may take, too, is older";
     answer(second, false);
     EXPECT_EQ(next(inside), "-16");
     pool().giveBack(idOf(first));  // Inside the callback.
-    EXPECT_EQ(core(newcomer), 1);
     EXPECT_EQ(next(request), "waits for 1") << "the callback may yet do more";
+    EXPECT_EQ(core(newcomer), 3);
     pool().closeClient(idOf(second));
-    EXPECT_EQ(next(ask(anew, kLargeDecoder, first)), "0") << "what is free may be taken";
+    EXPECT_EQ(next(ask(anew, kDecoder, first)), "0") << "what is free may be taken";
     pool().closeClient(idOf(anew));
     holder(kDecoder);
     EXPECT_EQ(next(ask(open(), kDecoder, first)), "-16") << "all are granted since it began";
@@ -234,13 +280,57 @@ TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     EXPECT_EQ(next(request), "0");
 }
 
+TEST_F(ResourcePoolTest, ARequestHasOneBoundHoweverManyHoldersDoNotAnswer) {
+    start({kSmallCore, kSmallCore, kSmallCore});
+    holder(kDecoder);
+    int const slow = holder(kDecoder);
+    holder(kDecoder);
+    auto const begin = gNow;
+    Number const request = ask(open(), kDecoder);
+    EXPECT_EQ(next(request), "asks 1");
+    gNow = pool().nextDeadline();
+    EXPECT_EQ(next(request), "asks 2") << "the first has not answered for long";
+    EXPECT_EQ(gNow, begin + seconds(5));
+    gNow = pool().nextDeadline();
+    EXPECT_EQ(gNow, begin + seconds(10));
+    EXPECT_EQ(next(request), "-110");
+
+    Number const another = ask(open(), kDecoder);
+    EXPECT_EQ(next(another), "asks 3") << "the first is stuck, the second slow";
+    int const last = open();
+    Number const waiting = ask(last, kDecoder);
+    EXPECT_EQ(next(waiting), "waits for 3");
+    answer(slow, true);
+    EXPECT_EQ(next(another), "0") << "the oldest gets what is given up late";
+    gNow += seconds(5);
+    EXPECT_EQ(next(waiting), "asks 5");
+    pool().giveBack(idOf(3));
+    EXPECT_EQ(next(waiting), "0") << "it no longer has to wait for either";
+    answer(5, true);
+    EXPECT_EQ(core(holder(kDecoder)), 1);
+}
+
+TEST_F(ResourcePoolTest, WhoHasJustBeenGrantedACoreIsNotYetAskedForIt) {
+    start({kSmallCore, kLargeCore});
+    pool().setLeastHold(seconds(2));
+    holder(kDecoder);
+    Number const request = ask(open(), kDecoder);
+    EXPECT_EQ(next(request), "0") << "the large one is free";
+    Number const waiting = ask(open(), kDecoder);
+    EXPECT_EQ(next(waiting), "waits for 1");
+    EXPECT_EQ(pool().nextDeadline(), gNow + seconds(2));
+    gNow += seconds(2);
+    EXPECT_EQ(next(waiting), "asks 1");
+    pool().setLeastHold(seconds(60));
+    EXPECT_EQ(next(ask(open(), kLargeDecoder)), "-16") << "it could not wait that long";
+}
+
 TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
     start({kSmallCore, kEncoderCore});
     int const stuck = holder(kDecoder);
-    int const request = ask(open(), kDecoder);
+    Number const request = ask(open(), kDecoder);
     auto const deadline = gNow + seconds(10);
     EXPECT_EQ(next(request), "asks 1");
-    EXPECT_EQ(pool().nextDeadline(), deadline);
     gNow = deadline - seconds(1);
     EXPECT_EQ(next(request), "waits for 1");
     EXPECT_EQ(pool().stuckClients(), "");
@@ -251,7 +341,7 @@ TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
     EXPECT_EQ(pool().stuckClients(), "client 70001 of process 1 (test)");
     EXPECT_NE(pool().describe().find("STUCK, asked 10.0 s ago"), std::string::npos);
 
-    pool().setCores({kSmallCore, kLargeCore});
+    pool().setCores({{1, false, 641, 480}, kLargeCore});
     int const willing = holder(kDecoder);
     int const other = holder(kLargeDecoder, 1);
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks " + std::to_string(willing));
@@ -273,6 +363,9 @@ TEST_F(ResourcePoolTest, TheCoresOfAnEarlierPoolAreKeptAndNotAskedFor) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
     EXPECT_EQ(core(old), 1);
     EXPECT_EQ(next(ask(open(), kEncoder)), "-95");
+    pool().setCores({kSmallCore, kLargeCore});
+    EXPECT_EQ(pool().describe().find("old "), std::string::npos) << "both are in the new pool";
+    EXPECT_EQ(next(ask(open(), kDecoder, 0, true)), "-16");
 }
 
 TEST_F(ResourcePoolTest, NoIdIsGivenOutTwice) {
@@ -290,8 +383,50 @@ TEST_F(ResourcePoolTest, NoIdIsGivenOutTwice) {
     EXPECT_FALSE(pool().closeClient(90001));
     EXPECT_EQ(opened(90000), 90002) << "the other may still be asked";
     pool().finishReclaim(reclaim, false);
-    EXPECT_EQ(pool().clients().size(), 5U);
+    EXPECT_EQ(opened(INT32_MAX), 70004) << "they are used up, and start anew";
+    EXPECT_EQ(opened(INT32_MAX - 1), INT32_MAX);
+    EXPECT_EQ(pool().clients().size(), 7U);
     EXPECT_EQ(pool().clients().begin()->second.refusals, 0);
+}
+
+// Of the manager within the process.
+TEST(ResourceWaiters, SleepWhileThereIsNothingNew) {
+    kvo::host::setPool({kSmallCore});
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    auto const open = [&](TVHW_CRM_RECLAIM_CALLBACK reclaim) {
+        TVHW_CRM_HANDLE client = nullptr;
+        EXPECT_EQ(TVHW_CRM_ClientInit(&client, "test", reclaim, 0, &released), 0);
+        return client;
+    };
+    auto const wait = [](TVHW_CRM_RECLAIM_PARAM const*, void* until) {
+        static_cast<std::shared_future<void>*>(until)->wait();
+        return 1;
+    };
+    auto const give = [](TVHW_CRM_RECLAIM_PARAM const*, void*) { return 1; };
+    std::vector<TVHW_CRM_HANDLE> clients{open(wait), open(give), open(give)};
+    TVHW_CRM_ACQUIRE_PARAM const request{1, 640, 480, 0, 0, 0, {}};
+    EXPECT_EQ(TVHW_CRM_ClientAcquireResource(clients[0], &request), 0);
+    std::vector<std::future<int>> waiters;
+    for (std::size_t const waiter : {1U, 2U}) {
+        waiters.push_back(std::async(std::launch::async, [&, waiter] {
+            return TVHW_CRM_ClientAcquireResource(clients[waiter], &request);
+        }));
+    }
+    rusage before{};
+    rusage after{};
+    getrusage(RUSAGE_SELF, &before);
+    EXPECT_EQ(waiters[0].wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100);
+    release.set_value();
+    for (auto& waiter : waiters) {
+        EXPECT_EQ(waiter.get(), 0);
+    }
+    for (auto& client : clients) {
+        TVHW_CRM_ClientFree(&client);
+    }
+    kvo::host::reset();
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -37,8 +38,9 @@ public:
     int close(int client) override {
         std::lock_guard<std::mutex> const lock(mMutex);
         mCallbacks.erase(client);
-        mChanged.notify_all();
-        return mPool.closeClient(client) ? 0 : ResourcePool::kInvalid;
+        bool const wasOpen = mPool.closeClient(client);
+        advance();
+        return wasOpen ? 0 : ResourcePool::kInvalid;
     }
 
     bool isOpen(int client) override {
@@ -48,23 +50,20 @@ public:
 
     int acquire(int client, ResourcePool::Request const& request, bool tryOnly) override {
         std::unique_lock<std::mutex> lock(mMutex);
-        int const number = mPool.request(client, request, tryOnly, tReclaim);
-        for (;;) {
-            auto const step = mPool.advance(number);
-            mChanged.notify_all();  // It may have served others, too.
-            switch (step.kind) {
-                case ResourcePool::Step::Kind::kFinished:
-                    return step.code;
-                case ResourcePool::Step::Kind::kReclaim:
-                    std::thread([this, step, callback = mCallbacks.at(step.holder)] {
-                        runReclaim(step.reclaim, step.holder, callback);
-                    }).detach();
-                    break;
-                case ResourcePool::Step::Kind::kWait:
-                    mChanged.wait_until(lock, step.deadline);
-                    break;
+        auto const number = mPool.request(client, request, tryOnly, tReclaim);
+        Waiter waiter;
+        mWaiters[number] = &waiter;
+        advance();
+        while (!waiter.code) {
+            // The oldest watches the clock for all.
+            if (mWaiters.begin()->second != &waiter) {
+                waiter.changed.wait(lock);
+            } else if (waiter.changed.wait_until(lock, mPool.nextDeadline()) ==
+                       std::cv_status::timeout) {
+                advance();
             }
         }
+        return *waiter.code;
     }
 
     int describe(int client, TVHW_CRM_RESOURCE& resource) override {
@@ -92,7 +91,7 @@ public:
             return ResourcePool::kInvalid;
         }
         mPool.giveBack(client);
-        mChanged.notify_all();
+        advance();
         return 0;
     }
 
@@ -112,7 +111,7 @@ public:
     void setCores(std::vector<CodecCore> const& cores) {
         std::lock_guard<std::mutex> const lock(mMutex);
         mPool.setCores(cores);
-        mChanged.notify_all();
+        advance();
     }
 
     void force(ForcedGrant grant) {
@@ -143,6 +142,31 @@ private:
         void* cookie;
     };
 
+    /// A thread that waits for the answer to its request.
+    struct Waiter {
+        std::condition_variable changed;
+        std::optional<int> code;
+    };
+
+    /// Does what the pool wants done after a change, with the lock held: answers who waits, and
+    /// asks holders.
+    void advance() {
+        for (auto const& step : mPool.advance()) {
+            if (step.reclaim != 0) {
+                std::thread([this, step, callback = mCallbacks.at(step.holder)] {
+                    runReclaim(step.reclaim, step.holder, callback);
+                }).detach();
+                continue;
+            }
+            auto const waiter = mWaiters.extract(step.request).mapped();
+            waiter->code = step.code;
+            waiter->changed.notify_one();
+        }
+        if (!mWaiters.empty()) {
+            mWaiters.begin()->second->changed.notify_one();  // There may be a new deadline.
+        }
+    }
+
     /// Asks a client, on the calling thread and without the lock, and tells the pool its answer.
     /// The client may be closed by then.
     int runReclaim(int number, int client, Callback callback) {
@@ -151,15 +175,15 @@ private:
         tReclaim = outer;
         std::lock_guard<std::mutex> const lock(mMutex);
         mPool.finishReclaim(number, answer == 1);
-        mChanged.notify_all();
+        advance();
         return answer;
     }
 
     std::mutex mMutex;
-    std::condition_variable mChanged;
     ResourcePool mPool{settings().pool};
     ForcedGrant mForced;
     std::map<int, Callback> mCallbacks;  ///< By client.
+    std::map<ResourcePool::Number, Waiter*> mWaiters;
 };
 
 InProcessManager& manager() {

@@ -8,9 +8,15 @@
 
 namespace kvo::host {
 
+namespace {
+
+std::int64_t sizeOf(CodecCore const& core) { return std::int64_t{core.maxWidth} * core.maxHeight; }
+
+}  // namespace
+
 // --- The policy. What a holder gives up goes to the request that it was asked for. What is free
-// for another reason goes to the oldest request that it can serve and that has not just asked
-// somebody.
+// for another reason goes to the oldest request that it can serve. A request takes the smallest
+// free core, to keep the larger ones for who needs them.
 
 /// Which cores can serve a request.
 bool ResourcePool::fits(CodecCore const& core, Request const& request) {
@@ -18,31 +24,29 @@ bool ResourcePool::fits(CodecCore const& core, Request const& request) {
            request.width <= core.maxWidth && request.height <= core.maxHeight;
 }
 
-/// Which of two free cores is given away: the smaller, to keep the larger for who needs it.
-bool ResourcePool::fitsBetter(CodecCore const& left, CodecCore const& right) {
-    auto const size = [](CodecCore const& core) {
-        return std::int64_t{core.maxWidth} * core.maxHeight;
-    };
-    return size(left) < size(right);
-}
-
-/// Which of two holders is asked first: the one of lower priority, then who has held the longest.
-bool ResourcePool::isAskedBefore(Lease const& left, Lease const& right) const {
-    return std::pair(priorityOf(left.holder), left.since) <
-           std::pair(priorityOf(right.holder), right.since);
+/// Who is asked first: a holder of lower priority, then one with a smaller core, which it loses
+/// also to who needs only its port, since a holder can only be asked for all; then who has held the
+/// longest. Those come last who have not answered for long, or may not be asked yet.
+std::tuple<bool, int, std::int64_t, std::uint64_t> ResourcePool::order(Lease const& lease) const {
+    CodecCore const* const core = holding(lease.holder).core;
+    return {isSlow(lease), priorityOf(lease.holder), core == nullptr ? 0 : sizeOf(*core),
+            lease.since};
 }
 
 /// Whom a request may ask at all: not itself, nobody of higher priority, nobody who has refused or
-/// is overdue, nobody whose answer has to wait for this request. A request from inside a reclaim
-/// may only ask those who held before that reclaim began: else two players that start anew whenever
-/// they lose their core would take it from each other without end.
-bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending) const {
+/// is stuck or holds too shortly while it can wait, nobody of `dependents`, whose answers have to
+/// wait for this request. A request from inside a reclaim may only ask those who held before that
+/// reclaim began: else two players that start anew whenever they lose their core would take it from
+/// each other without end.
+bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending,
+                          std::set<int> const& dependents) const {
     if (lease.holder == 0 || lease.holder == pending.client || lease.since > pending.takeFrom ||
-        pending.refused.count(lease.holder) != 0) {
+        pending.refused.count(lease.holder) != 0 ||
+        lease.grantedAt + mLeastHold >= pending.since + kPatience) {
         return false;
     }
     return priorityOf(lease.holder) <= priorityOf(pending.client) && !isStuck(lease.holder) &&
-           !answerDependsOn(lease.holder, pending);
+           dependents.count(lease.holder) == 0;
 }
 
 // --- What carries it out.
@@ -56,17 +60,33 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
     for (Core& core : mCores) {
         core.retired = true;
     }
-    dropRetired();
+    mCores.sort([](Core const& left, Core const& right) {  // Those that are held stay first of all.
+        return left.holder != 0 && right.holder == 0;
+    });
     for (CodecCore const& core : cores) {
-        mCores.push_back({{}, core});
+        auto const same = std::find_if(mCores.begin(), mCores.end(), [&](Core const& old) {
+            return old.retired && old.core.type == core.type && old.core.encoder == core.encoder &&
+                   old.core.maxWidth == core.maxWidth && old.core.maxHeight == core.maxHeight;
+        });
+        if (same == mCores.end()) {
+            mCores.push_back({{}, core});
+        } else {
+            same->retired = false;
+            mCores.splice(mCores.end(), mCores, same);
+        }
+    }
+    dropRetired();
+    mIsFreed = true;
+    for (auto const& [number, pending] : mPending) {
+        mUndecided.insert(number);
     }
 }
 
 int ResourcePool::openClient(std::string name, Owner owner, int above) {
-    int client = std::max(mLastClient, above) + 1;
-    while (isOpen(client) || reclaimFrom(client) != nullptr) {
-        ++client;
-    }
+    int client = std::max(mLastClient, above);
+    do {
+        client = client == std::numeric_limits<int>::max() ? kIdsBegin + 1 : client + 1;
+    } while (isOpen(client) || reclaimFrom(client) != nullptr);
     if (above <= mLastClient) {
         mLastClient = client;  // One process's bound does not use up the ids of the others.
     }
@@ -76,6 +96,11 @@ int ResourcePool::openClient(std::string name, Owner owner, int above) {
 
 bool ResourcePool::closeClient(int client) {
     giveBack(client);
+    for (auto const& [number, pending] : mPending) {
+        if (pending.client == client) {
+            mUndecided.insert(number);
+        }
+    }
     return mClients.erase(client) != 0;
 }
 
@@ -99,68 +124,91 @@ void ResourcePool::giveBack(int client) {
     for (Lease& port : mPorts) {
         if (port.holder == client) {
             port = {};
+            mIsFreed = true;
         }
     }
     for (auto const& [number, reclaim] : mReclaims) {
         auto const asking = mPending.find(reclaim.request);
-        if (reclaim.holder == client && asking != mPending.end()) {
-            serve(asking->second);
+        if (reclaim.holder == client && asking != mPending.end() && serve(asking->second)) {
+            asking->second.grantedIn = number;
+            mUndecided.insert(asking->first);
         }
     }
+    wakeWaitersFor(client);
 }
 
-int ResourcePool::request(int client, Request const& request, bool tryOnly, int insideReclaim) {
+ResourcePool::Number ResourcePool::request(int client, Request const& request, bool tryOnly,
+                                           int insideReclaim) {
     auto const reclaim = mReclaims.find(insideReclaim);
     auto const takeFrom = reclaim == mReclaims.end() ? std::numeric_limits<std::uint64_t>::max()
                                                      : reclaim->second.takeFrom;
     mPending.emplace(
         ++mLastRequest,
-        Pending{client, request, tryOnly, insideReclaim, takeFrom, false, 0, {}, mNow()});
+        Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, {}});
+    mUndecided.insert(mLastRequest);
     return mLastRequest;
 }
 
-ResourcePool::Step ResourcePool::advance(int request) {
-    Pending& pending = mPending.at(request);
-    pending.waitsFor = 0;
+std::vector<ResourcePool::Step> ResourcePool::advance() {
+    std::vector<Step> steps;
+    lookAtClock();
     serveInOrder();
+    while (!mUndecided.empty()) {
+        Number const number = mUndecided.extract(mUndecided.begin()).value();
+        if (mPending.count(number) != 0) {
+            decide(number, steps);
+            serveInOrder();
+        }
+    }
+    return steps;
+}
 
-    // Also when the holder has given up but is still in its callback: what the newcomer does next
-    // must not surprise it there.
-    if (Reclaim const* const asked = reclaimFor(request)) {
-        pending.waitsFor = asked->holder;
-        return {Step::Kind::kWait, 0, 0, asked->holder, asked->deadline};
-    }
+/// Answers a request or finds whom it waits for.
+void ResourcePool::decide(Number number, std::vector<Step>& steps) {
+    Pending& pending = mPending.at(number);
+    waitFor(number, 0);
+    auto const finish = [&](int code) {
+        for (auto& [id, reclaim] : mReclaims) {
+            reclaim.request = reclaim.request == number ? 0 : reclaim.request;
+        }
+        mPending.erase(number);
+        steps.push_back({number, code, 0, 0});
+    };
     if (!isOpen(pending.client)) {
-        return finish(request, kInvalid);
+        return finish(kInvalid);
     }
-    if (pending.granted) {
-        return finish(request, 0);
+    bool const isOver = pending.since + kPatience <= mNow();
+    if (pending.granted || serve(pending)) {
+        // Its holder may have given up but still be in its callback: what the newcomer does next
+        // must not surprise it there.
+        auto const source = mReclaims.find(pending.grantedIn);
+        return source == mReclaims.end() || isOver ? finish(0)
+                                                   : waitFor(number, source->second.holder);
     }
     if (!isServable(pending.request)) {
-        return finish(request, kUnsupported);
+        return finish(kUnsupported);
     }
     if (pending.tryOnly) {
-        return finish(request, kBusy);
+        return finish(kBusy);
     }
-
     Lease const* first = nullptr;
-    bool someoneIsStuck = false;
+    bool isSomeoneStuck = isOver;
+    auto const dependents = dependentsOn(pending);
     for (Lease const* const lease : leases(pending.request)) {
-        if (mayAsk(*lease, pending)) {
-            first = first == nullptr || isAskedBefore(*lease, *first) ? lease : first;
-        } else {
-            someoneIsStuck = someoneIsStuck || isStuck(lease->holder);
+        if (isOver || !mayAsk(*lease, pending, dependents)) {
+            isSomeoneStuck = isSomeoneStuck || isStuck(lease->holder);
+        } else if (first == nullptr || order(*lease) < order(*first)) {
+            first = lease;
         }
     }
     if (first == nullptr) {
-        return finish(request, someoneIsStuck ? kStuck : kBusy);
+        return finish(isSomeoneStuck ? kStuck : kBusy);
     }
-    pending.waitsFor = first->holder;
-    if (Reclaim const* const running = reclaimFrom(first->holder)) {
-        return {Step::Kind::kWait, 0, 0, running->holder, running->deadline};
+    waitFor(number, first->holder);
+    if (reclaimFrom(first->holder) == nullptr && !isSlow(*first)) {
+        int const reclaim = newReclaim(first->holder, number, std::min(mOrder, pending.takeFrom));
+        steps.push_back({number, 0, reclaim, first->holder});
     }
-    int const reclaim = newReclaim(first->holder, request, std::min(mOrder, pending.takeFrom));
-    return {Step::Kind::kReclaim, 0, reclaim, first->holder, mReclaims.at(reclaim).deadline};
 }
 
 int ResourcePool::startReclaim(int client) { return newReclaim(client, 0, mOrder); }
@@ -170,7 +218,7 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
     if (ended == mReclaims.end()) {
         return;
     }
-    int const holder = ended->second.holder;
+    auto const [holder, request] = std::pair(ended->second.holder, ended->second.request);
     if (gaveUp) {
         giveBack(holder);  // While the reclaim still tells for whom.
     }
@@ -178,11 +226,17 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
     if (!gaveUp && isOpen(holder)) {
         ++mClients.at(holder).refusals;
     }
-    for (auto& [number, pending] : mPending) {
-        if (pending.waitsFor == holder && reclaimFrom(holder) == nullptr) {
-            pending.waitsFor = 0;
+    std::set<Number> waiters{request};
+    auto const others = mWaiters.find(holder);
+    if (others != mWaiters.end() && reclaimFrom(holder) == nullptr) {
+        waiters.insert(others->second.begin(), others->second.end());
+    }
+    for (Number const number : waiters) {
+        auto const pending = mPending.find(number);
+        if (pending != mPending.end()) {
+            mUndecided.insert(number);
             if (!gaveUp) {
-                pending.refused.insert(holder);
+                pending->second.refused.insert(holder);
             }
         }
     }
@@ -213,19 +267,29 @@ std::vector<ResourcePool::Lease const*> ResourcePool::leases(Request const& requ
 
 /// Gives what is free to the requests that wait for anything, the oldest first.
 void ResourcePool::serveInOrder() {
-    for (auto& [number, pending] : mPending) {
-        if (reclaimFor(number) == nullptr) {
-            serve(pending);
+    auto const isFree = [](Lease const& lease) { return lease.holder == 0; };
+    while (std::exchange(mIsFreed, false)) {
+        for (auto& [number, pending] : mPending) {
+            if (std::none_of(mCores.begin(), mCores.end(), isFree) &&
+                std::none_of(mPorts.begin(), mPorts.end(), isFree)) {
+                break;
+            }
+            if (serve(pending)) {
+                mUndecided.insert(number);
+            }
         }
     }
 }
 
-/// Gives a request something that is free, if there is anything.
-void ResourcePool::serve(Pending& pending) {
-    if (!pending.granted && isOpen(pending.client)) {
-        pending.granted = pending.request.display ? grantFreePort(pending.client)
-                                                  : grantFreeCore(pending.client, pending.request);
+/// Gives a request something that is free; returns false when there is nothing or it has it
+/// already.
+bool ResourcePool::serve(Pending& pending) {
+    if (pending.granted || !isOpen(pending.client)) {
+        return false;
     }
+    pending.granted = pending.request.display ? grantFreePort(pending.client)
+                                              : grantFreeCore(pending.client, pending.request);
+    return pending.granted;
 }
 
 bool ResourcePool::grantFreePort(int client) {
@@ -246,7 +310,7 @@ bool ResourcePool::grantFreeCore(int client, Request const& request) {
     for (Core& core : mCores) {
         bool const isFree = core.holder == 0 || core.holder == client;
         if (isFree && !core.retired && fits(core.core, request) &&
-            (best == nullptr || fitsBetter(core.core, best->core))) {
+            (best == nullptr || sizeOf(core.core) < sizeOf(best->core))) {
             best = &core;
         }
     }
@@ -266,9 +330,33 @@ void ResourcePool::giveBackCore(int client) {
     for (Core& core : mCores) {
         if (core.holder == client) {
             static_cast<Lease&>(core) = {};
+            mIsFreed = true;
         }
     }
     dropRetired();
+}
+
+/// Lets a request wait for a client's answer, or, when that is 0, for nobody's any longer.
+void ResourcePool::waitFor(Number number, int holder) {
+    int& current = mPending.at(number).waitsFor;
+    auto const waiters = mWaiters.find(current);
+    if (waiters != mWaiters.end()) {
+        waiters->second.erase(number);
+        if (waiters->second.empty()) {
+            mWaiters.erase(waiters);
+        }
+    }
+    current = holder;
+    if (holder != 0) {
+        mWaiters[holder].insert(number);
+    }
+}
+
+void ResourcePool::wakeWaitersFor(int holder) {
+    auto const waiters = mWaiters.find(holder);
+    if (waiters != mWaiters.end()) {
+        mUndecided.insert(waiters->second.begin(), waiters->second.end());
+    }
 }
 
 void ResourcePool::dropRetired() {
@@ -283,36 +371,40 @@ ResourcePool::Reclaim const* ResourcePool::reclaimFrom(int client) const {
     return found == mReclaims.end() ? nullptr : &found->second;
 }
 
-/// Returns the reclaim whose answer a request has a right to wait for, null when there is none.
-ResourcePool::Reclaim const* ResourcePool::reclaimFor(int request) const {
-    auto const found = std::find_if(mReclaims.begin(), mReclaims.end(), [&](auto const& entry) {
-        return entry.second.request == request && entry.second.deadline > mNow();
-    });
-    return found == mReclaims.end() ? nullptr : &found->second;
-}
-
 /// Says whether a client should have answered a reclaim by now.
 bool ResourcePool::isStuck(int client) const {
     Reclaim const* const running = reclaimFrom(client);
-    return running != nullptr && running->deadline <= mNow();
+    return running != nullptr && running->since + kPatience <= mNow();
 }
 
-/// Says whether a holder can, as far as is known, not answer a reclaim before `pending` has ended:
-/// because that request, or one that waits for it, is the holder's own or comes from inside the
-/// holder's callback. Nobody starts to wait in such a ring, so that there is none to follow.
-bool ResourcePool::answerDependsOn(int holder, Pending const& pending) const {
-    return std::any_of(mPending.begin(), mPending.end(), [&](auto const& entry) {
-        Pending const& other = entry.second;
-        return belongsTo(other, holder) &&
-               (&other == &pending ||
-                (other.waitsFor != 0 && answerDependsOn(other.waitsFor, pending)));
-    });
+/// Says whether a holder has not answered for long, or may not be asked yet.
+bool ResourcePool::isSlow(Lease const& lease) const {
+    Reclaim const* const running = reclaimFrom(lease.holder);
+    return running == nullptr ? lease.grantedAt + mLeastHold > mNow()
+                              : running->since + kPatienceWithOne <= mNow();
 }
 
-bool ResourcePool::belongsTo(Pending const& pending, int client) const {
-    auto const reclaim = mReclaims.find(pending.insideReclaim);
-    return pending.client == client ||
-           (reclaim != mReclaims.end() && reclaim->second.holder == client);
+/// Returns the clients that can, as far as is known, not answer a reclaim before `pending` has
+/// ended: because that request, or one that waits for such a client, is their own or comes from
+/// inside their callback. Nobody starts to wait in such a ring, so that there is none to follow.
+std::set<int> ResourcePool::dependentsOn(Pending const& pending) const {
+    std::set<int> dependents;
+    std::vector<Pending const*> ends{&pending};
+    while (!ends.empty()) {
+        Pending const& end = *ends.back();
+        ends.pop_back();
+        auto const reclaim = mReclaims.find(end.insideReclaim);
+        int const outer = reclaim == mReclaims.end() ? end.client : reclaim->second.holder;
+        for (int const client : {end.client, outer}) {
+            auto const waiters = mWaiters.find(client);
+            if (dependents.insert(client).second && waiters != mWaiters.end()) {
+                for (Number const number : waiters->second) {
+                    ends.push_back(&mPending.at(number));
+                }
+            }
+        }
+    }
+    return dependents;
 }
 
 int ResourcePool::priorityOf(int client) const {
@@ -320,21 +412,52 @@ int ResourcePool::priorityOf(int client) const {
     return found == mClients.end() ? 0 : found->second.owner.priority;
 }
 
-ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
-    auto next = Clock::time_point::max();
+/// Calls `use` with each time at which a holder's answer is late, or it may be asked, and the
+/// holder.
+template <typename Use>
+void ResourcePool::forDeadlines(Use const& use) const {
     for (auto const& [number, reclaim] : mReclaims) {
-        next = reclaim.deadline > mNow() ? std::min(next, reclaim.deadline) : next;
+        use(reclaim.since + kPatienceWithOne, reclaim.holder);
+        use(reclaim.since + kPatience, reclaim.holder);
     }
+    for (Core const& core : mCores) {
+        use(core.grantedAt + mLeastHold, core.holder);
+    }
+    for (Lease const& port : mPorts) {
+        use(port.grantedAt + mLeastHold, port.holder);
+    }
+}
+
+void ResourcePool::lookAtClock() {
+    auto const now = mNow();
+    forDeadlines([&](Clock::time_point time, int holder) {
+        if (time > mLookedAt && time <= now) {
+            wakeWaitersFor(holder);
+        }
+    });
+    for (auto const& [number, pending] : mPending) {
+        if (pending.since + kPatience > now) {
+            break;  // As are all that are newer.
+        }
+        mUndecided.insert(number);
+    }
+    mLookedAt = now;
+}
+
+ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
+    auto next =
+        mPending.empty() ? Clock::time_point::max() : mPending.begin()->second.since + kPatience;
+    forDeadlines([&](Clock::time_point time, int) {
+        next = time > mLookedAt ? std::min(next, time) : next;
+    });
     return next;
 }
 
-ResourcePool::Step ResourcePool::finish(int number, int code) {
-    mPending.erase(number);
-    return {Step::Kind::kFinished, code, 0, 0, {}};
-}
-
-int ResourcePool::newReclaim(int holder, int request, std::uint64_t takeFrom) {
-    mReclaims.emplace(++mLastReclaim, Reclaim{holder, request, takeFrom, mNow() + kReclaimLimit});
+int ResourcePool::newReclaim(int holder, Number request, std::uint64_t takeFrom) {
+    do {
+        mLastReclaim = mLastReclaim == std::numeric_limits<int>::max() ? 1 : mLastReclaim + 1;
+    } while (mReclaims.count(mLastReclaim) != 0);
+    mReclaims.emplace(mLastReclaim, Reclaim{holder, request, takeFrom, mNow()});
     return mLastReclaim;
 }
 
@@ -433,7 +556,7 @@ std::string ResourcePool::describeReclaim(int client) const {
     std::string text;
     if (Reclaim const* const running = reclaimFrom(client)) {
         text = std::string(isStuck(client) ? "STUCK, asked " : "asked ") +
-               inSeconds(mNow() - (running->deadline - kReclaimLimit)) + " ago";
+               inSeconds(mNow() - running->since) + " ago";
     }
     int const refusals = mClients.at(client).refusals;
     if (refusals > 0) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/HostPlatform.h"
@@ -16,9 +17,8 @@ namespace kvo::host {
 
 /// The resource manager's state and decisions: who holds which codec core and display port, who
 /// gets one next, and who is asked to give one up. It knows no threads, transport or C interface:
-/// whoever drives it calls it from one thread at a time, runs the reclaims that it asks for, and
-/// looks again, with advance(), at the requests that wait whenever something has changed. How it
-/// decides is at the top of ResourcePool.cpp.
+/// whoever drives it calls it from one thread at a time, and calls advance() after every other
+/// operation and at nextDeadline(). How it decides is at the top of ResourcePool.cpp.
 class ResourcePool {
 public:
     using Clock = std::chrono::steady_clock;
@@ -28,12 +28,15 @@ public:
     static constexpr int kUnsupported =
         -EOPNOTSUPP;                      ///< No core of the pool could ever serve the request.
     static constexpr int kBusy = -EBUSY;  ///< Nothing is free, or its holders keep it.
-    static constexpr int kStuck = -ETIMEDOUT;  ///< A holder has not answered in kReclaimLimit.
+    static constexpr int kStuck = -ETIMEDOUT;  ///< A holder has not answered in time.
     static constexpr int kNothingHeld = -ENODATA;
     static constexpr int kNoService = -ECONNREFUSED;  ///< Of the client library: no service to ask.
 
-    /// How long a reclaim may take. Its holder then keeps what it has.
-    static constexpr std::chrono::seconds kReclaimLimit{10};
+    /// How long a request may take, and how long a holder may be asked before it counts as stuck.
+    static constexpr std::chrono::seconds kPatience{10};
+
+    /// How long a request waits for one holder before it asks another as well.
+    static constexpr std::chrono::seconds kPatienceWithOne{5};
 
     /// The number of display ports, which count from 1.
     static constexpr int kPorts = 2;
@@ -47,18 +50,15 @@ public:
         int height = 0;     ///< Pixels.
     };
 
-    /// What its driver has to do for a request.
+    /// Numbers of requests, oldest first.
+    using Number = std::int64_t;
+
+    /// What its driver has to do.
     struct Step {
-        enum class Kind {
-            kFinished,  ///< Answer the request with `code`. Its number is forgotten.
-            kReclaim,   ///< Ask client `holder`; tell finishReclaim(`reclaim`) what it says.
-            kWait,      ///< Come back when something has changed, at `deadline` at the latest.
-        };
-        Kind kind = Kind::kFinished;
-        int code = 0;
-        int reclaim = 0;
-        int holder = 0;
-        Clock::time_point deadline;
+        Number request = 0;
+        int code = 0;     ///< Of the request's answer, with which it is forgotten, unless:
+        int reclaim = 0;  ///< 0, or the reclaim in which `holder` is to be asked for the request;
+        int holder = 0;   ///< finishReclaim() is told its answer.
     };
 
     /// What a client holds.
@@ -85,14 +85,20 @@ public:
     explicit ResourcePool(std::vector<CodecCore> const& cores,
                           Clock::time_point (*now)() = &Clock::now);
 
-    /// Replaces the cores. Who holds one of the old ones keeps it, and is not asked for it.
+    /// Replaces the cores. Those that are in both pools stay; who holds one of the others keeps it,
+    /// and is not asked for it.
     void setCores(std::vector<CodecCore> const& cores);
 
+    /// Sets how long a client holds a core or port before it may be asked for it; at first no time.
+    void setLeastHold(Clock::duration time) { mLeastHold = time; }
+
     /// Opens a client and returns its unique id, which is above `above` and, unless that is beyond
-    /// all that were given out, above every earlier one.
+    /// all that were given out, above every earlier one, until the numbers are used up and start
+    /// anew.
     int openClient(std::string name, Owner owner, int above = 0);
 
-    /// Closes a client, which gives back all it holds; false when there is none of this id.
+    /// Closes a client, which gives back all it holds and ends its requests; false when there is
+    /// none of this id.
     bool closeClient(int client);
 
     /// Says whether a client is open.
@@ -107,12 +113,12 @@ public:
     /// Gives back all that a client holds.
     void giveBack(int client);
 
-    /// Notes a request and returns its number, for advance(). One that comes from inside a
-    /// reclaim's callback names that reclaim, any other 0. `tryOnly`: nobody is asked for it.
-    int request(int client, Request const& request, bool tryOnly, int insideReclaim);
+    /// Notes a request and returns its number. One that comes from inside a reclaim's callback
+    /// names that reclaim, any other 0. `tryOnly`: nobody is asked for it.
+    Number request(int client, Request const& request, bool tryOnly, int insideReclaim);
 
-    /// Returns what is to be done next for a request. To be called until it is finished.
-    Step advance(int request);
+    /// Returns what is to be done now, in this order.
+    std::vector<Step> advance();
 
     /// Starts a reclaim from an open client that no request asked for, and returns its number.
     int startReclaim(int client);
@@ -120,9 +126,12 @@ public:
     /// Ends a reclaim; when the client gave up, takes what it holds. Never too late.
     void finishReclaim(int reclaim, bool gaveUp);
 
-    /// Returns the next time at which a reclaim is overdue that is not yet; the far future for
-    /// none.
+    /// Returns the next time at which there may be something to do, though nothing has happened;
+    /// the far future for none.
     [[nodiscard]] Clock::time_point nextDeadline() const;
+
+    /// Returns the client whose answer a waiting request waits for; 0 for none.
+    [[nodiscard]] int waitsFor(Number request) const { return mPending.at(request).waitsFor; }
 
     /// Names the clients that have not answered a reclaim in time.
     [[nodiscard]] std::string stuckClients() const;
@@ -131,6 +140,8 @@ public:
     [[nodiscard]] std::string describe() const;
 
 private:
+    static constexpr int kIdsBegin = 70000;
+
     /// A resource and who holds it: client 0 is nobody.
     struct Lease {
         int holder = 0;
@@ -143,9 +154,9 @@ private:
     };
     struct Reclaim {
         int holder;
-        int request;             ///< That it serves; 0 for none.
+        Number request;          ///< That gets what is given up; 0 for the oldest that it fits.
         std::uint64_t takeFrom;  ///< Bound for the requests made inside it.
-        Clock::time_point deadline;
+        Clock::time_point since;
     };
     struct Pending {
         int client;
@@ -153,44 +164,55 @@ private:
         bool tryOnly;
         int insideReclaim;
         std::uint64_t takeFrom;  ///< Only what is held since before this may be asked for.
-        bool granted;
-        int waitsFor;           ///< The client whose answer it waits for; 0 for none.
-        std::set<int> refused;  ///< Clients that keep what they hold.
         Clock::time_point since;
+        bool granted;
+        int grantedIn;  ///< The reclaim that it is granted from, if its callback still runs.
+        int waitsFor;   ///< The client whose answer it waits for; 0 for none.
+        std::set<int> refused;  ///< Clients that keep what they hold.
     };
 
     [[nodiscard]] static bool fits(CodecCore const& core, Request const& request);
-    [[nodiscard]] static bool fitsBetter(CodecCore const& left, CodecCore const& right);
-    [[nodiscard]] bool isAskedBefore(Lease const& left, Lease const& right) const;
-    [[nodiscard]] bool mayAsk(Lease const& lease, Pending const& pending) const;
+    [[nodiscard]] std::tuple<bool, int, std::int64_t, std::uint64_t> order(
+        Lease const& lease) const;
+    [[nodiscard]] bool mayAsk(Lease const& lease, Pending const& pending,
+                              std::set<int> const& dependents) const;
 
     [[nodiscard]] bool isServable(Request const& request) const;
     [[nodiscard]] std::vector<Lease const*> leases(Request const& request) const;
+    template <typename Use>
+    void forDeadlines(Use const& use) const;
+    void lookAtClock();
+    void decide(Number number, std::vector<Step>& steps);
     void serveInOrder();
-    void serve(Pending& pending);
+    bool serve(Pending& pending);
     bool grantFreePort(int client);
     bool grantFreeCore(int client, Request const& request);
     void grant(Lease& lease, int client);
     void giveBackCore(int client);
     void dropRetired();
+    void waitFor(Number number, int holder);
+    void wakeWaitersFor(int holder);
     [[nodiscard]] Reclaim const* reclaimFrom(int client) const;
-    [[nodiscard]] Reclaim const* reclaimFor(int request) const;
     [[nodiscard]] bool isStuck(int client) const;
-    [[nodiscard]] bool answerDependsOn(int holder, Pending const& pending) const;
-    [[nodiscard]] bool belongsTo(Pending const& pending, int client) const;
-    Step finish(int number, int code);
+    [[nodiscard]] bool isSlow(Lease const& lease) const;
+    [[nodiscard]] std::set<int> dependentsOn(Pending const& pending) const;
     [[nodiscard]] int priorityOf(int client) const;
     [[nodiscard]] std::string describeReclaim(int client) const;
-    int newReclaim(int holder, int request, std::uint64_t takeFrom);
+    int newReclaim(int holder, Number request, std::uint64_t takeFrom);
 
     Clock::time_point (*mNow)();
     std::list<Core> mCores;  ///< Their addresses stay.
     std::array<Lease, kPorts> mPorts;
-    std::map<int, Client> mClients;   ///< By unique id.
-    std::map<int, Pending> mPending;  ///< By number: oldest first.
+    bool mIsFreed = false;  ///< Since serveInOrder() has looked.
+    Clock::duration mLeastHold{0};
+    std::map<int, Client> mClients;  ///< By unique id.
+    std::map<Number, Pending> mPending;
+    std::set<Number> mUndecided;               ///< Those of them to be looked at.
+    std::map<int, std::set<Number>> mWaiters;  ///< Those that wait for a holder, by holder.
     std::map<int, Reclaim> mReclaims;
-    int mLastClient = 70000;
-    int mLastRequest = 0;
+    Clock::time_point mLookedAt;  ///< At the clock.
+    int mLastClient = kIdsBegin;
+    Number mLastRequest = 0;
     int mLastReclaim = 0;
     std::uint64_t mOrder = 0;
 };

@@ -26,12 +26,10 @@ void Service::run(int end) {
     for (;;) {
         while (mConnection->processPendingRequest()) {
         }
-        auto const due = mPool.nextDeadline();  // May pass before the next look at the clock.
-        while (advanceRequests()) {
-        }
+        advance();
         auto const bus = mConnection->getEventLoopPollData();
         int timeout = bus.getPollTimeout();
-        auto const next = std::min(due, mPool.nextDeadline());
+        auto const next = mPool.nextDeadline();
         if (next != ResourcePool::Clock::time_point::max()) {
             auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 next - ResourcePool::Clock::now());
@@ -213,17 +211,11 @@ void Service::askHolder(int reclaim, int holder) {
         });
 }
 
-/// Answers the requests that are decided and asks whom the others need. Returns whether any was
-/// answered, since that may decide others.
-bool Service::advanceRequests() {
-    bool answered = false;
-    for (auto reply = mReplies.begin(); reply != mReplies.end();) {
-        auto const step = mPool.advance(reply->first);
-        if (step.kind == ResourcePool::Step::Kind::kReclaim) {
+/// Does what the pool wants done.
+void Service::advance() {
+    for (auto const& step : mPool.advance()) {
+        if (step.reclaim != 0) {
             askHolder(step.reclaim, step.holder);
-        }
-        if (step.kind != ResourcePool::Step::Kind::kFinished) {
-            ++reply;
             continue;
         }
         if (step.code == ResourcePool::kStuck) {
@@ -231,11 +223,8 @@ bool Service::advanceRequests() {
                       << mPool.stuckClients()
                       << ", which keeps what it holds; a request is refused\n";
         }
-        reply->second.returnResults(step.code);
-        reply = mReplies.erase(reply);
-        answered = true;
+        mReplies.extract(step.request).mapped().returnResults(step.code);
     }
-    return answered;
 }
 
 }  // namespace kvo::service

@@ -48,16 +48,16 @@ private:
     Process& process(std::string const& name);
     void forget(std::string const& name);
     void askHolder(int reclaim, int holder);
-    bool advanceRequests();
+    void advance();
 
     std::unique_ptr<sdbus::IConnection> mConnection;
     std::unique_ptr<sdbus::IObject> mObject;
     std::unique_ptr<sdbus::IProxy> mBusDaemon;
     host::ResourcePool mPool;
-    std::map<std::string, Process> mProcesses;  ///< By unique name.
-    std::map<int, std::string> mOwners;         ///< Unique names by client.
-    std::map<int, std::string> mReclaims;       ///< Unique names by reclaim in flight.
-    std::map<int, Reply> mReplies;              ///< By waiting request.
+    std::map<std::string, Process> mProcesses;             ///< By unique name.
+    std::map<int, std::string> mOwners;                    ///< Unique names by client.
+    std::map<int, std::string> mReclaims;                  ///< Unique names by reclaim in flight.
+    std::map<host::ResourcePool::Number, Reply> mReplies;  ///< By waiting request.
 };
 
 }  // namespace kvo::service
