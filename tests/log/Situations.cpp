@@ -1,10 +1,12 @@
-// Makes one thing go wrong on the host platform, as a program in the field would, for its log.
+// Makes one thing go wrong on the host platform, as a program in the field would, for its log; or,
+// given a number, plays at random without any fault.
 
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -47,6 +49,16 @@ void play(Decoder& decoder, char const* failing, std::uint64_t nth = 1) {
     decoder.wrapper.release();
 }
 
+void pass(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/// Lets time pass, and the log show that the process went on.
+void goOn(int milliseconds) {
+    pass(milliseconds);
+    VideoScalerClientTvhwImpl const scaler(1);
+}
+
 /// Keeps two threads inside the codec's operation of this name and asks for the only core.
 void takeFromBusyCodec(char const* operation) {
     kvo::host::setPool({{}});
@@ -56,7 +68,7 @@ void takeFromBusyCodec(char const* operation) {
     first.codec->onCall = [&](std::string const& called) {
         while (called == operation) {
             ++inside;
-            std::this_thread::sleep_for(std::chrono::hours(1));
+            pass(3600000);
         }
     };
     std::thread([&first] { first.wrapper.flush(); }).detach();
@@ -65,8 +77,7 @@ void takeFromBusyCodec(char const* operation) {
         std::this_thread::yield();
     }
     std::thread([] { play(*new Decoder); }).detach();
-    std::this_thread::sleep_for(std::chrono::milliseconds(3700));
-    VideoScalerClientTvhwImpl const scaler(0);  // Shows in the log how much later it is.
+    goOn(3700);
 }
 
 struct Holder : ResourceClient::Reclaimable {
@@ -85,6 +96,96 @@ void show(Configuration const& config) {
     ImageSinkTvhwImpl sink;
     if (!sink.configure(config).status().isError()) {
         sink.displayPicture({});
+    }
+}
+
+/// Has the only decoder core taken from a player that is destroyed at once.
+void takeFromQuickOwner() {
+    Decoder second;
+    {
+        Decoder first;
+        play(first);
+        play(second);
+    }
+    second.wrapper.release();
+}
+
+/// Makes a live encoder refuse a reclaim.
+void keepByLiveEncoder(std::vector<kvo::host::CodecCore> const& cores) {
+    kvo::host::setPool(cores);
+    Configuration live = kStream;
+    live.setInt32(key::kUseDmaBuffer, 1);
+    Encoder first;
+    first.wrapper.configure(live);
+    Encoder second;
+    Encoder third;
+    if (cores.size() > 1) {
+        second.wrapper.configure(kStream);
+    }
+    third.wrapper.configure(kStream);
+}
+
+/// Plays as a player of the field would: looks at every status, and goes when it lost its core.
+void playFaultlessly(std::minstd_rand random) {
+    static std::mutex configuring;  // One at a time: nobody loses what he has not seen yet.
+    auto const below = [&random](unsigned bound) { return static_cast<int>(random() % bound); };
+    Configuration stream = kStream;
+    stream.setInt32(key::kCallingPid, below(2) * (40 + below(3)));
+    int const kind = below(5);
+    std::unique_lock<std::mutex> lock(configuring);
+    if (kind == 4) {
+        Encoder encoder;
+        bool ok = !encoder.wrapper.configure(stream).status().isError();
+        lock.unlock();
+        while (ok && below(9) != 0) {
+            ok = !encoder.wrapper.writeInputFrame(0, nullptr, 0).status().isError();
+            pass(below(2));
+        }
+        encoder.wrapper.release();
+        return;
+    }
+    Decoder decoder;
+    Return<void> const configured =
+        kind == 0   ? decoder.wrapper.configureTunnelMode(CodecType::AVC, stream)
+        : kind == 1 ? decoder.wrapper.configurePixelMode(CodecType::AVC, stream)
+                    : decoder.wrapper.configureReferenceMode(CodecType::AVC, stream);
+    lock.unlock();
+    bool ok = !configured.status().isError();
+    while (ok && below(9) != 0) {
+        ok = !decoder.wrapper.writeInputData(nullptr, 0, 0).status().isError() &&
+             !decoder.wrapper.dequeueOutputBuffer().status().isError();
+        pass(below(3));
+    }
+    if (below(2) != 0) {
+        decoder.wrapper.release();
+    }
+}
+
+void playAtRandom(unsigned seed) {
+    std::vector<std::thread> players;
+    for (unsigned player = 0; player < 4; ++player) {
+        players.emplace_back([random = std::minstd_rand(seed * 100 + player + 1)]() mutable {
+            for (int session = 0; session < 3; ++session) {
+                playFaultlessly(random);
+                random.discard(97);
+            }
+        });
+    }
+    std::minstd_rand random(seed);
+    VideoScalerClientTvhwImpl scaler(0);
+    for (int change = 0; change < 3; ++change) {
+        int const adaptive = static_cast<int>(random() % 2);
+        scaler.connect(layer(adaptive));
+        if (random() % 2 != 0) {
+            scaler.connect(layer(adaptive));
+        }
+        scaler.updateRegion(layer(adaptive));
+        if (random() % 3 != 0) {
+            scaler.disconnect();
+        }
+    }
+    for (auto& player : players) {
+        player.join();
     }
 }
 
@@ -107,12 +208,12 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
     {"live-encoder",
      [] {
-         kvo::host::setPool({{1, true}});
-         Configuration live = kStream;
-         live.setInt32(key::kUseDmaBuffer, 1);
-         Encoder first;
-         first.wrapper.configure(live);
-         Encoder().wrapper.configure(kStream);
+         keepByLiveEncoder({{1, true}});
+     }},
+    {"live-encoder-and-another-core",
+     [] {
+         keepByLiveEncoder({{1, true}, {1, true}});
+         Decoder().wrapper.configureReferenceMode(CodecType::AVC, kStream);
      }},
     {"codec-stuck", [] { takeFromBusyCodec("flush"); }},
     {"reclaim-hangs", [] { takeFromBusyCodec("release"); }},
@@ -122,6 +223,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          play(*new Decoder);
          Decoder second;
          play(second);
+         goOn(1100);
      }},
     {"never-freed",
      [] {
@@ -129,6 +231,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          auto const& client = *new auto(initializeResource(owner));
          client->acquireResource("video/avc", 1280, 720, 30, false, false, false);
          client->releaseResource();
+         goOn(1100);
      }},
     {"id-unreadable",
      [] {
@@ -150,7 +253,12 @@ std::map<std::string, std::function<void()>> const kSituations{
          failCall("TVHW_VSC_Connect", -5);
          VideoScalerClientTvhwImpl(0).connect(layer(0));
      }},
-    {"never-placed", [] { VideoScalerClientTvhwImpl(0).connect(layer(0)); }},
+    {"never-placed",
+     [] {
+         VideoScalerClientTvhwImpl scaler(0);
+         scaler.connect(layer(0));
+         goOn(2100);
+     }},
     {"region-before-adaptive",
      [] {
          VideoScalerClientTvhwImpl scaler(0);
@@ -164,6 +272,62 @@ std::map<std::string, std::function<void()>> const kSituations{
          Decoder decoder;
          play(decoder, "TVHW_CRM_ClientFree");
      }},
+    {"no-such-core",
+     [] {
+         kvo::host::setPool({{}});
+         takeFromQuickOwner();
+         Decoder large;
+         Configuration stream = kStream;
+         stream.setInt32(key::kWidth, 9999);
+         large.wrapper.configureReferenceMode(CodecType::AVC, stream);
+         Encoder().wrapper.configure(kStream);
+     }},
+    {"codec-refused",
+     [] {
+         Decoder decoder;
+         decoder.codec->answer = Status(-7);
+         decoder.wrapper.configureReferenceMode(CodecType::AVC, kStream);
+     }},
+    {"release-slow",
+     [] {
+         kvo::host::setPool({{}});
+         Decoder second;
+         Decoder first;
+         play(first);
+         first.codec->onCall = [&](std::string const& called) {
+             pass(called == "release" ? 1600 : 0);
+         };
+         play(second);
+         first.codec->onCall = nullptr;
+     }},
+    {"not-configured",
+     [] {
+         Decoder decoder;
+         decoder.wrapper.writeInputData(nullptr, 0, 0);
+         play(decoder);
+         decoder.wrapper.release();
+         decoder.wrapper.writeInputData(nullptr, 0, 0);
+     }},
+    {"no-size",
+     [] {
+         Encoder().wrapper.configure(configuration({{key::kOutFormat, 1}}));
+     }},
+    {"port-of-nobody",
+     [] {
+         VideoScalerClientTvhwImpl scaler(0);
+         IVideoScalerClient::LayerInfo info = layer(0);
+         info.port = static_cast<decltype(info.port)>(-1);
+         scaler.connect(info);
+         scaler.updateRegion(layer(0));
+     }},
+    {"empty-window",
+     [] {
+         VideoScalerClientTvhwImpl scaler(0);
+         IVideoScalerClient::LayerInfo info = layer(0);
+         info.outputRegion.right = info.outputRegion.bottom = 0;
+         scaler.connect(layer(0));
+         scaler.updateRegion(info);
+     }},
     {"nothing-wrong",
      [] {
          Decoder decoder;
@@ -175,9 +339,14 @@ std::map<std::string, std::function<void()>> const kSituations{
 }  // namespace
 
 int main(int argc, char** argv) {
+    unsigned const seed = argc == 2 ? static_cast<unsigned>(std::atoi(argv[1])) : 0;
+    if (seed != 0) {
+        playAtRandom(seed);
+        std::_Exit(0);
+    }
     auto const situation = argc == 2 ? kSituations.find(argv[1]) : kSituations.end();
     if (situation == kSituations.end()) {
-        std::fputs("usage: tvhw_situation NAME, with NAME one of:\n", stderr);
+        std::fputs("usage: tvhw_situation NAME or SEED, with NAME one of:\n", stderr);
         for (auto const& entry : kSituations) {
             std::fprintf(stderr, "  %s\n", entry.first.c_str());
         }

@@ -1,95 +1,144 @@
 """Platform calls and calls of codecs, which the host platform logs at level 4."""
 
-from .messages import CODEC
+DISPLAY = '16385'  # The codec type of a request for a display port.
+# Calls that a codec may get in any state; so may those that begin with "get", "set" or "test".
+ANY_TIME = ('release', 'currentSTCTime', 'reconfigureOutputBuffer')
 
 
 class Calls:
-    """The part of a History that handles these lines."""
+    """Handles these lines; each handler returns the client concerned, or None."""
 
-    def on_call(self, line, thread, kind, address, operation, arguments, result, taken):
-        if line.tag == CODEC:
-            self._codec_call(line, thread, kind, address, operation, result, taken)
-            return
-        self.has_calls.add(line.pid)
+    def __init__(self, history):
+        self._history = history
+        self._clients, self._channels = history.clients, history.channels
+
+    def of_platform(self, line, thread, _kind, _address, operation, arguments, result, taken):
+        history = self._history
         if operation == 'reclaim':
-            thread.reclaimed_id = int(arguments) if result is None and arguments.isdigit() else None
-            return
-        self._show(('thread', line.pid, line.tid), 'platform', f'{operation}({arguments}) = {result}',
-                   line.time - taken / 1e6, line)
+            return self._reclaim(line, thread, arguments, result)
+        history.show(('thread', line.pid, line.tid), 'platform', f'{operation}({arguments}) = {result}',
+                     line.time - taken / 1e6, line)
+        first = arguments.split(',', 1)[0]
         if operation.startswith('TVHW_CRM_'):
-            self._manager_call(line, thread, operation[len('TVHW_CRM_'):], arguments, result)
-        elif operation == 'TVHW_VBE_DISP_GetPanelSize' and result != 0:
-            self._find('panel-unknown', f'process {line.pid}', line)
+            return self._of_manager(line, thread, operation[len('TVHW_CRM_'):], arguments, result, taken)
+        if operation == 'TVHW_VBE_DISP_GetPanelSize' and result != 0:
+            history.find('panel-unknown', f'process {line.pid}', [line])
+        elif operation in ('TVHW_VSC_Open', 'TVHW_VSC_Close') and result == 0 and first.isdigit():
+            return getattr(self._channels, operation[len('TVHW_VSC_'):].lower())(line, thread, int(first))
         elif operation == 'onReclaimedClientReleased':
-            for life in self.lives:
-                if life.state == 'reclaimed' and str(life.calling_pid) == arguments:
-                    life.tell(line, 'released by its owner after the reclaim')
-                    break
+            fitting = [life for life in history.lives if life.state == 'reclaimed' and life.pid == line.pid
+                       and str(life.calling_pid) == arguments and life.told_of_reclaim is None]
+            if len(fitting) == 1:
+                fitting[0].tell(line, 'its owner released it after the reclaim')
+                fitting[0].told_of_reclaim = line
+        return None
 
-    def _manager_call(self, line, thread, operation, arguments, result):
+    def _reclaim(self, line, thread, arguments, result):
+        if result is None:
+            thread.reclaimed_id = int(arguments) if arguments.isdigit() else None
+        else:
+            thread.reclaimed_id = None
+            if thread.reclaims and str(getattr(thread.reclaims[-1].life, 'id', '')) == arguments:
+                self._clients.end_reclaim(thread.reclaims.pop(), line, thread)  # Its own line is lost.
+        return None
+
+    def _of_manager(self, line, thread, operation, arguments, result, taken):
+        history = self._history
+        process = history.process(line.pid)
         if operation == 'ClientInit':
-            if result == 0:
-                self._new_life('decoder', line, thread)
-            return
+            if process.is_whole is None:
+                process.is_whole = arguments.rsplit(' ', 1)[-1] == '1'  # Clients are counted from 1.
+                for early in process.early if process.is_whole else ():
+                    self._judge_use(*early)
+            return history.new_life('client', line, thread) if result == 0 else None
         if operation == 'CodecTypeFromMIME':
             if thread.life is not None:
                 thread.life.mime = arguments
-            return
-        first = arguments.split(',', 1)[0]
+            return thread.life
+        first, *rest = arguments.split(', ')
         if not first.isdigit() or first == '0':
-            return
+            return None
         number = int(first)
-        life = self._by_id.get((line.pid, number))
+        life = history.by_id.get((line.pid, number))
         if life is None:
             life = thread.life if thread.life and thread.life.id is None and thread.life.pid == line.pid \
-                else self._new_life('client', line)
-            self._identify(life, number)
+                else history.new_life('client', line)
+            self._clients.identify(life, number)
         if operation == 'ClientReleaseResource':
             if life.state == 'holding':
                 life.tell(line, 'gave its core back' if result == 0 else f'gave its core back: code {result}')
-                self._end_hold(life, line)
-                life.state = 'released'
+                self._clients.end_hold(life, line)
+                life.state, life.gave_back = 'released', line
         elif operation == 'ClientFree':
             self._close(life, line)
-        else:
-            thread.life = life
+        elif 'AcquireResource' in operation and len(rest) > 4 and rest[0] != DISPLAY:
+            if life.kind == 'client':
+                life.kind = 'encoder' if rest[4] == '1' else 'decoder'
+        thread.life = life
+        return life
 
     def _close(self, life, line):
-        self._end_hold(life, line)
+        self._clients.end_hold(life, line)
         if life.reclaim is not None and life.reclaim.end is not None:
-            self._show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, line)
+            self._history.show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, line)
         life.tell(line, 'closed')
         life.state = 'closed'
 
-    def _codec_call(self, line, thread, kind, address, operation, result, taken):
+    def of_codec(self, line, thread, kind, address, operation, _arguments, result, taken):
+        history = self._history
         key = (line.pid, address)
-        life = self._by_codec.get(key)
-        if 'onfigure' in operation and result is None:
+        life = history.by_codec.get(key)
+        is_configure = operation.startswith('configure')
+        if is_configure and result is None:
             mine = thread.life
             if mine is not None and mine.codec is None and mine.state in ('holding', 'without a core'):
-                life = self._by_codec[key] = mine
+                life = history.by_codec[key] = mine
                 mine.codec = address
         if life is None and operation == 'release' and thread.life and thread.life.state == 'refused':
             life = thread.life  # Never configured.
+        process = history.process(line.pid)
         if life is None:
-            life = self._by_codec[key] = self._new_life(kind, line)
+            life = history.by_codec[key] = history.new_life(kind, line)
             life.codec, life.state = address, 'without a core'
+            life.configured = False if process.is_whole else None
+        if life.kind == 'client':
+            life.kind = kind
         if result is None:
+            if not (is_configure or operation in ANY_TIME or operation[:3] in ('get', 'set', 'tes')):
+                if process.is_whole is None and life.configured is None and len(process.early) < 10:
+                    process.early.append((life, line, operation))
+                elif life.configured is False:
+                    self._judge_use(life, line, operation)
             life.in_flight[line.tid] = (operation, line)
-            return
+            if is_configure:
+                life.configured = None
+            return life
         entered = life.in_flight.pop(line.tid, (operation, None))[1]
         count = life.calls.setdefault(operation, [0, 0])
         count[0] += 1
         count[1] = max(count[1], taken)
         life.last = line
-        self._show(('thread', line.pid, line.tid), 'call', f'{operation}',
-                   entered or line.time - taken / 1e6, line, life, {'client': life.name, 'status': result})
-        reclaim = life.reclaim
-        if reclaim and reclaim.quiet is None and not life.in_flight:
-            reclaim.quiet = line
-        if 'onfigure' in operation:
+        history.show(('thread', line.pid, line.tid), 'call', f'{operation}', entered or line.time - taken / 1e6,
+                     line, life, {'client': life.name, 'status': result})
+        waiting = life.reclaim
+        if waiting and waiting.quiet is None and not life.in_flight:
+            waiting.quiet = line
+        if is_configure:
+            life.configured = result == 0 or None
             life.tell(line, f'{operation}: ' + ('configured' if result == 0 else f'status {result}'))
+            if result != 0:
+                history.find('codec-refused', life.who, [entered or line, line], f'status {result}', [life])
         elif operation == 'release':
             life.tell(line, 'its owner released the codec')
+            life.configured = False if life.configured else life.configured
             if life.state == 'without a core':
                 life.state = 'closed'
+        return life
+
+    def _judge_use(self, life, line, operation):
+        never = life.id is None and not any(name.startswith('configure') for name in life.calls)
+        if life.state not in ('reclaimed', 'process ended') and not (
+                never and self._history.process(line.pid).has_failed):  # Then it is a consequence.
+            life.configured = None  # Once is enough.
+            lines = [line] if life.last.number >= line.number else [life.last, line]
+            self._history.find('not-configured', life.who, lines, operation, [life])

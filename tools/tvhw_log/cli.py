@@ -1,26 +1,37 @@
 """The command line."""
 
 import argparse
+import json
 import sys
+import zipfile
 
-from .formats import Source, merged
+from .formats import merged, opened
 from .history import History
 from .picture import Picture
-from .report import report
+from .report import NOT_READ, as_json, report, what_was_found
 from .trace import Trace
 
 DESCRIPTION = '''
 Reads logs of programs that use libkvo_media_hw_tvhw and tells what happened: the life of each decoder,
-encoder, scaler channel and image sink, then what was wrong, the worst first, with the lines that prove
-it and what to look at next.
+encoder, scaler channel and image sink, then what was wrong, the worst first: what the lines shown prove,
+what that suggests, and what to look at next. Where several may have caused it, all are named.
 
-FILE is a log of logcat (forms threadtime, brief, time) or of the host platform; "-" is standard input.
-Give all files of a rotated log, and those of all processes: they are read together, by time. Other
-programs' lines may stand between.
+FILE is a log of logcat (every form of -v but raw), of Android Studio or of the host platform; "-" is
+standard input. It may be compressed by gzip, a zip archive, or UTF-16. Give all files of a rotated log, and
+those of all processes: they are read together, by time, and lines that stand in two of them count once.
+Other programs' lines may stand between.
 
 The more levels a log has, the more there is to tell: 0 and 1 the failures; 2 grants and reclaims; 3 what
 was asked for, and the scaler's steps; 4, which the host platform alone has, every platform call and every
 call into a codec. KVO_MEDIA_LOG_LEVEL=4 and KVO_MEDIA_LOG_FILE=FILE make a host program write all that.
+
+Exit status: 0 nothing is wrong as far as the log tells, 1 there are verdicts, 2 nothing could be read.
+
+--json prints one object instead of the report: "level" (the highest seen, 4 with the host platform's calls),
+"lines" and "known" (how many were read, and are the library's), "not_told" (what a log of this level does
+not tell), "verdicts" and "notes" (texts). A verdict has "name" (stays the same), "title", "proved",
+"suggested", "next", "count", and of the first three times "findings" with "who", "detail", "candidates" and
+"lines", each with "file", "line" (its number) and "text".
 '''
 
 
@@ -28,6 +39,7 @@ def arguments(argv):
     parser = argparse.ArgumentParser(prog='tvhw-log', description=DESCRIPTION,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('files', metavar='FILE', nargs='+')
+    parser.add_argument('--json', action='store_true', help='print the verdicts for a script')
     parser.add_argument('--trace', metavar='FILE',
                         help='also write a trace that https://ui.perfetto.dev opens')
     parser.add_argument('--svg', metavar='FILE',
@@ -36,7 +48,8 @@ def arguments(argv):
 
 
 def run(options):
-    sources = [Source(path) for path in options.files]
+    """Reads and reports. Returns the exit status."""
+    sources = opened(options.files)
     trace = Trace(options.trace) if options.trace else None
     picture = Picture() if options.svg else None
     history = History([observer for observer in (trace, picture) if observer])
@@ -47,22 +60,30 @@ def run(options):
         trace.close(history)
     if picture:
         picture.write(options.svg, history)
-    for line in report(history, sources):
-        print(line)
+    if options.json:
+        print(json.dumps(as_json(history, sources), indent=1))
+    elif history.known:
+        for line in report(history, sources):
+            print(line)
+    if not history.known:
+        print('tvhw-log: ' + NOT_READ.format(what_was_found(history, sources)), file=sys.stderr)
+        return 2
+    return 1 if history.verdicts.ranked() else 0
 
 
 def main(argv=None):
     options = arguments(argv)
     sys.stdout.reconfigure(errors='replace')
     try:
-        run(options)
+        status = run(options)
         sys.stdout.flush()
     except BrokenPipeError:
         sys.stderr.close()  # The reader of the report has seen enough.
         return 0
-    except OSError as error:
-        print(f'tvhw-log: {error.filename or "output"}: {error.strerror}', file=sys.stderr)
+    except (OSError, zipfile.BadZipFile) as error:
+        where = getattr(error, 'filename', None) or 'the log or the output'
+        print(f'tvhw-log: {where}: {getattr(error, "strerror", None) or error}', file=sys.stderr)
         return 2
     except KeyboardInterrupt:
         return 130
-    return 0
+    return status

@@ -1,178 +1,477 @@
 """Clients of the resource manager, by the library's lines: acquisition and reclaim."""
 
-from .life import Reclaim, seconds
-from .messages import ENCODER
+from .lives import Reclaim, named, seconds
+from .messages import CLIENT, ENCODER
 
-TOGETHER = 5.0  # Seconds in which lines of several threads may belong together.
+WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
+PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
+LONG_RELEASE = 1.0  # Seconds in a codec's release() that are worth a verdict,
+LONG_RECLAIM = 1.5  # and in a reclaim of which the log does not tell the parts.
+HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just under way.
+GRACE = 1.0  # Seconds in which what is not there may still come.
+NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
+ENDED = ('closed', 'refused', 'reclaimed', 'released', 'process ended')
 
 
 class Clients:
-    """The part of a History that handles these lines: on_<event>(line, thread, values)."""
+    """Handles these lines; each handler returns the client concerned, or None."""
 
-    # --- Acquisition, as the library tells it.
+    def __init__(self, history):
+        self._history = history
+        self._holders = {}  # Process: clients that may hold a core.
+        self._on_port = {}  # Port: the client it was granted to last.
+        self._reclaims = []  # The last that have ended, and those that have not.
+        self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
 
-    def on_asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, color):
+    # --- Acquisition.
+
+    def _new(self, line, thread):
+        kind = 'encoder' if line.tag == ENCODER else 'client'
+        return self._history.new_life(kind, line, thread)
+
+    def requests(self, line, thread, *_):
+        """A line of a request for a core: begins a life unless one is asking on this thread."""
+        life = thread.life
+        if life is None or life.state != 'asking' or life.held_since is not None:
+            life = self._new(line, thread)
+        return life
+
+    def concerned(self, line, thread, *_):
+        """A line of the client that the thread is concerned with."""
+        life = thread.life
+        if life is None or life.state == 'closed':
+            life = self._new(line, thread)
+        if line.tag == ENCODER:
+            life.kind = 'encoder'
+        return life
+
+    @staticmethod
+    def _overtakes(thread):
+        """A thread that does something else is no longer in what it was in."""
+        thread.finding = None
+        for reclaim in thread.reclaims:
+            reclaim.overtaken = True
+
+    def asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, color):
+        self._overtakes(thread)
         life = thread.life
         if life is None or life.state != 'asking' or life.stream:
-            life = self._new_life('decoder', line, thread)
-        life.calling_pid = pid
+            life = self._new(line, thread)
+        life.kind, life.calling_pid, life.asked = 'decoder', pid, line
         life.stream = f'{width}x{height}' + (f', adaptive up to {max_width}x{max_height}' if adaptive else '')
-        thread.finding = None
+        if not (width and height) and not (adaptive and max_width and max_height):
+            self._history.find('no-size', life.who, [line], life.stream, [life])
+        return life
 
-    def on_encoder_asked(self, line, thread, width, height, rate):
+    def encoder_asked(self, line, thread, width, height, rate):
+        self._overtakes(thread)
         life = thread.life
         if life is None or life.state != 'asking' or life.stream:
-            life = self._new_life('encoder', line, thread)
-        life.kind = 'encoder'
+            life = self._new(line, thread)
+        life.kind, life.asked = 'encoder', line
         life.stream = f'{width}x{height}, {rate} frames a second'
+        if not (width and height):
+            self._history.find('no-size', life.who, [line], life.stream, [life])
+        return life
+
+    def no_codec(self, line, thread, mime):
+        life = self.requests(line, thread)
+        life.mime = mime or 'no MIME type'
+        return life
+
+    def refused(self, line, thread, code, only_tried):
+        life = self.requests(line, thread)
+        life.tell(line, f'refused: code {code}, ' + ('not allowed to force' if only_tried else 'with force'))
+        return life
+
+    @staticmethod
+    def rule_of_refusal(thread, code, only_tried):
+        if code == NO_SERVICE:
+            return 'manager-unreachable'
+        rules = {NO_SUCH_CORE: 'no-such-core', STUCK: 'patience-over', INVALID: 'request-invalid'}
+        return rules.get(code, 'may-not-force' if only_tried else 'refused')
+
+    def failed(self, name, line, thread):
+        """Looks for what explains a refusal, once the lines tell whose it is."""
+        finding = thread.finding
+        life = thread.life
+        if life is None or not finding or name not in ('acquire_refused', 'grant_unread'):
+            return
+        finding.who = life.who  # The last line tells the kind of client.
+        if finding.rule == 'patience-over':
+            late = [reclaim for reclaim in self._reclaims if reclaim.end is None
+                    or line.time - reclaim.end.time < PATIENCE]
+            late = [reclaim for reclaim in late if line.time - reclaim.begin.time > PATIENCE - 1]
+            finding.candidates = [reclaim.who for reclaim in late]
+        if finding.rule not in ('refused', 'live-encoder'):
+            return
+        since = life.asked.time if life.asked else line.time - PATIENCE
+        rejections = [(rejected, who) for rejected, who in self._rejections if rejected.time >= since]
+        if life.kind == 'encoder' and rejections:
+            self._history.verdicts.move(finding, 'live-encoder')
+            finding.candidates = [who for _, who in rejections]
+            finding.lines[:0] = [rejected for rejected, _ in rejections[-3:] if rejected not in finding.lines]
+        else:
+            kind = life.kind if life.kind != 'client' else None
+            holders = [other for lives in self._holders.values() for other in lives
+                       if other.state == 'holding' and other is not life and kind in (None, other.kind)]
+            finding.candidates = [named(holders)] if holders else []
+            reclaimed = [other for other in self._history.lives if other.state == 'reclaimed'
+                         and kind in (None, other.kind)][-3:]
+            if reclaimed:
+                finding.candidates.append('reclaimed before, if this platform frees the core only when the '
+                                          f'wrapper is destroyed: {named(reclaimed)}')
+
+    def granted(self, line, thread, core, port, width, height):
         thread.finding = None
-
-    def on_acquire_refused(self, line, thread, code, only_tried):
-        self._asking(line, thread).tell(
-            line, f'refused: code {code}, ' + ('not allowed to force' if only_tried else 'with force'))
-
-    def on_no_codec(self, line, thread, mime):
-        self._asking(line, thread).mime = mime or 'no MIME type'
-
-    def on_granted(self, line, thread, core, port, width, height):
-        thread.finding = None
-        life = self._asking(line, thread)
-        if life.held_since is not None:
-            life = self._new_life(life.kind, line, thread)
+        life = self.requests(line, thread)
         life.core_type = core
         self._hold(life, line)
-        self._show(('life', life), 'ask', 'asks for a core', life.begin, line)
+        self._history.show(('life', life), 'ask', 'asks for a core', life.asked or life.begin, line)
         stream = ' '.join(filter(None, (life.mime, life.stream)))
         life.tell(line, f'acquired a core of type {core}, up to {width}x{height}'
                   + (f', for {stream}' if stream else ''))
-        for reclaim in self._ended:
-            if line.time - reclaim.end.time <= TOGETHER and reclaim.life.core_type in (None, core):
-                reclaim.newcomer = life
-                self._ended.remove(reclaim)
-                break
+        if port in (1, 2):
+            self._take_port(life, port - 1, line)
+        self._serves(life, line, core)
+        if life.kind == 'encoder':
+            self._rejections.clear()  # Nobody was refused for them.
+        return life
 
-    def on_core_type(self, line, thread, core):
-        life = self._asking(line, thread)
+    def _serves(self, life, line, core=None):
+        """A grant may be what a reclaim was for, if the request is older."""
+        for reclaim in self._reclaims:
+            known = core and reclaim.life and reclaim.life.core_type
+            if (reclaim.granted is None and life.kind in ('client', reclaim.kind) and known in (None, core, 0)
+                    and life is not reclaim.life
+                    and (life.asked is None or life.asked.time <= reclaim.begin.time)):
+                reclaim.granted = line
+                reclaim.newcomer = life if life.asked else None
+
+    def _hold(self, life, line):
+        life.state = 'holding'
+        life.held_since = line
+        holders = self._holders.setdefault(life.pid, [])
+        self._holders[life.pid] = [other for other in holders if other.state == 'holding'][-999:] + [life]
+
+    def end_hold(self, life, line):
+        if life.held_since is not None:
+            text = f'core {life.core}' if life.core else f'a core of type {life.core_type}'
+            if life.port is not None:
+                text += f', port {life.port}'
+            self._history.show(('life', life), 'hold', text, life.held_since, line)
+            life.held_since = None
+
+    def _take_port(self, life, port, line):
+        before = self._on_port.get(port)
+        self._on_port[port] = life
+        if before is not None and before is not life and before.state == 'holding':
+            before.tell(line, f'had given everything back by now: port {port} is granted again')
+            self.end_hold(before, line)
+            before.state = 'released'
+
+    def core_type(self, line, thread, core):
+        life = self.concerned(line, thread)
+        if life.core is not None:  # Its grant is not in the log.
+            life = self._new(line, thread)
         life.core = core
+        if life.kind == 'client':
+            life.kind = 'encoder' if line.tag == ENCODER else 'decoder' if line.tag == CLIENT else 'client'
+        return life
 
-    def on_id(self, line, thread, number):
-        life = self._asking(line, thread)
+    def identified(self, line, thread, number):
+        life = self.concerned(line, thread)
+        if life.id not in (None, number):
+            life = self._new(line, thread)
         if life.held_since is None:  # The grant came before the log begins.
             self._hold(life, line)
-        self._identify(life, number)
+        self.identify(life, number)
+        return life
 
-    def on_port(self, line, thread, port):
-        life = self._asking(line, thread)
+    def identify(self, life, number):
+        known = self._history.by_id
+        old = known.get((life.pid, number))
+        if old is not None and old is not life and old.state not in ENDED:
+            old.state = 'closed'  # Its end is not in the log.
+        life.id = number
+        known[life.pid, number] = life
+
+    def port(self, line, thread, port):
+        thread.finding = None
+        life = self.concerned(line, thread)
         life.port = port
         life.tell(line, f'display port {port}')
-        thread.finding = None
+        if life.state != 'asking':
+            self._take_port(life, port, line)
+        return life
 
-    def on_no_port(self, line, thread):
+    @staticmethod
+    def succeeds(_line, thread, *_):
         thread.finding = None
+        return thread.life
 
-    def on_not_connected(self, line, thread):
-        life = self._asking(line, thread)
+    def display_granted(self, line, thread, _port):
+        thread.finding = None
+        life = self.concerned(line, thread)
+        self._serves(life, line)
+        return life
+
+    def already_held(self, line, thread, *_):
+        """A wrapper goes on with what it has: which one, a thread that has several does not tell."""
+        mine = [life for life in self._holders.get(line.pid, ()) if life.state == 'holding']
+        if len(mine) > 1 and not self._history.process(line.pid).has_calls:
+            thread.life = None
+        return thread.life
+
+    def not_connected(self, line, thread):
+        life = self.requests(line, thread)
+        if line.tag == ENCODER:
+            life.kind = 'encoder'
         life.tell(line, 'no resource manager: ' + ('goes on without a core' if life.kind == 'encoder'
                                                    else 'not configured'))
         life.state = 'without a core' if life.kind == 'encoder' else 'refused'
+        return life
 
-    def _on_refused(self, line, thread, *_):
-        life = self._asking(line, thread)
+    def not_configured(self, line, thread, *_):
+        life = self.concerned(line, thread)
+        if life.kind == 'client' and line.tag == CLIENT:
+            life.kind = 'decoder'
         if life.held_since is None:
-            self._show(('life', life), 'ask', 'asks for a core: refused', life.begin, line)
+            self._history.show(('life', life), 'ask', 'asks for a core: refused', life.begin, line)
             life.tell(line, 'not configured')
             life.state = 'refused'
+        return life
 
-    on_grant_unread = on_request_unsent = _on_refused
+    def id_unread(self, line, thread):
+        life = self.concerned(line, thread)
+        life.tell(line, 'holds the core, but its id is not known: not configured')
+        return life
 
-    def on_id_unread(self, line, thread):
-        self._asking(line, thread).tell(line, 'holds the core, but its id is not known: not configured')
+    def no_display(self, line, thread):
+        life = self.concerned(line, thread)
+        life.tell(line, 'no display port: not configured, gives everything back')
+        if life.state == 'holding':
+            self.end_hold(life, line)
+            life.state, life.gave_back = 'released', line
+        return life
 
-    def on_display_none(self, line, thread):
-        self._asking(line, thread).tell(line, 'no display port: not configured, gives everything back')
+    def not_cleared(self, line, thread):
+        life = self.concerned(line, thread)
+        life.tell(line, 'ports not cleared: not configured, keeps the core')
+        return life
 
-    def on_display_granted(self, line, thread, port):
-        thread.finding = None
-
-    def on_not_cleared(self, line, thread):
-        self._asking(line, thread).tell(line, 'ports not cleared: not configured, keeps the core')
-
-    def on_free_failed(self, line, thread, code):
+    def giving_back(self, line, thread, code):
+        """A failure on the way out: whose, only a log with calls tells."""
+        if not self._history.process(line.pid).has_calls:
+            mine = [life for life in self._holders.get(line.pid, ()) if life.state == 'holding']
+            return mine[0] if len(mine) == 1 else None
         if thread.life is not None:
-            thread.life.tell(line, f'freeing its client failed: code {code}')
+            thread.life.tell(line, f'giving back or closing failed: code {code}')
+        return thread.life
 
     # --- Reclaims.
 
-    def _reclaimed_life(self, line, thread, calling_pid):
-        """Returns the client that a reclaim on this thread is meant for."""
-        life = self._by_id.get((line.pid, thread.reclaimed_id))
-        if life is not None:
-            return life
+    def _meant(self, line, thread, calling_pid):
+        """Returns the clients that a reclaim on this thread may be meant for."""
+        if thread.reclaimed_id is not None:
+            life = self._history.by_id.get((line.pid, thread.reclaimed_id))
+            if life is None:
+                life = self._new(line, None)
+                self.identify(life, thread.reclaimed_id)
+            return [life]
         kind = 'encoder' if line.tag == ENCODER else 'decoder'
-        fitting = [life for life in self._holders_in(line.pid) if life.kind == kind
-                   and (kind == 'encoder' or life.calling_pid == calling_pid or calling_pid is None)]
-        if len(fitting) > 1:
-            fitting[0].tell(line, f'(or one of {len(fitting) - 1} others: the log does not say which)')
-        return fitting[0] if fitting else self._new_life(kind, line)
+        return [life for life in self._holders.get(line.pid, ()) if life.state == 'holding'
+                and life.kind in ('client', kind)
+                and (calling_pid in (None, -1) or life.calling_pid in (None, calling_pid))]
 
-    def _begin_reclaim(self, line, thread, calling_pid):
-        life = self._reclaimed_life(line, thread, calling_pid)
-        if calling_pid:
-            life.calling_pid = life.calling_pid or calling_pid
-        life.reclaim = thread.reclaim = Reclaim(life, line)
-
-    def on_reclaim_start(self, line, thread, calling_pid=None):
-        self._begin_reclaim(line, thread, calling_pid)
-
-    def on_reclaim_timeout(self, line, thread, count):
-        reclaim = thread.reclaim
-        reclaim.timeout = reclaim.quiet = line
-        reclaim.count = max(count, reclaim.count)
-        if reclaim.waited_for:
-            thread.finding.detail = 'still inside: ' + ', '.join(
-                f'{name} (thread {tid})' for tid, (name, _) in reclaim.life.in_flight.items())
-        thread.finding.detail = f'{count} of them; ' + thread.finding.detail if thread.finding.detail \
-            else f'{count} of them'
-        if reclaim.begin is not line:
-            thread.finding.lines.insert(0, reclaim.begin)
-
-    def on_reclaim_end(self, line, thread):
-        reclaim, thread.reclaim = thread.reclaim, None
-        if reclaim is None:
-            return  # It began before the log does.
+    def _begin(self, line, thread, calling_pid):
+        self._overtakes(thread)
+        kind = 'encoder' if line.tag == ENCODER else 'decoder'
+        reclaim = Reclaim(line, line.tid, kind, self._meant(line, thread, calling_pid))
         life = reclaim.life
+        if life is not None:
+            if life.kind == 'client':
+                life.kind = kind
+            if calling_pid and calling_pid > 0:
+                life.calling_pid = calling_pid
+            reclaim.knows_calls = life.codec is not None
+            reclaim.waited_for = [f'{name} (thread {tid})' for tid, (name, _) in life.in_flight.items()]
+            reclaim.quiet = line if reclaim.knows_calls and not life.in_flight else None
+            life.reclaim = reclaim
+        thread.reclaims.append(reclaim)
+        self._reclaims = [other for other in self._reclaims if other.end is None][-50:] + \
+            [other for other in self._reclaims if other.end is not None][-20:] + [reclaim]
+        return reclaim
+
+    def reclaim_start(self, line, thread, calling_pid=None):
+        return self._begin(line, thread, calling_pid).life
+
+    def reclaim_timeout(self, line, thread, count):
+        if not thread.reclaims:
+            self._begin(line, thread, None).began = False
+        reclaim = thread.reclaims[-1]
+        reclaim.timeout = reclaim.quiet = line
+        inside = [f'{name} (thread {tid})' for tid, (name, _) in reclaim.life.in_flight.items()] \
+            if reclaim.life else []
+        finding = self._history.find(
+            'codec-stuck', reclaim.who, [reclaim.begin, line] if reclaim.began else [line],
+            f'{count} of them' + (f'; still inside: {", ".join(inside)}' if inside else ''),
+            reclaim.candidates)
+        reclaim.finding = thread.held_up = finding
+        return reclaim.life
+
+    def reclaim_rejected(self, line, thread):
+        meant = self._meant(line, thread, None)
+        if len(meant) == 1:
+            meant[0].tell(line, 'refused a reclaim: it streams live')
+        who = meant[0].who if len(meant) == 1 else f'process {line.pid}, {named(meant, "encoder")}'
+        self._rejections = self._rejections[-9:] + [(line, who)]
+        return meant[0] if len(meant) == 1 else None
+
+    def reclaim_end(self, line, thread):
+        if not thread.reclaims:
+            return None  # It began before the log does.
+        reclaim = thread.reclaims.pop()
+        self.end_reclaim(reclaim, line, thread)
+        return reclaim.life
+
+    def end_reclaim(self, reclaim, line, thread):
+        history, life = self._history, reclaim.life
         reclaim.end = line
-        if reclaim.timeout and thread.finding and thread.finding.rule == 'codec-stuck':
-            thread.finding.add(line)
-        thread.finding = None
-        again = life.state == 'reclaimed'
-        quiet = reclaim.quiet or line
-        life.tell(reclaim.begin, self._reclaim_text(reclaim, quiet, again))
-        self._show(('thread', line.pid, line.tid), 'reclaim', f'reclaim from {life.name}', reclaim.begin,
-                   line)
+        if reclaim.timeout and thread.held_up:
+            thread.held_up.add(line)
+        thread.finding = thread.held_up = None
+        self._judge_length(reclaim)
+        history.show(('thread', line.pid, line.tid), 'reclaim', f'reclaim: {reclaim.who}', reclaim.begin,
+                     line, life)
+        if life is None:
+            return
+        again = life.state in ENDED
+        life.tell(reclaim.begin, 'reclaimed again: nothing left to stop' if again else
+                  self._reclaim_text(reclaim))
         if again:
             return
-        self._end_hold(life, line)
-        life.state = 'reclaimed'
-        self._show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, line)
-        self._show(('life', life), 'wait', f'waits for {reclaim.count} calls', reclaim.begin, quiet,
-                   arguments={'calls': ', '.join(reclaim.waited_for)})
-        self._show(('life', life), 'release', 'release() of the codec', quiet, line)
-        for observer in self.observers:
+        self.end_hold(life, line)
+        life.state, life.told_of_reclaim = 'reclaimed', None
+        history.show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, line)
+        if reclaim.quiet:
+            history.show(('life', life), 'wait', self._waits(reclaim), reclaim.begin, reclaim.quiet,
+                         arguments={'calls': ', '.join(reclaim.waited_for)})
+            history.show(('life', life), 'release', 'release() of the codec', reclaim.quiet, line)
+        else:
+            history.show(('life', life), 'stop', 'wait for calls, and release() of the codec', reclaim.begin, line)
+        for observer in history.observers:
             observer.arrow(('thread', line.pid, line.tid), ('life', life), reclaim)
-        self._ended = [reclaim for reclaim in self._ended[-9:]] + [reclaim]
 
-    def _reclaim_text(self, reclaim, quiet, again):
-        if again:
-            return 'reclaimed again: nothing left to stop'
-        calls = f'{reclaim.count} call' + ('' if reclaim.count == 1 else 's')
+    @staticmethod
+    def _waits(reclaim):
+        count = len(reclaim.waited_for)
+        if not reclaim.knows_calls:
+            return 'waits for calls'
+        return f'waits for {count} call' + ('' if count == 1 else 's')
+
+    def _reclaim_text(self, reclaim):
+        waited = seconds(reclaim.begin, reclaim.quiet) if reclaim.quiet else None
+        taken = seconds(reclaim.begin, reclaim.end)
+        calls = self._waits(reclaim)[len('waits for '):]
         if reclaim.waited_for:
             calls += ': ' + ', '.join(reclaim.waited_for)
-        waited, taken = seconds(reclaim.begin, quiet), seconds(reclaim.begin, reclaim.end)
-        if taken is None:
-            return 'reclaimed' + (f'; gave up waiting for {calls}' if reclaim.timeout else '')
+        text = 'reclaimed'
         if reclaim.timeout:
-            return f'reclaimed; gave up waiting after {waited:.3f} s for {calls}; took {taken:.3f} s'
-        if reclaim.life.codec is None:
-            return f'reclaimed; wait and release of the codec took {taken:.3f} s'
-        return f'reclaimed; waited {waited:.3f} s for {calls}; took {taken:.3f} s'
+            text += '; gave up waiting' + (f' after {waited:.3f} s' if waited else '') + f' for {calls}'
+        elif reclaim.knows_calls and waited is not None:
+            text += f'; waited {waited:.3f} s for {calls}'
+        elif taken is not None:
+            return text + f'; wait for calls and release of the codec took {taken:.3f} s'
+        return text + (f'; took {taken:.3f} s' if taken is not None else '')
+
+    def _judge_length(self, reclaim):
+        """Says what took long in a reclaim that has ended, as far as the log tells its parts."""
+        taken = seconds(reclaim.begin, reclaim.end)
+        if taken is None or not reclaim.began:
+            return
+        lines = [line for line in (reclaim.begin, reclaim.quiet, reclaim.end) if line]
+        late = f'; the host platform\'s manager waits {PATIENCE:.0f} s' if taken > PATIENCE else ''
+        known = seconds(reclaim.quiet, reclaim.end) if reclaim.quiet else taken - WAIT_LIMIT
+        at_least = '' if reclaim.quiet else 'at least '
+        if known >= LONG_RELEASE:
+            self._history.find('release-slow', reclaim.who, lines,
+                               f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates)
+        elif taken >= LONG_RECLAIM and not reclaim.timeout:
+            inside = f', inside were {", ".join(reclaim.waited_for)}' if reclaim.waited_for else ''
+            self._history.find('reclaim-slow', reclaim.who, lines, f'{taken:.1f} s{inside}', reclaim.candidates)
+
+    # --- The end of the log.
+
+    def forget(self, lives):
+        for pid, holders in self._holders.items():
+            self._holders[pid] = [life for life in holders if life not in lives]
+
+    def process_ended(self, pid):
+        self._holders.pop(pid, None)
+        self._reclaims = [reclaim for reclaim in self._reclaims if reclaim.pid != pid]
+
+    def finish_reclaims(self):
+        for reclaim in self._reclaims:
+            if reclaim.end is None and reclaim.began:
+                self._judge_open(reclaim)
+
+    def _judge_open(self, reclaim):
+        history = self._history
+        after = seconds(reclaim.begin, history.last)
+        where = f'{reclaim.begin.clock}, {reclaim.who}'
+        thread = history.thread(reclaim.begin)
+        in_release = reclaim.quiet is not None and reclaim.timeout is None
+        granted = reclaim.granted is not None and reclaim.granted.time - reclaim.begin.time < PATIENCE - 0.5
+        if reclaim.overtaken or reclaim not in thread.reclaims or (granted and not in_release):
+            history.note(f'The end of a reclaim is not in the log ({where}), though it went on as if there '
+                         'were one: a line is probably lost.')
+        elif after is not None and after >= HANGS_AFTER or reclaim.timeout:
+            lines = [line for line in (reclaim.begin, reclaim.quiet) if line]
+            known = 'inside release()' if in_release else 'waiting or in release()'
+            if reclaim.timeout and not in_release:
+                known = 'the wait was over, release() is next'
+            silent = '' if history.quiet_for(reclaim.begin) > GRACE else \
+                '; its process wrote nothing any more, and may have ended'
+            if after is not None and after >= HANGS_AFTER:
+                history.find('reclaim-hangs', reclaim.who, lines,
+                             f'{after:.1f} s when the log ends, {known}{silent}', reclaim.candidates)
+            else:
+                history.note(f'The log ends in a reclaim that gave up waiting for calls ({where}).')
+        else:
+            history.note(f'The log ends during a reclaim ({where}): too soon to tell more.')
+        if reclaim.life:
+            reclaim.life.tell(reclaim.begin, 'a reclaim begins, whose end is not in the log')
+            history.show(('life', reclaim.life), 'guard', 'guard closed: a reclaim', reclaim.begin, history.last)
+        history.show(('thread', reclaim.pid, reclaim.tid), 'reclaim', f'reclaim: {reclaim.who}, no end',
+                     reclaim.begin, history.last, reclaim.life)
+
+    def finish(self, life):
+        history, last = self._history, self._history.last
+        knows = history.process(life.pid).has_calls
+        for tid, (operation, line) in life.in_flight.items():
+            life.tell(line, f'{operation} on thread {tid} had not returned when the log ended')
+            history.show(('thread', life.pid, tid), 'call', f'{operation}, not returned', line, last,
+                         life, {'client': life.name})
+        if life.state == 'reclaimed' and life.reclaim.end is not None:
+            history.show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, last)
+            self._judge_open_client(life, 'core-kept', life.reclaim.end, life.told_of_reclaim, knows)
+        elif life.state == 'released' and life.gave_back is not None:
+            self._judge_open_client(life, 'never-freed', life.gave_back, None, knows)
+        if life.held_since is not None:
+            life.tell(last, 'still holds its core when the log ends' if knows else
+                      'whether it still holds its core when the log ends is not known')
+            self.end_hold(life, last)
+
+    def _judge_open_client(self, life, rule, since, told, knows):
+        """A client that should be closed: wrong once there was time enough to close it."""
+        history = self._history
+        if not knows or life.id is None:
+            return
+        open_for = history.quiet_for(since)
+        if open_for >= GRACE:
+            history.find(rule, life.who, [line for line in (since, told) if line],
+                         f'still open {open_for:.1f} s later, when the log ends', [life])
+        elif not life.in_flight:
+            history.note(f'{life.who}: not closed {open_for:.3f} s after it lost or gave back its core, when '
+                         'the log ends: too soon to tell whether it is kept.')

@@ -1,29 +1,48 @@
-"""Reads log files line by line: logcat's forms "threadtime" (which the host platform writes too),
-"time" and "brief". Every line is passed on; one in none of the forms has no tag."""
+"""Reads log files line by line, in every form of logcat and in Android Studio's; the host platform
+writes "threadtime". Compressed files, archives and UTF-16 are read as they are. Every line is passed on;
+one in none of the forms has no tag."""
 
+import filecmp
+import gzip
 import heapq
+import io
 import itertools
+import os
 import re
 import sys
+import zipfile
+import zlib
 
 LONGEST = 1 << 20  # Bytes that are read of a line at once; the rest counts as further lines.
 JUMP = 1.0  # Seconds that lines of several threads may be out of order.
 DAY = 86400
 YEAR = 366 * DAY
 
-_CLOCK = r'(?:\d{4}-)?(\d\d-\d\d \d\d:\d\d:\d\d)[.,](\d{3,9})(?: [+-]\d{4})?'
-_FORMS = [re.compile(form) for form in (
-    _CLOCK + r'\s+(?:\S+ +)?(?P<pid>\d+) +(?P<tid>\d+) (?P<priority>[VDIWEFA]) (?P<tag>.*?) *: (.*)',
-    _CLOCK + r' (?P<priority>[VDIWEFA])/(?P<tag>.*?) *\( *(?P<pid>\d+)\): (.*)',
-    r'()()(?P<priority>[VDIWEFA])/(?P<tag>.*?) *\( *(?P<pid>\d+)\): (.*)',
-)]
+_CLOCK = r'(?P<year>\d{4}-)?(?P<clock>\d\d-\d\d \d\d:\d\d:\d\d)[.,](?P<part>\d{3,9})(?: [+-]\d{4})?'
+_PRIORITY = r'(?P<priority>[VDIWEFAS])'
+_MESSAGE = r'(?: (?P<message>.*)|$)'
+_BY_COLUMN = rf'(?:\S+ +)?(?P<pid>\d+) +(?P<tid>\d+) {_PRIORITY} (?P<tag>.*?) *:{_MESSAGE}'
+# Seconds of fewer than three columns are the rest of a line that lost its beginning.
+FORMS = {name: re.compile(form) for name, form in (
+    ('threadtime', rf'{_CLOCK}\s+{_BY_COLUMN}'),
+    ('time', rf'{_CLOCK} {_PRIORITY}/(?P<tag>.*?) *\( *(?P<pid>\d+)\):{_MESSAGE}'),
+    ('brief', rf'{_PRIORITY}/(?P<tag>.*?) *\( *(?P<pid>\d+)\):{_MESSAGE}'),
+    ('epoch, monotonic', rf'(?=[ \d]{{3}}) *(?P<clock>\d+)\.(?P<part>\d{{3,9}})\s+{_BY_COLUMN}'),
+    ('long', rf'\[ {_CLOCK} +(?P<pid>\d+): *(?P<tid>\d+) {_PRIORITY}/(?P<tag>.*?) *\]$'),
+    ('tag', rf'{_PRIORITY}/(?P<tag>[^(:]*?) *:{_MESSAGE}'),
+    ('process', rf'{_PRIORITY}\( *(?P<pid>\d+)\) (?P<message>.*?)  \((?P<tag>[^()]*)\)$'),
+    ('thread', rf'{_PRIORITY}\( *(?P<pid>\d+): *(?P<tid>\d+)\){_MESSAGE}'),
+    ('Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+) +(?P<tag>\S+) +(?:\S+ +)?{_PRIORITY}{_MESSAGE}'),
+    ('old Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+)/\S+ {_PRIORITY}/(?P<tag>.*?):{_MESSAGE}'),
+)}
+_COLOUR = re.compile(r'\x1b\[[0-9;]*m')
 _DAYS_BEFORE = [0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335]
 
 
 class Line:
     """One line. `time` is in seconds and never far below that of the line before, `clock` is what the
-    line says; both are empty in the form "brief", which has no thread (tid) either, as "time"."""
-    __slots__ = ('file', 'number', 'time', 'clock', 'pid', 'tid', 'tag', 'message', 'raw')
+    line says; empty where the form has none. What the form lacks is 0 (pid, tid) or empty (tag)."""
+    __slots__ = ('file', 'number', 'time', 'clock', 'pid', 'tid', 'priority', 'tag', 'message', 'raw')
 
     def shown(self):
         return f'{self.file}:{self.number}: {self.raw[:300]}'
@@ -32,73 +51,146 @@ class Line:
 class Source:
     """One file. Counts what it reads, also how often the clock jumped back."""
 
-    def __init__(self, path):
-        self.name = 'standard input' if path == '-' else path.rsplit('/', 1)[-1]
-        self._stream = sys.stdin.buffer if path == '-' else open(path, 'rb')
-        self.lines = self.formless = self.jumps = 0
-        self._form = _FORMS[0]
+    def __init__(self, name, stream):
+        self.name = name
+        self._stream = stream if hasattr(stream, 'peek') else io.BufferedReader(stream)
+        self.lines = self.formless = self.jumps = self.repeated = 0
+        self.damage = ''  # Why reading ended before the file did.
+        self.read = False  # Whether a line had a form.
+        self._form = 'threadtime'
         self._second = ('', 0)
         self._latest = self._offset = 0.0
+        self._is_astray = False
+        self._header = None  # Of the form "long".
 
     def _parse(self, text):
-        match = self._form.match(text)
+        match = FORMS[self._form].match(text)
         if match is None:
-            for form in _FORMS:
+            for name, form in FORMS.items():
                 match = form.match(text)
                 if match is not None:
-                    self._form = form
+                    self._form = name
                     break
         return match
 
     def _seconds(self, clock, fraction):
         if clock != self._second[0]:
-            month = min(max(int(clock[:2]), 1), 12)
-            days = _DAYS_BEFORE[month - 1] + int(clock[3:5])
-            seconds = int(clock[6:8]) * 3600 + int(clock[9:11]) * 60 + int(clock[12:14])
-            self._second = (clock, days * DAY + seconds)
+            if '-' in clock:
+                days = _DAYS_BEFORE[min(max(int(clock[:2]), 1), 12) - 1] + int(clock[3:5])
+                seconds = int(clock[6:8]) * 3600 + int(clock[9:11]) * 60 + int(clock[12:14])
+                self._second = (clock, days * DAY + seconds)
+            else:
+                self._second = (clock, int(clock[-12:]))
         time = self._second[1] + int(fraction) / 10 ** len(fraction) + self._offset
-        if time < self._latest - JUMP:
-            back = self._latest - time
-            if back > YEAR - 30 * DAY:
-                self._offset += YEAR
-                return time + YEAR
-            self.jumps += 1
-            self._offset += back
-            time = self._latest
+        back = self._latest - time
+        if back > YEAR - 30 * DAY:
+            self._offset += YEAR
+            return time + YEAR
+        if back > JUMP:  # One line alone is astray; several follow a clock that was set.
+            if self._is_astray:
+                self._offset += back
+            self.jumps += not self._is_astray
+            self._is_astray = not self._is_astray
+            return self._latest
+        self._is_astray = False
         self._latest = max(self._latest, time)
         return time
 
+    def _decoded(self):
+        start = self._stream.peek(4)[:4]
+        wide = {b'\xff\xfe': 'utf-16', b'\xfe\xff': 'utf-16'}.get(start[:2]) or (
+            'utf-16-le' if len(start) == 4 and not start[1] and not start[3] and start[0] else None)
+        if wide:
+            text = io.TextIOWrapper(self._stream, wide, 'replace', '\n')
+            yield from iter(lambda: text.readline(LONGEST), '')
+        else:
+            for raw in iter(lambda: self._stream.readline(LONGEST), b''):
+                yield raw.decode('utf-8', 'replace')
+
+    def _texts(self):
+        try:
+            yield from self._decoded()
+        except (EOFError, zlib.error, zipfile.BadZipFile, gzip.BadGzipFile, RuntimeError) as error:
+            self.damage = str(error) or 'it ends too soon'
+
     def __iter__(self):
-        for raw in iter(lambda: self._stream.readline(LONGEST), b''):
-            text = raw.decode('utf-8', 'replace').rstrip('\r\n')
+        for text in self._texts():
             self.lines += 1
             line = Line()
+            text = text.rstrip('\r\n').lstrip('\ufeff')
             line.file, line.number, line.raw = self.name, self.lines, text
-            match = self._parse(text)
-            if match is None:
-                self.formless += 1
-                line.tag = None
-                line.time = self._latest
-            else:
-                clock, fraction = match.group(1, 2)
-                groups = match.groupdict()
-                line.clock = f'{clock[6:]}.{fraction[:3]}' if clock else ''
-                line.time = self._seconds(clock, fraction) if clock else self._latest
-                line.pid, line.tid = int(groups['pid']), int(groups.get('tid') or 0)
-                line.tag, line.message = groups['tag'], match.group(match.lastindex)
+            self._fill(line, _COLOUR.sub('', text) if '\x1b' in text else text)
             yield line
+
+    def _fill(self, line, text):
+        match = self._parse(text)
+        is_header = match is not None and self._form == 'long'
+        if is_header:
+            self._header = match
+        elif match is None and text:
+            match = self._header
+        else:
+            self._header = None
+        if match is None or is_header:
+            self.formless += bool(text) and not is_header
+            line.tag, line.time = None, self._latest
+            return
+        groups = match.groupdict()
+        clock, fraction = groups.get('clock'), groups.get('part')
+        line.time = self._seconds(clock, fraction) if clock else self._latest
+        line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}' if clock else ''
+        line.pid, line.tid = int(groups.get('pid') or 0), int(groups.get('tid') or 0)
+        line.priority, line.tag = groups['priority'], groups.get('tag') or ''
+        line.message = text if match is self._header else groups['message'] or ''
+        self.read = True
+
+
+def opened(paths):
+    """Returns the sources in these files; the same content given twice counts once."""
+    found, read = [], []
+    for path in paths:
+        if path == '-':
+            name, stream = 'standard input', io.BufferedReader(sys.stdin.buffer)
+        else:
+            name, stream = path.rsplit('/', 1)[-1], open(path, 'rb')
+            if any(os.path.getsize(path) == os.path.getsize(other) and filecmp.cmp(path, other, False)
+                   for other in read):
+                continue
+            if os.path.isfile(path):
+                read.append(path)
+        start = stream.peek(4)[:4]
+        if start == b'PK\3\4':
+            archive = zipfile.ZipFile(stream if stream.seekable() else io.BytesIO(stream.read()))
+            found += [Source(f'{name}/{member.filename}', archive.open(member))
+                      for member in archive.infolist()
+                      if not member.is_dir() and not member.flag_bits & 1]
+        else:
+            found.append(Source(name, gzip.open(stream) if start[:2] == b'\x1f\x8b' else stream))
+    return found
 
 
 def merged(sources):
     """Yields the lines of all sources by time, of the earliest source first where times are the same:
-    rotated files of one log in any order, as well as logs of several processes."""
+    rotated files of one log in any order, as well as logs of several processes. A line that another
+    source had at the same time is left out: files may overlap."""
     if len(sources) == 1:
-        return iter(sources[0])
+        yield from sources[0]
+        return
     started = []
     for source in sources:
-        lines = iter(source)
+        lines = zip(source, itertools.repeat(source))
         first = next(lines, None)
         if first is not None:
-            started.append((first.time, itertools.chain([first], lines)))
+            started.append((first[0].time, itertools.chain([first], lines)))
     started.sort(key=lambda start: start[0])
-    return heapq.merge(*(lines for _, lines in started), key=lambda line: line.time)
+    now, counts = None, {}
+    for line, source in heapq.merge(*(lines for _, lines in started), key=lambda entry: entry[0].time):
+        if line.time != now:
+            now, counts = line.time, {}
+        if line.tag is not None and line.clock:
+            count = counts.setdefault(line.raw, {})
+            count[source] = count.get(source, 0) + 1
+            if any(other is not source and count[other] >= count[source] for other in count):
+                source.repeated += 1
+                continue
+        yield line

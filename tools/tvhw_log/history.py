@@ -1,63 +1,113 @@
 """The history that the lines tell: the life of each client, and what was found wrong.
 
 A client is named by its process and the resource manager's id. Lines that name none belong to the
-client that their thread was concerned with last; those of a reclaim to the client that the host
-platform names, else to the one that fits best."""
+client that their thread was concerned with last. Whom a reclaim is for is told by the host platform's
+calls; without them all clients that fit are candidates."""
 
 from .calls import Calls
-from .clients import TOGETHER, Clients
-from .life import Life, Thread, seconds
-from .messages import ENCODER, SCALER, SINK, TAGS, event_of
-from .scaler_and_sink import ScalerAndSink
-from .verdicts import CAUSES, Finding, Verdicts
+from .clients import NOTHING_HELD, Clients
+from .lives import Life, Process, Thread, named
+from .messages import CLIENT, CODEC, ENCODER, PLATFORM, SCALER, SINK, TAGS, event_of
+from .processes import end_of_process
+from .scaler_and_sink import Channels, Sinks
+from .verdicts import CAUSES, HOST_CODES, Finding, Verdicts
 
-RECLAIM_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
+TOGETHER = 5.0  # Seconds in which failure lines of one operation follow each other.
 KEPT_LIVES = 2000
 KEPT_THREADS = 20000
 KEPT_UNKNOWN = 10
 
 
-class History(Clients, Calls, ScalerAndSink):
+class History:
     def __init__(self, observers=()):
         self.observers = observers
         self.verdicts = Verdicts()
+        self.notes = []
         self.lives = []
         self.dropped = 0
         self.known = self.foreign = self.unknown = 0
         self.unknown_lines = []
         self.first = self.last = None
-        self.has_calls = set()  # Processes whose platform calls are in the log.
-        self._by_id, self._by_codec, self._stages = {}, {}, {}
+        self.levels = {}  # Tag: the highest level that was seen.
+        self.processes = {}
+        self.by_id, self.by_codec, self._by_place = {}, {}, {}
         self._threads = {}
-        self._holders = {}  # Process: clients that were granted something, some no longer holding it.
-        self._ended = []  # Reclaims whose core nobody has been granted yet.
-        self._rejected = None
         self._count = 0
+        self.clients = clients = Clients(self)
+        self.channels = channels = Channels(self)
+        self.sinks = sinks = Sinks(self)
+        calls = Calls(self)
+        self._table = {
+            'asked': clients.asked, 'encoder_asked': clients.encoder_asked,
+            'init_failed': clients.requests, 'no_codec': clients.no_codec,
+            'acquire_refused': clients.refused, 'grant_lost': clients.requests,
+            'granted': clients.granted, 'core_type': clients.core_type, 'id': clients.identified,
+            'port': clients.port, 'no_port': clients.succeeds, 'display_granted': clients.display_granted,
+            'already_held': clients.already_held, 'not_connected': clients.not_connected,
+            'grant_unread': clients.not_configured, 'request_unsent': clients.not_configured,
+            'id_unread': clients.id_unread, 'display_none': clients.no_display,
+            'display_unrequested': clients.no_display, 'not_cleared': clients.not_cleared,
+            'give_back_failed': clients.giving_back, 'free_failed': clients.giving_back,
+            'reclaim_start': clients.reclaim_start, 'reclaim_timeout': clients.reclaim_timeout,
+            'reclaim_rejected': clients.reclaim_rejected, 'reclaim_end': clients.reclaim_end,
+            'panel': channels.panel, 'blank': channels.blank, 'connect': channels.connect,
+            'connect_failed': channels.connect_failed, 'adaptive': channels.adaptive,
+            'adaptive_failed': channels.adaptive_failed, 'disconnect': channels.disconnect,
+            'input': channels.input, 'input_adaptive': channels.input_adaptive,
+            'output': channels.output, 'scaler_init_failed': channels.none,
+            'scaler_open_failed': channels.by_index, 'scaler_close_failed': channels.by_index,
+            'sink_configured': sinks.configured, 'sink_picture': sinks.picture,
+            'sink_picture_failed': sinks.not_shown, 'sink_shown': sinks.shown,
+            'sink_closed': sinks.closed,
+            'platform_call': calls.of_platform, 'codec_call': calls.of_codec,
+        }
+        self._others = {SCALER: channels.of_failure, SINK: sinks.of_failure}
 
     def read(self, line):
         if line.tag is None:
+            if 'tvhw-run: ' in line.raw:
+                self._end_process(line, line.raw)
             return
         self.first = self.first or line
         self.last = line
-        if line.tag not in TAGS:
+        if line.tag not in TAGS and line.tag:
             self.foreign += 1
+            self._end_process(line, line.message)
             return
         event = event_of(line.tag, line.message)
         if event is None:
-            self.unknown += 1
-            if len(self.unknown_lines) < KEPT_UNKNOWN:
-                self.unknown_lines.append(line)
+            if line.tag == PLATFORM and line.priority in 'EWFA':
+                self.known += 1
+                self.find('platform-says', f'process {line.pid}', [line], line.message)
+            elif line.tag:
+                self.unknown += 1
+                if len(self.unknown_lines) < KEPT_UNKNOWN:
+                    self.unknown_lines.append(line)
+            else:
+                self.foreign += 1
             return
         self.known += 1
-        name, *values = event
-        thread = self._thread(line)
+        line.tag, name, level, values = event
+        self.levels[line.tag] = max(level, self.levels.get(line.tag, 0))
+        process = self.process(line.pid)
+        process.last = line
+        process.has_calls = process.has_calls or line.tag == PLATFORM
+        thread = self.thread(line)
+        handler = self._table.get(name) or self._others.get(line.tag, self.clients.concerned)
+        life = handler(line, thread, *values)
         if name in CAUSES:
-            self._fail(name, line, thread, values)
-        handler = getattr(self, 'on_' + name, None)
-        if handler is not None:
-            handler(line, thread, *values)
+            self._fail(name, line, thread, values, life)
+        thread.is_new = False
+        for observer in self.observers:
+            observer.line(line)
 
-    def _thread(self, line):
+    def process(self, pid):
+        process = self.processes.get(pid)
+        if process is None:
+            process = self.processes[pid] = Process()
+        return process
+
+    def thread(self, line):
         key = (line.pid, line.tid)
         thread = self._threads.get(key)
         if thread is None:
@@ -68,7 +118,7 @@ class History(Clients, Calls, ScalerAndSink):
 
     # --- Lives.
 
-    def _new_life(self, kind, line, thread=None):
+    def new_life(self, kind, line, thread=None):
         if len(self.lives) >= KEPT_LIVES:
             self._forget_some()
         self._count += 1
@@ -78,32 +128,25 @@ class History(Clients, Calls, ScalerAndSink):
             thread.life = life
         return life
 
+    def life_at(self, pid, place, kind, line):
+        """Returns the channel or sink in this place of a process, a new one where there is none."""
+        life = self._by_place.get((pid, place))
+        if life is None or life.state == 'closed':
+            life = self._by_place[pid, place] = self.new_life(kind, line)
+            life.state = 'open'
+        return life
+
     def _forget_some(self):
         over = [life for life in self.lives if life.state in ('closed', 'refused')] or self.lives
         forgotten = set(over[:KEPT_LIVES // 10])
         self.lives = [life for life in self.lives if life not in forgotten]
         self.dropped += len(forgotten)
-        for index in (self._by_id, self._by_codec, self._stages):
+        for index in (self.by_id, self.by_codec, self._by_place):
             for key in [key for key, life in index.items() if life in forgotten]:
                 del index[key]
+        self.clients.forget(forgotten)
 
-    def _asking(self, line, thread):
-        """Returns the client whose request is under way on this thread, a new one if there is none."""
-        life = thread.life
-        if life is None or life.state not in ('asking', 'holding'):
-            life = self._new_life('encoder' if line.tag == ENCODER else 'decoder', line, thread)
-        if line.tag == ENCODER:
-            life.kind = 'encoder'
-        return life
-
-    def _identify(self, life, number):
-        old = self._by_id.get((life.pid, number))
-        if old is not None and old is not life and old.state not in ('closed', 'refused'):
-            old.state = 'closed'  # Its end is not in the log.
-        life.id = number
-        self._by_id[life.pid, number] = life
-
-    def _show(self, track, what, text, begin, end, life=None, arguments=None):
+    def show(self, track, what, text, begin, end, life=None, arguments=None):
         """Tells the observers of an interval on the track of a thread or life, which ends now."""
         if begin is None or not self.observers:
             return
@@ -112,127 +155,97 @@ class History(Clients, Calls, ScalerAndSink):
         for observer in self.observers:
             observer.interval(track, what, text, start, max(start, end.time), life, arguments or {})
 
-    def _hold(self, life, line):
-        life.state = 'holding'
-        life.held_since = line
-        holders = self._holders.setdefault(life.pid, [])
-        holders.append(life)
-        if len(holders) > KEPT_LIVES:
-            del self._holders_in(life.pid)[:-KEPT_LIVES // 2]
+    # --- What is wrong.
 
-    def _holders_in(self, pid):
-        """Returns the clients of a process that hold a core, oldest first."""
-        self._holders[pid] = [life for life in self._holders.get(pid, ()) if life.state == 'holding']
-        return self._holders[pid]
-
-    def _end_hold(self, life, line):
-        if life.held_since is not None:
-            text = f'core {life.core}' if life.core else f'a core of type {life.core_type}'
-            if life.port is not None:
-                text += f', port {life.port}'
-            self._show(('life', life), 'hold', text, life.held_since, line)
-            life.held_since = None
-
-    # --- Failures.
-
-    def _find(self, rule, who, line, detail=''):
-        finding = Finding(rule, who, line, detail)
+    def find(self, rule, who, lines, detail='', lives=()):
+        finding = Finding(rule, who, lines, detail, lives)
         self.verdicts.add(finding)
         return finding
 
-    def _fail(self, name, line, thread, values):
+    def note(self, text):
+        self.notes.append(text)
+
+    def _fail(self, name, line, thread, values, life):
         rule, explained_by = CAUSES[name]
-        finding = thread.finding
-        if (finding is not None and (finding.rule in explained_by or finding.rule == rule)
-                and name not in finding.events and line.time - finding.lines[-1].time <= TOGETHER):
-            finding.events.add(name)
-            finding.add(line)
-            return
-        if name == 'acquire_refused' and self._explain_refusal(line, thread, values[1]):
-            return
-        if name == 'reclaim_timeout' and thread.reclaim is None:
-            self._begin_reclaim(line, thread, None)
-        life = self._life_of_failure(name, line, thread, values)
-        thread.finding = self._find(rule, life.who if life else f'process {line.pid}', line)
-        thread.finding.events.add(name)
-        if name == 'acquire_refused' and values[1] == 1:
-            self.verdicts.move(thread.finding, 'may-not-force')
-        if name == 'reclaim_rejected':
-            self._rejected = thread.finding
+        if name == 'acquire_refused':
+            rule = self.clients.rule_of_refusal(thread, *values)
+        before = thread.finding
+        if (before is not None and (before.rule in explained_by or before.rule == rule)
+                and name not in before.events and line.time - before.lines[-1].time <= TOGETHER):
+            before.events.add(name)
+            before.add(line)
+        else:
+            if thread.is_new and name in ('resource_unread', 'grant_unread'):
+                rule = 'cause-unknown'
+            elif name == 'resource_unread' and values[0] == NOTHING_HELD:
+                rule = 'grant-lost'
+            codes = HOST_CODES.get(line.tag, {})
+            code = next((value for value in values if value in codes), None)
+            detail = f'{code} is for the host platform: {codes[code]}' if code is not None else ''
+            thread.finding = self.find(rule, life.who if life else f'process {line.pid}', [line], detail,
+                                       [life] if life else [])
+            thread.finding.events.add(name)
+        if line.tag in (CLIENT, ENCODER):
+            self.process(line.pid).has_failed = True
+        self.clients.failed(name, line, thread)
 
-    def _explain_refusal(self, line, thread, only_tried):
-        """Lets a refusal prove the verdict of another thread that explains it."""
-        finding = None
-        if only_tried == 0:
-            if self._rejected and line.time - self._rejected.lines[-1].time <= TOGETHER:
-                finding, self._rejected = self._rejected, None
-            elif line.pid not in self.has_calls:
-                kept = [reclaim for reclaim in self._ended
-                        if line.time - reclaim.end.time <= 2 * TOGETHER]
-                if kept:
-                    finding = self._find('core-kept', kept[-1].life.who, kept[-1].end,
-                                         'a reclaim ended, and a request was refused after it')
-        if finding is None:
-            return False
-        finding.events.add('acquire_refused')
-        finding.add(line)
-        thread.finding = finding
-        return True
-
-    def _life_of_failure(self, name, line, thread, values):
-        if name == 'reclaim_timeout':
-            return thread.reclaim.life
-        if name == 'reclaim_rejected':
-            life = self._reclaimed_life(line, thread, 0)
-            life.tell(line, 'refused a reclaim: it streams live')
-            return life
-        if line.tag == SCALER:
-            if name == 'scaler_init_failed':
-                return None
-            at = 1 if name in ('scaler_open_failed', 'scaler_close_failed') else 0
-            return self._stage(line, thread, *values[at:at + 1])
-        if line.tag == SINK:
-            return self._sink(line)
-        if name in ('give_back_failed', 'free_failed') and thread.life is not None:
-            return thread.life
-        return self._asking(line, thread)
+    def _end_process(self, line, text):
+        ended = end_of_process(line, text)
+        process = ended and self.processes.get(ended.pid)
+        if not process or not process.last:
+            return
+        lives = [life for life in self.lives if life.pid == ended.pid
+                 and life.state not in ('closed', 'refused', 'process ended')]
+        if process.end is not None and not lives:
+            if process.finding:
+                process.finding.add(line)
+            return
+        process.end = line
+        holders = [life for life in lives if life.held_since is not None]
+        for life in lives:
+            if life.reclaim is not None and life.reclaim.end is None:
+                ended.how += f', during a reclaim from {life.name}'
+        if ended.crashed or (not ended.clean and holders):
+            held = named(holders) if holders else ''
+            if holders and not process.has_calls:
+                held += ' (as far as is known: releases are not in the log)'
+            process.finding = self.find('process-died', f'process {ended.pid} {ended.how}', [line],
+                                        f'it held the core of {held}' if held else 'it held no core', lives)
+        for life in lives:
+            self.clients.end_hold(life, line)
+            life.tell(line, 'its process ended')
+            life.state = 'process ended'
+            life.in_flight.clear()
+        for key in [key for key in self._threads if key[0] == ended.pid]:
+            del self._threads[key]
+        for index in (self.by_id, self.by_codec, self._by_place):
+            for key in [key for key in index if key[0] == ended.pid]:
+                del index[key]
+        self.clients.process_ended(ended.pid)
+        process.is_whole = process.last = None
 
     # --- The end of the log.
 
+    def quiet_for(self, line):
+        """Returns for how many seconds after a line its process still wrote lines."""
+        last = self.processes[line.pid].last
+        return last.time - line.time if last is not None and line.clock else 0.0
+
     def finish(self):
         for life in self.lives:
-            self._end(life)
-
-    def _end(self, life):
-        last = self.last
-        if life.kind == 'scaler channel':
-            self._check_placed(life)
-        elif life.kind == 'image sink':
-            self._check_shown(life)
-        for state in ('blank', 'shown'):
-            self._show(('life', life), state, state, getattr(life, state + '_since'), last)
-        for tid, (operation, line) in life.in_flight.items():
-            life.tell(line, f'{operation} on thread {tid} had not returned when the log ended')
-            self._show(('thread', life.pid, tid), 'call', f'{operation}, not returned', line, last,
-                       life, {'client': life.name})
-        reclaim = life.reclaim
-        if reclaim is not None and reclaim.end is None:
-            taken = seconds(reclaim.begin, last)
-            life.tell(reclaim.begin, 'a reclaim begins, and has not ended when the log does')
-            self._show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, last)
-            if reclaim.timeout or (taken or 0) > RECLAIM_LIMIT + 0.5:
-                self._find('reclaim-hangs', life.who, reclaim.begin,
-                           '' if taken is None else f'{taken:.1f} s when the log ends')
+            if life.state == 'process ended':
+                continue
+            if life.channel is not None:
+                self.channels.finish(life)
+            elif life.kind == 'image sink':
+                self.sinks.finish(life)
             else:
-                self._find('log-ends', life.who, reclaim.begin)
-        elif life.state == 'reclaimed':
-            self._show(('life', life), 'closed', 'reclaimed: refuses every call', reclaim.end, last)
-            after = seconds(reclaim.end, last)
-            if life.pid in self.has_calls:
-                self._find('core-kept', life.who, reclaim.end, '' if after is None else
-                           f'not destroyed when the log ends, {after:.3f} s later')
-        elif life.state == 'released' and life.pid in self.has_calls:
-            self._find('never-freed', life.who, life.last)
-        if life.held_since is not None:
-            life.tell(last, 'still holds its core when the log ends')
-            self._end_hold(life, last)
+                self.clients.finish(life)
+        self.clients.finish_reclaims()
+
+    def has_all_calls(self):
+        return all(process.has_calls for process in self.processes.values())
+
+    def level(self):
+        """Returns the highest level that was seen of any tag, but of the host platform's own lines."""
+        return max((level for tag, level in self.levels.items() if tag not in (PLATFORM, CODEC)), default=0)

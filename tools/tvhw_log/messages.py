@@ -92,6 +92,7 @@ MESSAGES = [
 ]
 
 TAGS = {CLIENT, ENCODER, SCALER, SINK, PLATFORM, CODEC}
+CALL_LEVEL = 4
 
 _VALUES = {'%d': r'(-?\d+)', '%u': r'(\d+)', '%x': r'([0-9a-f]+)', '%s': r'(.*)'}
 
@@ -122,23 +123,29 @@ def _number(text):
 
 @functools.lru_cache(maxsize=4096)
 def event_of(tag, text):
-    """Returns the event that a message tells of and its values, or None. A call, which only the host
-    platform logs, is ('call', kind of codec, its address, operation, arguments, result or None where
-    it was entered, microseconds)."""
+    """Returns the tag, event, level and values that a message tells of, or None. An empty tag, as in a
+    form without tags, is told by the message, if that is one tag's only. A call, which only the host
+    platform logs, has as values the kind of codec, its address, operation, arguments, result or None
+    where it was entered, and microseconds."""
     if len(text) > LONGEST:
         return None
+    if tag == '':
+        found = [event for event in (event_of(each, text) for each in (*_OF_TAG, PLATFORM)) if event]
+        if len(found) > 1:
+            return ('', *found[0][1:])
+        return found[0] if found else None
     if tag in (PLATFORM, CODEC):
         match = _CALL.match(text)
         if match is None:
             return None
         kind, address, operation, arguments, entered, result, taken = match.groups()
-        return ('call', kind, address, operation, arguments, None if entered else int(result),
-                int(taken or 0))
+        return (CODEC if kind else PLATFORM, 'codec_call' if kind else 'platform_call', CALL_LEVEL,
+                (kind, address, operation, arguments, None if entered else int(result), int(taken or 0)))
     whole, end = _OF_TAG[tag]
     match = whole.match(text) or end.search(text)
     if match is None:
         return None
     number = int(match.lastgroup[1:])
     values = match.groups()[match.lastindex:]
-    fields = MESSAGES[number][3].count('%')
-    return (MESSAGES[number][0], *(_number(value) for value in values[:fields]))
+    event, _, level, message = MESSAGES[number]
+    return (tag, event, level, tuple(_number(value) for value in values[:message.count('%')]))

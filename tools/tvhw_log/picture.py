@@ -41,6 +41,9 @@ class Picture:
         if self._kept is not None and begin <= self._window[1] and len(self._kept) < 2 * KEPT:
             self._kept.append(interval)
 
+    def line(self, _line):
+        pass
+
     def arrow(self, _origin, _target, reclaim):
         begin, end = reclaim.begin.time, reclaim.end.time
         if self._reclaim is not None:

@@ -3,6 +3,7 @@
 import textwrap
 
 SHOWN_CALLS = 4
+SHOWN_NOTES = 10
 
 
 def _times(count, word):
@@ -21,8 +22,11 @@ def _calls(life):
     return f'{_times(total, "call")} into the codec: ' + '; '.join(parts)
 
 
-def _life(life):
-    yield f'{life.who}  [{life.state}]'
+def _life(life, knows):
+    state = life.state if knows or life.state != 'holding' else 'held a core; its release would not be logged'
+    if life.channel is not None or life.kind == 'image sink':
+        state = 'closed' if life.state == 'closed' else ''
+    yield f'{life.who}' + (f'  [{state}]' if state else '')
     for line, text in sorted(life.moments, key=lambda moment: moment[0].time):
         yield f'  {line.clock:<13} {text}'
     if life.left_out:
@@ -33,30 +37,68 @@ def _life(life):
 
 def _verdict(number, rule, count, findings):
     yield f'{number}. {rule.title}' + (f'  ({count} times)' if count > 1 else '')
-    yield _wrapped('Means:', rule.meaning)
+    yield _wrapped('Proved:', rule.proved)
+    yield _wrapped('Suggested:', rule.suggested)
     yield _wrapped('Look at:', rule.next)
     for finding in findings:
         yield _wrapped('Whose:', finding.who + (f': {finding.detail}' if finding.detail else ''))
+        if finding.candidates:
+            yield _wrapped('Maybe by:', '; '.join(finding.candidates))
         for line in finding.lines:
             yield f'     {line.shown()}'
     if count > len(findings):
         yield f'   ... and {_times(count - len(findings), "time")} more'
 
 
+def what_is_not_told(history):
+    """Yields, for a log of this level, what it cannot tell."""
+    level = history.level()
+    if not history.known or history.has_all_calls():
+        return
+    if level <= 1:
+        yield ('Levels 0 and 1, as far as is seen: only failures are logged. Grants, reclaims that went well, '
+               'and who holds what are not.')
+    else:
+        yield (f'Levels 0 to {level}, as far as is seen: releases are not logged. Who holds a core, and whom a '
+               'reclaim is for, is a guess where several fit; the wait for calls and release() are not told apart.')
+    if level == 2:
+        yield 'Nor is logged what was asked for, nor what was done with windows and still pictures (level 3).'
+
+
+NOT_READ = '''No line of the library was read: {}.
+Read are the forms of "adb logcat -v" threadtime, time, brief, long, tag, process, thread, epoch, monotonic
+and color, also with year, UTC, zone, uid, usec or nsec, and those of Android Studio; not raw. Use:
+  adb logcat -v threadtime -s VideoClient VideoEncClient VideoScalerTvhw ImageSink
+and a level that the platform prints: the library writes nothing at level 3 where all goes well but what was
+asked for. On the host platform, KVO_MEDIA_LOG_LEVEL=4.'''
+
+
+def what_was_found(history, sources):
+    """Returns what there was instead of the library's lines."""
+    count = sum(source.lines for source in sources)
+    formless = sum(source.formless for source in sources)
+    if not count:
+        return 'the log is empty'
+    if history.unknown:
+        return f'{_times(history.unknown, "line")} of its tags, with messages that are not its own'
+    if formless >= count / 2:
+        return f'{formless} of {_times(count, "line")} are in no form that is read'
+    return f'{_times(history.foreign, "line")} of others'
+
+
 def report(history, sources):
     """Yields the lines of the report."""
+    for text in what_is_not_told(history):
+        yield textwrap.fill(text, 100)
+        yield ''
     yield 'CLIENTS'
     for life in history.lives:
         yield ''
-        yield from _life(life)
+        yield from _life(life, history.process(life.pid).has_calls)
     if not history.lives:
-        yield 'None: no line of the library.'
+        yield 'None.'
     if history.dropped:
         yield f'({_times(history.dropped, "earlier client")} left out.)'
-    if history.lives and not history.has_calls:
-        yield ''
-        yield ('The library writes no line when a core is given back: a client that "still holds its core" '
-               'here may have\nreleased it. Logs of the host platform at level 4 tell.')
     yield ''
     yield 'VERDICTS, the worst first'
     ranked = history.verdicts.ranked()
@@ -65,6 +107,13 @@ def report(history, sources):
         yield from _verdict(number, rule, count, findings)
     if not ranked:
         yield 'Nothing is wrong, as far as this log tells.'
+    if history.notes:
+        yield ''
+        yield 'NOT TO BE TOLD'
+        for note in history.notes[:SHOWN_NOTES]:
+            yield textwrap.fill(note, 100, subsequent_indent='  ')
+        if len(history.notes) > SHOWN_NOTES:
+            yield f'... and {len(history.notes) - SHOWN_NOTES} more'
     yield ''
     yield 'LINES'
     formless = sum(source.formless for source in sources)
@@ -76,3 +125,24 @@ def report(history, sources):
     for source in sources:
         if source.jumps:
             yield f'The clock of {source.name} jumped back {_times(source.jumps, "time")}.'
+        if source.repeated:
+            yield f'{_times(source.repeated, "line")} of {source.name} stand in another file, too.'
+        if source.damage:
+            yield f'{source.name} is damaged: {source.damage}.'
+
+
+def as_json(history, sources):
+    """Returns the verdicts for a script."""
+    def line(each):
+        return {'file': each.file, 'line': each.number, 'text': each.raw}
+    return {
+        'level': 4 if history.known and history.has_all_calls() else history.level(),
+        'lines': sum(source.lines for source in sources), 'known': history.known,
+        'not_told': list(what_is_not_told(history)),
+        'verdicts': [{'name': rule.name, 'title': rule.title, 'proved': rule.proved, 'suggested': rule.suggested,
+                      'next': rule.next, 'count': count,
+                      'findings': [{'who': finding.who, 'detail': finding.detail,
+                                    'candidates': finding.candidates,
+                                    'lines': [line(each) for each in finding.lines]} for finding in findings]}
+                     for rule, count, findings in history.verdicts.ranked()],
+        'notes': history.notes}

@@ -1,117 +1,205 @@
 """Scaler channels and image sinks, by the library's lines."""
 
+NOBODYS_PORT = 255  # -1, no port, in the 8 bits of the scaler's record.
+STAYS = 2.0  # Seconds after which a window that is not placed, or a picture not shown, is none to come.
 
-class ScalerAndSink:
-    """The part of a History that handles these lines: on_<event>(line, thread, values)."""
 
-    # --- Scaler channels.
+class Channels:
+    """Handles these lines; each handler returns the channel concerned, or None."""
 
-    def _stage(self, line, thread, channel=None):
-        """Returns the life of a channel, by default of the thread's last one; None if that is unknown."""
-        thread.channel = thread.channel if channel is None else channel
-        if thread.channel is None:
-            return None
-        life = self._stages.get((line.pid, thread.channel))
-        if life is None:
-            life = self._stages[line.pid, thread.channel] = self._new_life('scaler channel', line)
-            life.channel = thread.channel
-            life.state = 'open'
+    def __init__(self, history):
+        self._history = history
+
+    @staticmethod
+    def none(*_):
+        return None
+
+    def _at(self, line, thread, channel):
+        thread.channel = channel
+        life = self._history.life_at(line.pid, channel, 'scaler channel', line)
+        life.channel = channel
+        if thread.panel is not None:  # Written as a client is constructed.
+            life.since['begin'], thread.panel = thread.panel, None
         return life
 
-    def on_blank(self, line, thread, channel, blank):
-        life = self._stage(line, thread, channel)
-        if blank:
-            self._show(('life', life), 'shown', 'shown', life.shown_since, line)
-            life.shown_since, life.blank_since = None, life.blank_since or line
-        else:
-            self._show(('life', life), 'blank', 'blank', life.blank_since, line)
-            life.shown_since, life.blank_since = life.shown_since or line, None
+    def of_failure(self, line, thread, channel=None, *_):
+        channel = thread.channel if channel is None else channel
+        return None if channel is None else self._at(line, thread, channel)
 
-    def on_connect(self, line, thread, channel, source, port):
-        life = self._stage(line, thread, channel)
-        self._check_placed(life)
-        life.early = None if life.connected else life.input
-        life.connected = life.unplaced = line
+    def by_index(self, line, thread, _code, channel):
+        return self._at(line, thread, channel)
+
+    @staticmethod
+    def panel(line, thread, *_):
+        thread.panel = line
+
+    def open(self, line, thread, channel):
+        life = self._history.life_at(line.pid, channel, 'scaler channel', line)
+        self._close(life, line)
+        life = self._at(line, thread, channel)
+        life.since['begin'] = line
+        return life
+
+    def close(self, line, thread, channel):
+        life = self._at(line, thread, channel)
+        self._judge_placed(life)
+        self._close(life, line)
+        return life
+
+    def _close(self, life, line):
+        for state in ('blank', 'shown'):
+            self._history.show(('life', life), state, state, life.since.pop(state, None), line)
+        if life.moments:
+            life.tell(line, 'closed')
+        life.state = 'closed'
+
+    def blank(self, line, thread, channel, blank):
+        life = self._at(line, thread, channel)
+        now, before = ('blank', 'shown') if blank else ('shown', 'blank')
+        self._history.show(('life', life), before, before, life.since.pop(before, None), line)
+        life.since.setdefault(now, line)
+        if not blank and life.since.get('connected'):
+            life.since.pop('unplaced', None)
+        return life
+
+    def connect(self, line, thread, channel, source, port):
+        life = self._at(line, thread, channel)
+        since = life.since
+        if 'connected' not in since and 'begin' in since and 'input' in since:
+            since['early'] = since['input']
+        since['connected'] = since['unplaced'] = line
         life.tell(line, f'connects a source of type {source}, port {port}')
-
-    def on_connect_failed(self, line, thread, channel, source, port):
-        life = self._stage(line, thread, channel)
-        life.connected = life.unplaced = None
-        life.tell(line, 'connecting failed: left blank')
-
-    def on_adaptive(self, line, thread, channel, adaptive):
-        life = self._stage(line, thread, channel)
-        life.input = None
-        life.early = life.early if adaptive else None
-
-    def on_adaptive_failed(self, line, thread, channel, *_):
-        self._stage(line, thread, channel).unplaced = None
-
-    def on_disconnect(self, line, thread, channel, source):
-        life = self._stage(line, thread, channel)
-        self._check_placed(life)
-        life.connected = life.input = None
-        life.tell(line, 'disconnects')
-
-    def _check_placed(self, life):
-        if life.unplaced and life.early:
-            self._find('region-before-adaptive', life.who, life.early).add(life.unplaced)
-        elif life.unplaced:
-            self._find('never-placed', life.who, life.unplaced)
-        life.unplaced = life.early = None
-
-    def on_input(self, line, thread, channel, *_):
-        self._stage(line, thread, channel).input = line
-
-    def on_input_adaptive(self, line, thread, channel, *_):
-        life = self._stage(line, thread, channel)
-        if life.input:
-            self._find('region-before-adaptive', life.who, life.input).add(line)
-        life.input = None
-
-    def on_output(self, line, thread, channel, x, y, width, height, panel_width, panel_height):
-        life = self._stage(line, thread, channel)
-        life.unplaced = life.early = None
-        life.tell(line, f'places its window: {width}x{height} at {x}, {y}')
-        if panel_width == 0 or panel_height == 0:
-            self._find('panel-unknown', life.who, line)
-
-    # --- Image sinks: one output in a process.
-
-    def _sink(self, line):
-        life = self._stages.get((line.pid, 'sink'))
-        if life is None:
-            life = self._stages[line.pid, 'sink'] = self._new_life('image sink', line)
-            life.state = 'open'
+        if port == NOBODYS_PORT:
+            self._history.find('port-of-nobody', life.who, [line], '', [life])
         return life
 
-    def on_sink_configured(self, line, thread):
-        life = self._sink(line)
+    def connect_failed(self, line, thread, channel, source, port):
+        life = self._at(line, thread, channel)
+        life.since.pop('connected', None)
+        life.since.pop('unplaced', None)
+        life.tell(line, 'connecting failed: left blank')
+        if port == NOBODYS_PORT and self._history.levels.get(line.tag, 0) < 3:
+            self._history.find('port-of-nobody', life.who, [line], '', [life])
+        return life
+
+    def adaptive(self, line, thread, channel, adaptive):
+        life = self._at(line, thread, channel)
+        life.since.pop('input', None)
+        early = life.since.pop('early', None)
+        if adaptive and early:
+            life.since['early'] = early
+        return life
+
+    def adaptive_failed(self, line, thread, channel, *_):
+        life = self._at(line, thread, channel)
+        life.since.pop('unplaced', None)
+        return life
+
+    def disconnect(self, line, thread, channel, _source):
+        life = self._at(line, thread, channel)
+        self._judge_placed(life)
+        for name in ('connected', 'input'):
+            life.since.pop(name, None)
+        life.since.setdefault('begin', line)
+        life.tell(line, 'disconnects')
+        return life
+
+    def _judge_placed(self, life):
+        unplaced, early = (life.since.pop(name, None) for name in ('unplaced', 'early'))
+        if unplaced and early:
+            self._history.find('region-before-adaptive', life.who, [early, unplaced], '', [life])
+        elif unplaced:
+            self._history.find('never-placed', life.who, [unplaced], '', [life])
+
+    def input(self, line, thread, channel, _x, _y, width, height):
+        life = self._at(line, thread, channel)
+        life.since['input'] = line
+        life.since.pop('unplaced', None) if 'connected' in life.since else None
+        self._judge_size(life, line, 'the part of the source', width, height)
+        return life
+
+    def input_adaptive(self, line, thread, channel, _x, _y, width, height):
+        life = self._at(line, thread, channel)
+        before = life.since.pop('input', None)
+        life.since.pop('unplaced', None)
+        if before:
+            self._history.find('region-before-adaptive', life.who, [before, line], '', [life])
+        self._judge_size(life, line, 'the part of the source', width, height)
+        return life
+
+    def output(self, line, thread, channel, x, y, width, height, panel_width, panel_height):
+        life = self._at(line, thread, channel)
+        if 'connected' in life.since:
+            life.since.pop('unplaced', None)
+            life.since.pop('early', None)
+        life.tell(line, f'places its window: {width}x{height} at {x}, {y}')
+        self._judge_size(life, line, 'the window', width, height)
+        if panel_width == 0 or panel_height == 0:
+            self._history.find('panel-unknown', life.who, [line], '', [life])
+        return life
+
+    def _judge_size(self, life, line, what, width, height):
+        if width == 0 or height == 0:
+            self._history.find('empty-window', life.who, [line], f'{what} is {width}x{height}', [life])
+
+    def finish(self, life):
+        unplaced = life.since.get('unplaced')
+        if unplaced and self._history.quiet_for(unplaced) >= STAYS:
+            self._judge_placed(life)
+        for state in ('blank', 'shown'):
+            self._history.show(('life', life), state, state, life.since.get(state), self._history.last)
+
+
+class Sinks:
+    """Handles these lines; each handler returns the sink concerned: one output in a process."""
+
+    def __init__(self, history):
+        self._history = history
+
+    def of_failure(self, line, *_):
+        return self._history.life_at(line.pid, 'sink', 'image sink', line)
+
+    def configured(self, line, _thread):
+        life = self.of_failure(line)
         life.tell(line, 'configured')
-        life.connected = line
+        life.since['configured'] = line
+        return life
 
-    def on_sink_picture(self, line, thread, x, y, width, height, length, stride):
-        self._sink(line).stream = f'{width}x{height}, {length} bytes, {stride} a line'
+    def picture(self, line, _thread, _x, _y, width, height, length, stride):
+        life = self.of_failure(line)
+        life.since.pop('configured', None)
+        life.stream = f'{width}x{height}, {length} bytes, {stride} a line'
+        return life
 
-    def on_sink_shown(self, line, thread):
-        life = self._sink(line)
-        life.connected = None
+    def shown(self, line, _thread):
+        life = self.of_failure(line)
+        life.since.pop('configured', None)
         life.tell(line, f'shows a picture: {life.stream}')
-        life.shown_since = life.shown_since or line
+        life.since.setdefault('shown', line)
+        return life
 
-    def on_sink_picture_failed(self, line, thread):
-        life = self._sink(line)
-        life.connected = None
+    def not_shown(self, line, _thread):
+        life = self.of_failure(line)
+        life.since.pop('configured', None)
         life.tell(line, f'not shown: {life.stream}')
+        return life
 
-    def on_sink_closed(self, line, thread):
-        life = self._sink(line)
-        self._show(('life', life), 'shown', 'shows a picture', life.shown_since, line)
-        life.shown_since = None
-        self._check_shown(life)
+    def closed(self, line, _thread):
+        life = self.of_failure(line)
+        self._history.show(('life', life), 'shown', 'shows a picture', life.since.pop('shown', None), line)
+        configured = life.since.get('configured')
+        if configured and configured.tid == line.tid:  # Another thread may close a sink of its own.
+            self._judge(life)
         life.tell(line, 'closed')
+        life.state = 'closed'
+        return life
 
-    def _check_shown(self, life):
-        if life.connected:
-            self._find('still-not-shown', life.who, life.connected, 'configured, then no picture')
-            life.connected = None
+    def _judge(self, life):
+        self._history.find('still-not-shown', life.who, [life.since.pop('configured')],
+                           'configured, then no picture', [life])
+
+    def finish(self, life):
+        configured = life.since.get('configured')
+        if configured and self._history.quiet_for(configured) >= STAYS and life.state != 'closed':
+            self._judge(life)
+        self._history.show(('life', life), 'shown', 'shown', life.since.get('shown'), self._history.last)

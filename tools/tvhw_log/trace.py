@@ -50,6 +50,9 @@ class Trace:
         self._write(ph='X', cat=what, name=text, ts=start, dur=self._time(end) - start,
                     args=arguments, **self._track(track))
 
+    def line(self, _line):
+        pass
+
     def arrow(self, origin, target, reclaim):
         self._reclaims += 1
         at = {'cat': 'reclaim', 'name': 'takes the core', 'id': self._reclaims,

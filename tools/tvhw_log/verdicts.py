@@ -3,151 +3,239 @@ line of the library leads to."""
 
 from collections import namedtuple
 
-# Name, title, what it means, what to look at next.
-Rule = namedtuple('Rule', 'name title meaning next')
+from .messages import CLIENT, SCALER, SINK
+
+# Name, title, what its lines prove, what that suggests and why, what to look at next.
+Rule = namedtuple('Rule', 'name title proved suggested next')
 
 RULES = [Rule(*row) for row in [
+    ('process-died', 'A process that uses the library died',
+     'The system says so. All that the process held is free again.',
+     'Its last lines tell what it was doing; a reclaim under way is named.',
+     'The process\'s own crash report; the last lines of this process.'),
     ('reclaim-hangs', 'A reclaim does not end',
-     'The resource manager asked for a core back and still has no answer. The wait for calls in flight '
-     'ends after 3 seconds, so it is the release() of the codec that does not return. Whoever wants the '
-     'core waits with it.',
+     'It began, and no line tells its end though the log goes on.',
+     'The wait for calls ends after 3 seconds, so that the codec\'s release() would be what does not return.',
      'The stack of the thread of "reclaim: start": what the codec\'s release() waits for, often a thread '
      'of the codec that never ends.'),
     ('codec-stuck', 'Calls were stuck in the codec when it was reclaimed',
-     'Calls into the codec had not returned 3 seconds after a reclaim began. The codec was then released '
-     'under them; until then nobody else got the core.',
-     'Which calls these are (named below where the log has calls: level 4) and what they wait for: in the '
-     'codec, or in the resource manager\'s Free. A call must return when its input or output stalls.'),
+     'Calls had not returned 3 seconds after a reclaim began. The codec was then released under them; until '
+     'then nobody else got the core.',
+     'They wait in the codec, or in the resource manager\'s Free: nothing else is done inside the guard.',
+     'Which calls these are (level 4 names them) and what they wait for. A call must return when its input '
+     'or output stalls.'),
+    ('patience-over', 'A reclaim outlived the resource manager\'s patience',
+     'A request was refused with -110: on the host platform a holder has not answered for 10 seconds.',
+     'The holder is one whose reclaim had begun and not ended by then; a codec\'s release() is what can take '
+     'so long.',
+     'What the release() of the candidates waits for.'),
+    ('release-slow', 'A codec\'s release() took long in a reclaim',
+     'The reclaim lasted longer than the 3 seconds for which it waits for calls, or the codec\'s own line '
+     'tells how long its release() took. The newcomer waited as long.',
+     'The codec waits in release(), often for a thread of its own.',
+     'What that release() does; a stack of the thread while it lasts.'),
     ('manager-unreachable', 'The resource manager cannot be reached',
-     'Opening a client of the resource manager failed. A decoder that needs a core is not configured '
-     '(-1); an encoder goes on without a core.',
-     'Whether the resource manager runs and this process may talk to it; what its code behind "ret=" '
-     'means.'),
+     'A client of the resource manager could not be opened, or its request found no service. A decoder that '
+     'needs a core is not configured (-1); an encoder goes on without a core if it could not be opened.',
+     'The manager does not run, or does not answer this process.',
+     'Whether the resource manager runs and this process may talk to it; what its code behind "ret=" means.'),
     ('free-failed', 'The resource manager failed to free a client',
-     'The wrapper gave its core back and closed its client, but the manager reported a failure. The '
-     'library has forgotten the client all the same; the manager may still count its core as taken.',
+     'The manager reported a failure as a client was closed. The library has forgotten the client.',
+     'The manager may still count its core as taken.',
      'The manager\'s own log for this client, and whether later requests find nothing free.'),
     ('give-back-failed', 'The resource manager failed to take a core back',
-     'Giving back what a client holds failed. The client is closed next, which may still free the core.',
+     'The manager reported a failure as a client gave back what it held. The client is closed next.',
+     'That may still free the core.',
      'Whether the same client is freed right afterwards; then the manager\'s own log.'),
-    ('core-kept', 'A core is kept after a reclaim: its owner has not destroyed the wrapper',
-     'The codec was reclaimed and stopped, but its client of the resource manager stays open: after a '
-     'reclaim, release() closes nothing, only destruction does. On some platforms the core is not free '
-     'until then, and the next player is refused.',
-     'Who holds the last reference to this wrapper: after the first -19 its owner must let it go.'),
     ('never-freed', 'A core was released, but its client was never freed',
-     'The client gave its core back and stays open at the resource manager. It can still be reclaimed '
-     'from, and the manager\'s clients add up.',
-     'Who keeps the resource client alive after the release, or whether the process ended in between.'),
+     'The client gave its core back, and was open still when the log ended, its process going on.',
+     'Somebody keeps the resource client alive: the manager\'s clients add up.',
+     'Who keeps the resource client after the release.'),
     ('id-unreadable', 'A core was granted, but its id cannot be read',
-     'The manager granted a core and then could not tell the client\'s id. The configure operation '
-     'failed (-1) although the core is held; the next one goes on with that core.',
-     'Whether the owner released or destroyed the wrapper after the failure; the manager\'s code behind '
-     '"ret=".'),
+     'The manager granted a core and then could not tell the client\'s id. The configure operation failed '
+     '(-1) although the core is held; the next one goes on with that core.',
+     'A failure in the manager.',
+     'Whether the owner released or destroyed the wrapper after the failure; the code behind "ret=".'),
     ('no-codec', 'The resource manager knows no codec for this type of stream',
-     'There is no codec type for the MIME type of the stream (an empty one: the library knows none '
-     'either). The request was sent all the same and cannot be served.',
-     'The CodecType that the caller passed (for an encoder, its key "outFormat"), and whether this '
-     'device has such a codec at all.'),
+     'There is no codec type for the MIME type of the stream (an empty one: the library knows none either). '
+     'The request was sent all the same and cannot be served.',
+     'The caller passed a type that this device does not have.',
+     'The CodecType that the caller passed (for an encoder, its key "outFormat"), and whether this device has '
+     'such a codec at all.'),
+    ('no-such-core', 'No core could ever serve the request',
+     'A request was refused with -95: on the host platform no core of the pool has the size and use asked for, '
+     'or the type of stream has no codec (level 1 tells that). Nobody holds such a core.',
+     'The stream is larger than every core, or the pool has no core for encoders, or for decoders.',
+     'The size asked for beside the largest size of the cores ("size=" of what was granted).'),
+    ('request-invalid', 'The resource manager found no sense in a request',
+     'A request was refused with -22: on the host platform no such client is open, or a value is out of range.',
+     'The manager was started anew since the client was opened, or the caller passed a negative size.',
+     'The values asked for (level 3), and whether the manager ran all the time.'),
     ('may-not-force', 'No core is free, and this process may not take one from another',
-     'The platform\'s policy denies the calling process a forced acquisition (try=1), and every core '
-     'that fits is held.',
-     'Who holds the cores (the lives above), whether they should have ended, and whether the policy for '
-     'this calling process is right.'),
-    ('live-encoder', 'Refused because a live encoder keeps its core',
-     'The manager asked an encoder for its core, which refused since it streams live (it was configured '
-     'with "useDmaBuffer"). Whoever asked is refused.',
-     'Whether that encoder should still be running; only its owner can end it.'),
+     'The request was a try (try=1), which asks nobody, and was refused.',
+     'Every core that fits is held. The platform\'s policy denies the calling process the other form.',
+     'Who holds the cores (the lives above), and whether the policy for this calling process is right.'),
+    ('live-encoder', 'An encoder\'s request was refused, and live encoders kept their cores',
+     'In the 10 seconds before, from level 3 on while the request was under way, the candidates refused a reclaim: '
+     'they stream live (they were configured with "useDmaBuffer"). No encoder was granted a core.',
+     'The request was for one of their cores.',
+     'Whether those encoders should still be running; only their owners can end them.'),
     ('refused', 'The resource manager refused a request for a core',
-     'The request was sent with the right to take a core from another client, and still failed: no core '
-     'fits this stream, or a holder kept its core.',
-     'The size asked for beside the largest size of the cores; who holds them (the lives above); the '
-     'manager\'s code behind "ret=".'),
+     'The request was sent with the right to take a core from another client, and was refused.',
+     'All cores that fit are held and their holders keep them. The candidates may hold one; none of them '
+     'is at fault by that.',
+     'The size asked for beside the largest size of the cores; the manager\'s code behind "ret=".'),
     ('grant-lost', 'The request was accepted, but nothing is held',
-     'The manager accepted the request for a core and then said that the client holds nothing: it was '
-     'probably taken back at once.',
+     'The manager accepted the request for a core and then said that the client holds nothing.',
+     'It was probably taken back at once.',
      'A reclaim for the same client at that moment; the manager\'s own log.'),
     ('grant-unreadable', 'The resource manager cannot tell what was granted',
-     'Reading back what the client holds failed, so the configure operation could not go on.',
-     'The lines before these, if the log has lost some; the manager\'s code behind "ret=".'),
+     'Reading back what the client holds failed, so that the configure operation could not go on.',
+     'A failure in the manager, unless a line before these is lost.',
+     'The manager\'s code behind "ret=".'),
+    ('codec-refused', 'A codec refused to be configured',
+     'The codec was asked with what was granted, and answered with that status. The core stays held until '
+     'the wrapper is released.',
+     'The stream, or what the configuration says of it, is not one for this codec.',
+     'The codec\'s own log; the configuration that the caller passed.'),
+    ('not-configured', 'A codec was called that was not configured, or no longer',
+     'A call reached the codec before it was configured or after its owner released it.',
+     'The caller\'s order is wrong, or a thread goes on after another has ended the session.',
+     'Which thread makes the call named, and who ends it.'),
     ('no-connection', 'A request was made without a client of the resource manager',
      'There was no connection, so that nothing was asked for.',
-     'Whether the manager answered success without a client; whether two threads configure and release '
-     'the wrapper at once, which are one thread\'s to do.'),
+     'The manager answered success without a client, or two threads configure and release the wrapper at '
+     'once, which are one thread\'s to do.',
+     'The threads that use this wrapper.'),
     ('port-not-granted', 'No display port was granted for tunnel mode',
      'The decoder asked for a display port and got none. With "vdoPort=TVHW_CRM_VIDEO_PORT_NONE" the '
      'tunnel-mode configure failed (-1) and gave the core back; where only reading the port back failed '
      '("crm-resource") it went on without one, and shows nothing.',
-     'Who holds the display ports (there are two); the manager\'s code behind "ret=", if there is one.'),
+     'Others hold the two ports.',
+     'Who holds the display ports; the manager\'s code behind "ret=", if there is one.'),
     ('ports-not-cleared', 'The display ports could not be cleared',
      'Pixel mode clears both ports before it starts. That failed, the configure operation too (-1), and '
      'the core stays with the wrapper until it is released.',
+     'A failure in the manager.',
      'Whether the owner released the wrapper after the failure; what still shows on the ports.'),
+    ('port-of-nobody', 'The scaler was given port 255, which no decoder has',
+     'The source was to be the decoder of port 255. That is -1, no port, in the record\'s 8 bits.',
+     'The caller passed a decoder\'s port before it had one, or one of a decoder without.',
+     'Where the caller takes the port from: the decoder\'s "video-port" is -1 without a display port.'),
     ('scaler-unusable', 'The video scaler cannot be initialised',
      'No channel can be used in this process; each later operation tries again.',
+     'The scaler\'s driver is not there, or not for this process.',
      'Whether the scaler\'s driver is loaded and this process may use it.'),
     ('channel-unopened', 'A scaler channel cannot be opened',
      'Everything that is asked of this channel is ignored until opening it succeeds: no picture.',
-     'Whether another client holds the channel (idx=): it has one user at a time.'),
+     'Another client has it: a channel has one user at a time.',
+     'Who else uses the channel (idx=).'),
     ('window-blank', 'The window was left blank: connecting the source failed',
      'The window is blanked before a source is connected, and stays so when that fails.',
-     'Whether the source of that type and port exists yet: a decoder that has the port, an input that '
-     'has a signal. Connect again, then place the window.'),
+     'There is no source of that type and port yet, or another is connected.',
+     'A decoder that has the port, an input that has a signal. Connect again, then place the window.'),
     ('adaptive-unset', 'The window was left blank: the adaptive setting failed',
      'The source was connected, but the scaler refused to be told whether its size changes. The window '
      'stays blank and the new source is not noted.',
+     'A failure in the scaler.',
      'The scaler\'s own log. Connect again, then place the window.'),
     ('blank-failed', 'Blanking or showing the window failed',
      'With (1) the old picture may stay while the source changes, with (0) the window stays blank.',
+     'A failure in the scaler.',
      'The scaler\'s own log at this time; whether another process uses the channel.'),
+    ('empty-window', 'A region of no size was programmed',
+     'A width or a height of 0: nothing is to be seen of it.',
+     'The caller placed the window before it knew its size.',
+     'The region that the caller passed.'),
     ('region-before-adaptive', 'A region was programmed before the stream was adaptive',
      'The region was given in pixels of the source, as for a stream of one size; then the stream became '
-     'adaptive, whose regions are in pixels of the panel. What is shown is cut or scaled wrongly.',
+     'adaptive, whose regions are in pixels of the panel.',
+     'What is shown is cut or scaled wrongly until the next region.',
      'The caller\'s order: connect with the adaptive flag first, then updateRegion.'),
     ('never-placed', 'The window was left blank: it was never placed',
      'Connecting a source blanks the window, and only updateRegion shows it. None came for this channel.',
+     'The caller forgot it, or gave the source up before it had a picture.',
      'Why the caller did not report a region after it connected the source.'),
     ('region-refused', 'The scaler refused a region',
      'The window is shown, but with the region of before.',
-     'The four numbers (x/y/width/height) beside the size of the source and of the panel. Values beyond '
-     '65535 come from regions whose end lies before their start.'),
+     'The region does not fit the source or the panel. A number just below 65536 comes from an end that lies '
+     'before its start.',
+     'The four numbers (x/y/width/height) beside the size of the source and of the panel.'),
     ('disconnect-failed', 'Disconnecting the source failed',
      'The scaler may still show the old source. It names the source by what the last region update said.',
+     'Another source is connected, or none.',
      'Whether type and port in the line are those that were connected.'),
     ('channel-unclosed', 'A scaler channel could not be closed',
+     'The scaler reported a failure.',
      'The next client that opens this channel may be refused.',
      'The scaler\'s own log; whether another client closed the channel.'),
     ('output-unopened', 'The video output for still pictures cannot be opened',
      'Nothing that the sink is asked for can work until opening it succeeds.',
+     'The output is not there, or not for this process.',
      'Whether the output exists and this process may use it.'),
     ('sink-format', 'The image sink refused the format',
      'A width or height of 0 or missing, or a colour format other than 14: configure answered -2.',
+     'The caller passed it so.',
      'The configuration that the caller passed.'),
     ('sink-unconfigured', 'The video output refused the configuration of the image sink',
      'The output could not be prepared for pictures of that size: configure answered -1.',
-     'Whether the output is open (a line before says so) and can hold a picture of that size.'),
+     'It is not open (a line before says so) or cannot hold a picture of that size.',
+     'The size that was configured.'),
     ('still-not-shown', 'A still picture was not shown',
      'The output refused the picture, or none was shown after it was configured.',
-     'The picture\'s size beside the configured one, its stride (4 bytes a pixel) and its buffer; whether '
-     'the sink was configured.'),
+     'The picture does not fit what was configured, or its memory is not the platform\'s.',
+     'The picture\'s size beside the configured one, its stride (4 bytes a pixel) and its buffer.'),
     ('output-unclosed', 'The video output could not be closed',
+     'The output reported a failure.',
      'It may go on showing the last picture.',
      'Whether somebody else closed it already.'),
+    ('reclaim-slow', 'A reclaim took long',
+     'From its start to its end; the newcomer waited as long.',
+     'Calls stayed in the codec, or its release() took long: the log does not tell them apart.',
+     'A log of level 4, on the host platform; which calls of the codec wait.'),
+    ('core-kept', 'After a reclaim the wrapper was not destroyed',
+     'The codec was reclaimed and stopped, and its client of the resource manager was open still when the log '
+     'ended, its process going on: after a reclaim, release() closes nothing, only destruction does.',
+     'Its owner has not noticed, or keeps a reference. On some platforms the core is not free until then.',
+     'Who holds the last reference to this wrapper: after the first -19 its owner must let it go.'),
+    ('no-size', 'A core was asked for without a size',
+     'The width or height is 0 or missing in the configuration. A decoder then asks for 1280x720 or, '
+     'adaptive, 1920x1080 at least; an encoder for a core of any size.',
+     'The caller left a key out: the core may be too small for the stream.',
+     'The configuration that the caller passed.'),
     ('panel-unknown', 'The size of the panel is not known',
      'Regions are then not scaled: windows have the caller\'s size and place instead of the panel\'s.',
+     'A failure in the video back end.',
      'Why the video back end does not tell the panel\'s size.'),
     ('core-unknown', 'A core of an unknown type was granted',
      'The manager names a type of core that the library does not know; the codec is told 0.',
-     'Whether the platform has newer cores than this library.'),
-    ('log-ends', 'The log ends during a reclaim',
-     'Too soon to tell whether it would have ended.',
-     'A longer log, or the stacks of a process that still runs.'),
+     'The platform has newer cores than this library.',
+     'The number in the line beside the types that this library knows, 1 to 4.'),
+    ('platform-says', 'The host platform reports a mistake',
+     'Its own words are below.',
+     'The program or the library used the platform as it is not meant to be.',
+     'The line, and what the process did just before it.'),
+    ('cause-unknown', 'A request failed, for a reason that is not in the log',
+     'Reading back what was granted failed; that is how a refused request ends.',
+     'The lines that tell why were written before the log begins.',
+     'A longer log.'),
 ]]
 
 RANK = {rule.name: rank for rank, rule in enumerate(RULES)}
 
-_NO_CORE = ('no-codec', 'may-not-force', 'live-encoder', 'refused', 'core-kept', 'grant-lost',
-            'grant-unreadable')
+# What the host platform's codes mean, by the tag of the line.
+HOST_CODES = {
+    CLIENT: {-16: 'nothing is free, or its holders keep it', -22: 'no such client, or a request without sense',
+             -61: 'the client holds nothing', -95: 'no core of the pool could ever serve the request',
+             -110: 'a holder has not answered a reclaim for 10 seconds', -111: 'there is no service'},
+    SCALER: {-6: 'the scaler is not initialised', -9: 'the channel is not open, or there is none',
+             -16: 'the channel is in use', -22: 'a request without sense', -34: 'a region outside the panel',
+             -107: 'another source is connected, or none'},
+    SINK: {-16: 'in use', -22: 'no such output'},
+}
+
+_NO_CORE = ('no-codec', 'may-not-force', 'live-encoder', 'refused', 'grant-lost', 'grant-unreadable', 'no-such-core',
+            'request-invalid', 'patience-over', 'manager-unreachable', 'cause-unknown')
 
 # Failure line: its verdict, and the verdicts that explain it if one of their lines came before it in
 # the same operation; it then is a proof of those.
@@ -155,7 +243,7 @@ CAUSES = {
     'init_failed': ('manager-unreachable', ()),
     'not_connected': ('manager-unreachable', ()),
     'no_codec': ('no-codec', ()),
-    'acquire_refused': ('refused', ('no-codec',)),  # See also History._explain_refusal.
+    'acquire_refused': ('refused', ('no-codec',)),  # Or another: Clients.rule_of_refusal.
     'grant_lost': ('grant-lost', ('no-codec',)),
     'resource_unread': ('grant-unreadable', (*_NO_CORE, 'port-not-granted')),
     'request_unsent': ('no-connection', ('manager-unreachable',)),
@@ -170,8 +258,6 @@ CAUSES = {
     'not_cleared': ('ports-not-cleared', ('manager-unreachable',)),
     'give_back_failed': ('give-back-failed', ()),
     'free_failed': ('free-failed', ()),
-    'reclaim_timeout': ('codec-stuck', ()),
-    'reclaim_rejected': ('live-encoder', ()),
     'scaler_init_failed': ('scaler-unusable', ()),
     'scaler_open_failed': ('channel-unopened', ()),
     'scaler_close_failed': ('channel-unclosed', ()),
@@ -192,13 +278,17 @@ CAUSES = {
     'core_unknown': ('core-unknown', ()),
 }
 
+# Failure lines that Clients judges together with others.
+JUDGED_WITH_OTHERS = ('reclaim_timeout', 'reclaim_rejected')
+
 
 class Finding:
-    """One time that a verdict applies: to whom, and the lines that prove it."""
+    """One time that a verdict applies: to whom, the lines that prove it, and who may have caused it."""
 
-    def __init__(self, rule, who, line, detail=''):
-        self.rule, self.who, self.detail = rule, who, detail
-        self.lines = [line]
+    def __init__(self, rule, who, lines, detail='', lives=()):
+        self.rule, self.who, self.detail, self.lives = rule, who, detail, list(lives)
+        self.lines = list(lines)
+        self.candidates = []
         self.events = set()
 
     def add(self, line):
@@ -222,6 +312,8 @@ class Verdicts:
 
     def move(self, finding, rule):
         """Puts a finding under another rule, once more is known."""
+        if rule == finding.rule:
+            return
         self.counts[finding.rule] -= 1
         if finding in self.found[finding.rule]:
             self.found[finding.rule].remove(finding)
