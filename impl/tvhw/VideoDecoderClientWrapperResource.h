@@ -31,7 +31,10 @@ public:
     ~VideoDecoderClientWrapperResource() override;
 
     /// Acquires a core that fits `type` and `config`, unless one is held, and a display port,
-    /// unless one was granted or learned. Then configures the client with a copy of `config` in
+    /// unless one was granted or learned. The core is asked for by MIME type (porting.md has the
+    /// list), and for no less than 1280x720, unless "color-format" is 5 to 12; an adaptive stream
+    /// for its largest size, no less than 1920x1080. Where all cores are smaller, small clips are
+    /// refused, too. Then configures the client with a copy of `config` in
     /// which the granted core, id, port and size limits are written. Returns
     /// - the client's status;
     /// - -1 when the resource manager grants no core, or no port: then the core is given back, too.
@@ -49,7 +52,8 @@ public:
     /// As configureReferenceMode().
     Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override;
 
-    /// Releases the client, then gives everything back; returns the client's status. After a
+    /// Releases the client, then gives everything back; returns the client's status. A port that
+    /// was learned is cleared where the property "ro.vendor.kvo.omx.clear_display" is 1. After a
     /// completed reclaim, which has released the client, only tells the platform and returns 0:
     /// what is still held goes at destruction.
     Return<void> release() override;

@@ -15,7 +15,10 @@ public:
     /// What to show and where. Copied as a whole; this library's client reads `type`, `port`,
     /// `adaptive` and the two regions.
     struct LayerInfo {
-        std::uint32_t type = 0;           ///< Kind of video source, 1 to 7.
+        /// Kind of video source, 1 to 7, in the media library's numbers, whose names are not here.
+        /// The players of examples/ give a decoder's port as kind 1. This library's client tells
+        /// the scaler 2 for kind 4, 0 for 5 and 7, and 3 for every other.
+        std::uint32_t type = 0;
         std::uint8_t port = 0;            ///< Port of the source.
         std::uint32_t frameRate = 0;      ///< Frames per second, 0 if unknown.
         std::int32_t adaptive = 0;        ///< Not 0: the picture size changes while playing.
