@@ -223,7 +223,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          play(*new Decoder);
          Decoder second;
          play(second);
-         goOn(1100);
+         goOn(3100);
      }},
     {"never-freed",
      [] {

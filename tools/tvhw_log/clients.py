@@ -8,7 +8,8 @@ PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer
 LONG_RELEASE = 1.0  # Seconds in a codec's release() that are worth a verdict,
 LONG_RECLAIM = 1.5  # and in a reclaim of which the log does not tell the parts.
 HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just under way.
-GRACE = 1.0  # Seconds in which what is not there may still come.
+GRACE = 1.0  # Seconds in which what is not there may still come,
+GRACE_OF_OWNER = 3.0  # and in which an owner may notice that his codec was reclaimed.
 NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
 ENDED = ('closed', 'refused', 'reclaimed', 'released', 'process ended')
 
@@ -469,7 +470,7 @@ class Clients:
         if not knows or life.id is None:
             return
         open_for = history.quiet_for(since)
-        if open_for >= GRACE:
+        if open_for >= (GRACE_OF_OWNER if rule == 'core-kept' else GRACE):
             history.find(rule, life.who, [line for line in (since, told) if line],
                          f'still open {open_for:.1f} s later, when the log ends', [life])
         elif not life.in_flight:
