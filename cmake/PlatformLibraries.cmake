@@ -8,5 +8,10 @@ foreach(name kvo_hal_crm kvo_hal_photo kvo_hal_vbe kvo_hal_vsc kvo_media_hw_comm
         add_library(${name} UNKNOWN IMPORTED)
         set_target_properties(${name} PROPERTIES IMPORTED_LOCATION ${${name}_LIBRARY})
         list(APPEND kvo_platform_libraries ${${name}_LIBRARY})
+        execute_process(COMMAND ${CMAKE_READELF} -d ${${name}_LIBRARY} OUTPUT_VARIABLE entries)
+        if(NOT entries MATCHES "SONAME")
+            message(WARNING "${${name}_LIBRARY} has no SONAME: what is linked to it needs it by this path. "
+                "Link it with -Wl,-soname,lib${name}.so, or call patchelf --set-soname lib${name}.so")
+        endif()
     endif()
 endforeach()

@@ -106,6 +106,6 @@ install_pkg_config(kvo_media_hw_tvhw)
 
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY examples/libav-codec examples/minimal-player
+install(DIRECTORY examples/libav-codec examples/minimal-platform examples/minimal-player
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 include(cmake/debian.cmake)

@@ -2,10 +2,15 @@
 
 // The resource manager's client library, libkvo_hal_crm.
 
+#ifdef __cplusplus
 #include <cstddef>
 #include <cstdint>
 
 extern "C" {
+#else
+#include <stddef.h>
+#include <stdint.h>
+#endif
 
 /// One client connection; null is no connection.
 typedef struct TVHW_CRM_CLIENT* TVHW_CRM_HANDLE;
@@ -24,24 +29,24 @@ enum { TVHW_CRM_CODEC_TYPE_DISPLAY = 0x4001 };
 
 /// A request for a codec core or a display port. Unused fields are 0.
 typedef struct TVHW_CRM_ACQUIRE_PARAM {
-    std::int32_t codecType;  ///< From TVHW_CRM_CodecTypeFromMIME, or TVHW_CRM_CODEC_TYPE_DISPLAY.
-    std::int32_t width;      ///< Pixels.
-    std::int32_t height;     ///< Pixels.
-    std::int32_t frameRate;  ///< Frames per second.
-    std::int32_t isEncoder;  ///< 0 or 1.
-    std::int32_t extraFlag;  ///< 0 or 1.
-    std::int32_t reserved[10];
+    int32_t codecType;  ///< From TVHW_CRM_CodecTypeFromMIME, or TVHW_CRM_CODEC_TYPE_DISPLAY.
+    int32_t width;      ///< Pixels.
+    int32_t height;     ///< Pixels.
+    int32_t frameRate;  ///< Frames per second.
+    int32_t isEncoder;  ///< 0 or 1.
+    int32_t extraFlag;  ///< 0 or 1.
+    int32_t reserved[10];
 } TVHW_CRM_ACQUIRE_PARAM;
 
 /// What a client holds, a core and a port at once if need be, or, in a clear request, the display
 /// ports to clear.
 typedef struct TVHW_CRM_RESOURCE {
-    std::int32_t core;       ///< Type of the codec core, 1 to 4; any other is unknown.
-    std::int32_t videoPort;  ///< TVHW_CRM_VIDEO_PORT; below 1 when no port is held.
-    std::int32_t reserved1[2];
-    std::int32_t maxWidth;   ///< Largest picture width of the core, in pixels.
-    std::int32_t maxHeight;  ///< Largest picture height of the core, in pixels.
-    std::int32_t reserved2[10];
+    int32_t core;       ///< Type of the codec core, 1 to 4; any other is unknown.
+    int32_t videoPort;  ///< TVHW_CRM_VIDEO_PORT; below 1 when no port is held.
+    int32_t reserved1[2];
+    int32_t maxWidth;   ///< Largest picture width of the core, in pixels.
+    int32_t maxHeight;  ///< Largest picture height of the core, in pixels.
+    int32_t reserved2[10];
 } TVHW_CRM_RESOURCE;
 
 /// What the manager tells of a reclaim; its content is the manager's own.
@@ -91,6 +96,7 @@ int TVHW_CRM_ClientReleaseResource(TVHW_CRM_HANDLE client);
 /// Writes the id by which the whole system knows a client.
 int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id);
 
+#ifdef __cplusplus
 }  // extern "C"
 
 static_assert(sizeof(TVHW_CRM_ACQUIRE_PARAM) == 64);
@@ -105,3 +111,4 @@ static_assert(offsetof(TVHW_CRM_RESOURCE, core) == 0);
 static_assert(offsetof(TVHW_CRM_RESOURCE, videoPort) == 4);
 static_assert(offsetof(TVHW_CRM_RESOURCE, maxWidth) == 16);
 static_assert(offsetof(TVHW_CRM_RESOURCE, maxHeight) == 20);
+#endif
