@@ -28,7 +28,7 @@ install(FILES
 install_as(tools)
 install(PROGRAMS tools/tvhw-log DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY tools/tvhw_log DESTINATION ${CMAKE_INSTALL_DATADIR}/tvhw-log
-    FILES_MATCHING PATTERN *.py)
+    FILES_MATCHING PATTERN *.py PATTERN *.html)
 
 install_as(library)
 set_target_properties(kvo_media_hw_tvhw PROPERTIES EXPORT_NAME media_hw_tvhw)

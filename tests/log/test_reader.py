@@ -294,5 +294,54 @@ class Reader(unittest.TestCase):
             self.assertEqual({line.split()[5].rstrip(':') for line in log.read_text().splitlines()}, tags)
 
 
+class InABrowser(unittest.TestCase):
+    """What the page shows, in headless Chromium."""
+
+    CLICK = """<script>
+        const verdict = document.querySelector('.verdict');
+        if (verdict) verdict.click();
+        const pixels = paint.getImageData(0, 0, canvas.width, canvas.height).data;
+        document.body.dataset.drawn = pixels.filter((value, place) => place % 4 == 3 && value).length;
+        document.body.dataset.tracks = visible.map(track => data.tracks[track][0]).join();
+        document.body.dataset.requests = performance.getEntriesByType('resource').length;
+    </script>"""
+
+    def shown(self, log):
+        page = log.with_suffix('.html')
+        read(log, '--html', page)
+        page.write_text(page.read_text() + self.CLICK)
+        dumped = subprocess.run(['chromium', '--headless=new', '--no-sandbox', '--disable-gpu', '--dump-dom',
+                                 f'--user-data-dir={WORKING}/browser', f'file://{page}'],
+                                capture_output=True, check=True, timeout=60).stdout.decode()
+        body = re.search(r'<body[^>]*>', dumped)[0] if '<body' in dumped else ''
+        marked = re.findall(r'class="row[^"]* marked"[^>]*>([^<]*)<', dumped)
+        return dumped, dict(re.findall(r'data-(\w+)="([^"]*)"', body)), marked
+
+    def test_a_click_on_a_verdict_marks_its_lines(self):
+        log = write_log('live-encoder', [SITUATION, 'live-encoder'])
+        proofs = json.loads(read(log, '--json')[1])['verdicts'][0]['findings'][0]['lines']
+        log.write_text(log.read_text() + '11-24 20:01:02.345  1  1 I VideoClient: <script>throw 1</script>\n')
+        dumped, body, marked = self.shown(log)
+        self.assertEqual([line.split(':', 2)[1] for line in marked], [str(proof['line']) for proof in proofs])
+        self.assertIn('live encoders kept their cores', dumped)
+        self.assertIn('encoder 70001', body['tracks'])
+        self.assertGreater(int(body['drawn']), 1000)
+        self.assertEqual(body['requests'], '0')
+
+    def test_a_log_without_verdicts_and_a_long_one(self):
+        dumped, body, marked = self.shown(write_log('nothing-wrong', [SITUATION, 'nothing-wrong']))
+        self.assertIn('Nothing is wrong, as far as this log tells.</p>', dumped)
+        self.assertIn('decoder 70001', body['tracks'])
+        long = WORKING / 'long.log'
+        long.write_text(''.join(made(*(line for client in range(720)
+                                       for line in plays(60 * client, 70001 + client, client % 2)),
+                                     '43200 500 600 I/VideoClient: reclaim: start, calling-pid=0',
+                                     '43210 500 777 I/VideoScalerTvhw: panel size =1920/1080')))
+        dumped, body, marked = self.shown(long)
+        self.assertEqual(len(marked), 1)
+        self.assertIn('decoder 70720', dumped)
+        self.assertLess(dumped.count('class="row'), 200)
+
+
 if __name__ == '__main__':
     unittest.main(argv=sys.argv[:1] + sys.argv[3:])

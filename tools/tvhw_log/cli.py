@@ -7,6 +7,7 @@ import zipfile
 
 from .formats import merged, opened
 from .history import History
+from .page import Page
 from .picture import Picture
 from .report import NOT_READ, as_json, report, what_was_found
 from .trace import Trace
@@ -40,6 +41,8 @@ def arguments(argv):
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('files', metavar='FILE', nargs='+')
     parser.add_argument('--json', action='store_true', help='print the verdicts for a script')
+    parser.add_argument('--html', metavar='FILE',
+                        help='also write a page that shows it all, for a browser: one file, to attach to a bug')
     parser.add_argument('--trace', metavar='FILE',
                         help='also write a trace that https://ui.perfetto.dev opens')
     parser.add_argument('--svg', metavar='FILE',
@@ -52,7 +55,8 @@ def run(options):
     sources = opened(options.files)
     trace = Trace(options.trace) if options.trace else None
     picture = Picture() if options.svg else None
-    history = History([observer for observer in (trace, picture) if observer])
+    page = Page() if options.html else None
+    history = History([observer for observer in (trace, picture, page) if observer])
     for line in merged(sources):
         history.read(line)
     history.finish()
@@ -60,6 +64,8 @@ def run(options):
         trace.close(history)
     if picture:
         picture.write(options.svg, history)
+    if page and history.first:
+        page.write(options.html, history, sources)
     if options.json:
         print(json.dumps(as_json(history, sources), indent=1))
     elif history.known:

@@ -15,24 +15,29 @@ def _wrapped(label, text):
                          break_on_hyphens=False)
 
 
-def _calls(life):
+def calls_of(life):
     total = sum(count for count, _ in life.calls.values())
     most = sorted(life.calls.items(), key=lambda call: -call[1][0])[:SHOWN_CALLS]
     parts = [f'{name} {_times(count, "time")}, longest {longest / 1000:.1f} ms' for name, (count, longest) in most]
     return f'{_times(total, "call")} into the codec: ' + '; '.join(parts)
 
 
-def _life(life, knows):
-    state = life.state if knows or life.state != 'holding' else 'held a core; its release would not be logged'
+def state_of(life, knows):
+    """Returns the last state of a client, as far as it is known; of all else, only whether it is closed."""
     if life.channel is not None or life.kind == 'image sink':
-        state = 'closed' if life.state == 'closed' else ''
+        return 'closed' if life.state == 'closed' else ''
+    return life.state if knows or life.state != 'holding' else 'held a core; its release would not be logged'
+
+
+def _life(life, knows):
+    state = state_of(life, knows)
     yield f'{life.who}' + (f'  [{state}]' if state else '')
     for line, text in sorted(life.moments, key=lambda moment: moment[0].time):
         yield f'  {line.clock:<13} {text}'
     if life.left_out:
         yield f'  {"":<13} (before the last of these: {_times(life.left_out, "more moment")})'
     if life.calls:
-        yield f'  {"":<13} {_calls(life)}'
+        yield f'  {"":<13} {calls_of(life)}'
 
 
 def _verdict(number, rule, count, findings):

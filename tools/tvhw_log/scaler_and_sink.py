@@ -34,9 +34,10 @@ class Channels:
         thread.panel = line
 
     def open(self, line, thread, channel):
-        life = self._history.life_at(line.pid, channel, 'scaler channel', line)
-        self._close(life, line)
         life = self._at(line, thread, channel)
+        if life.moments:  # Its end is not in the log.
+            self._close(life, line)
+            life = self._at(line, thread, channel)
         life.since['begin'] = line
         return life
 

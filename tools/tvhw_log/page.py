@@ -1,0 +1,67 @@
+"""One self-contained page: verdicts, a timeline, the lives and the log's lines. page.html draws it from
+the data that is put into it here."""
+
+import json
+import pathlib
+
+from .report import as_json, calls_of, state_of
+
+KEPT_BARS = 40000  # Of calls, and as many of all else.
+KEPT_LINES = 40000  # Of calls, and as many of all else.
+
+
+class Page:
+    def __init__(self):
+        self._bars = {False: [], True: []}  # By whether they are calls.
+        self._lines = {False: [], True: []}
+        self._left_out = {'bars': 0, 'lines': 0}
+        self._tracks = {}
+
+    def _keep(self, name, kept, limit, entry):
+        if len(kept) < limit:
+            kept.append(entry)
+        else:
+            self._left_out[name] += 1
+
+    def line(self, line):
+        self._keep('lines', self._lines[line.tag in ('HostPlatform', 'Codec')], KEPT_LINES, line)
+
+    def interval(self, track, what, text, begin, end, life, arguments):
+        key = (track[1].pid, 0, track[1].number) if track[0] == 'life' else (track[1], 1, track[2])
+        self._tracks.setdefault(key, track[1])
+        details = ', '.join(f'{name} {value}' for name, value in arguments.items() if value != '')
+        self._keep('bars', self._bars[what in ('call', 'platform')], KEPT_BARS,
+                   [key, what, f'{text} ({details})' if details else text, begin, end])
+
+    def arrow(self, _origin, _target, _reclaim):
+        """A reclaim's bars say as much."""
+
+    def write(self, path, history, sources):
+        data = as_json(history, sources)
+        cited = {id(line): line for _, _, findings in history.verdicts.ranked()
+                 for finding in findings for line in finding.lines}
+        lines = {id(line): line for kept in self._lines.values() for line in kept} | cited
+        lines = sorted(lines.values(), key=lambda line: (line.time, line.file, line.number))
+        places = {(line.file, line.number): place for place, line in enumerate(lines)}
+        for verdict in data['verdicts']:
+            for finding in verdict['findings']:
+                finding['lines'] = [places[line['file'], line['line']] for line in finding['lines']]
+        tracks = sorted(self._tracks)
+        rows = {key: row for row, key in enumerate(tracks)}
+        start = history.first.time
+        data.update(
+            files=[source.name for source in sources], left_out=self._left_out,
+            clock=history.first.clock, span=max(history.last.time - start, 1e-3),
+            tracks=[[f'{self._tracks[key].name}' if key[1] == 0 else f'thread {key[2]}', key[0], key[1]]
+                    for key in tracks],
+            bars=[[rows[key], what, text, round(begin - start, 6), round(end - start, 6)]
+                  for key, what, text, begin, end in self._bars[False] + self._bars[True]],
+            lives=[{'who': life.who, 'state': state_of(life, history.process(life.pid).has_calls),
+                    'moments': [[line.clock, text] for line, text in
+                                sorted(life.moments, key=lambda moment: moment[0].time)]
+                    + ([['', calls_of(life)]] if life.calls else [])} for life in history.lives],
+            log=[[line.file, line.number, line.raw[:2000], round(line.time - start, 6)] for line in lines])
+        page = (pathlib.Path(__file__).parent / 'page.html').read_text(encoding='utf-8')
+        text = json.dumps(data, separators=(',', ':')).replace('<', '\\u003c')
+        with open(path, 'w', encoding='utf-8') as file:
+            file.write(page.replace('"DATA"', text))
