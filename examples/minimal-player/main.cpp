@@ -64,7 +64,7 @@ int main() {
         Status fed;
         for (; !fed.isError() && frames < 250; std::this_thread::sleep_for(40ms)) {
             fed = decoder.writeInputFrame(0, frames * 40'000ULL, frame, sizeof(frame)).status();
-            frames += fed.isError() ? 0 : 1;
+            frames += fed.isError() ? 0U : 1U;
         }
         return fed.code();
     });

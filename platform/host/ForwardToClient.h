@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "host/CodecWrappers.h"
 #include "host/LoggedCall.h"
 #include "kvo/media/hardware/Status.h"
 
@@ -25,14 +26,15 @@ host::LoggedCall codecCall(Client const* client, char const* name) {
     return {host::kCodecTag, text.str()};
 }
 
-/// Calls `operation`, whose name is `name`, on `client` and returns its result; without a client
-/// returns kNoClient. Where calls are logged, logs that it is entered and left.
+/// Calls `operation`, whose name is `name`, on the `client` of `wrapper` and returns its result;
+/// without a client returns kNoClient. Where calls are logged, logs that it is entered and left.
 template <typename Client, typename Result, typename... Parameters, typename... Arguments>
-Result forward(std::shared_ptr<Client> const& client, char const* name,
+Result forward(void const* wrapper, std::shared_ptr<Client> const& client, char const* name,
                Result (Client::*operation)(Parameters...), Arguments&&... arguments) {
     if (client == nullptr) {
         return kNoClient;
     }
+    host::WrapperCall const noted(wrapper, name);
     if (!host::mayLogCalls()) {
         return (client.get()->*operation)(std::forward<Arguments>(arguments)...);
     }

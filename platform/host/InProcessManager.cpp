@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <future>
 #include <map>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "host/HostPlatform.h"
+#include "host/Misuse.h"
 #include "host/PlatformCall.h"
 #include "host/ResourceManager.h"
 #include "host/Settings.h"
@@ -131,6 +133,15 @@ public:
         return result;
     }
 
+    /// Says whether a client holds a port, counted from 0, or is told so.
+    bool isPortHeld(int port) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        auto const& clients = mPool.clients();
+        return mForced.videoPort || std::any_of(clients.begin(), clients.end(), [&](auto& entry) {
+                   return mPool.holding(entry.first).port == port + 1;
+               });
+    }
+
     std::string describePool() {
         std::lock_guard<std::mutex> const lock(mMutex);
         return mPool.describe();
@@ -158,7 +169,8 @@ private:
                 }).detach();
                 continue;
             }
-            auto const waiter = mWaiters.extract(step.request).mapped();
+            Waiter* const waiter = mWaiters.at(step.request);
+            mWaiters.erase(step.request);
             waiter->code = step.code;
             waiter->changed.notify_one();
         }
@@ -192,6 +204,7 @@ InProcessManager& manager() {
 }
 
 [[maybe_unused]] bool const gResets = [] {
+    setPortRegister([](int port) { return manager().isPortHeld(port); });
     onReset([] {
         manager().setCores(settings().pool);
         manager().force({});

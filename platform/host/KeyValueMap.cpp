@@ -1,5 +1,7 @@
 #include "kvo/media/hardware/KeyValueMap.h"
 
+#include "host/UnknownKeys.h"
+
 namespace kvo::media::hardware {
 
 KeyValueMap::~KeyValueMap() = default;
@@ -10,11 +12,19 @@ std::int32_t KeyValueMap::getInt32(char const* key, std::int32_t defaultValue) c
     return static_cast<std::int32_t>(getInt64(key, defaultValue));
 }
 
-void KeyValueMap::setInt64(char const* key, std::int64_t value) { mValues[key] = value; }
+void KeyValueMap::setInt64(char const* key, std::int64_t value) {
+    if (mValues.insert_or_assign(key, value).second) {
+        host::noteKeyAdded(key);
+    }
+}
 
 std::int64_t KeyValueMap::getInt64(char const* key, std::int64_t defaultValue) const {
     auto const entry = mValues.find(key);
-    return entry == mValues.end() ? defaultValue : entry->second;
+    if (entry == mValues.end()) {
+        return defaultValue;
+    }
+    host::noteKeyRead(key);
+    return entry->second;
 }
 
 }  // namespace kvo::media::hardware

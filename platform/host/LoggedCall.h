@@ -7,10 +7,11 @@
 
 #include "kvo/media/hardware/Export.h"
 
-/// The host platform's own lines in the log: its platform calls and the calls of codecs. They are
-/// in no journal.
+/// The host platform's own lines in the log: its platform calls, the calls of codecs, and mistakes.
+/// They are in no journal.
 namespace kvo::host {
 
+inline constexpr int kMisuseLevel = 1;
 inline constexpr int kCallLevel = 4;
 inline constexpr char kPlatformTag[] = "HostPlatform";
 inline constexpr char kCodecTag[] = "Codec";
@@ -22,6 +23,9 @@ KVO_MEDIA_EXPORT extern std::atomic<int> highestPrintedLevel;
 inline bool mayLogCalls() {
     return highestPrintedLevel.load(std::memory_order_relaxed) >= kCallLevel;
 }
+
+/// Logs a line of the host platform's own.
+KVO_MEDIA_EXPORT void logLine(int level, char const* tag, std::string const& message);
 
 /// A call to be logged under `tag`, as "operation(arguments)"; its time begins with construction.
 /// Every operation may be called from any thread.

@@ -121,6 +121,13 @@ void readPolicy(std::string const& value, Settings& settings) {
     });
 }
 
+void readMisuse(std::string const& value, Settings& settings) {
+    if (value != "abort") {
+        refuse();
+    }
+    settings.abortsOnMisuse = true;
+}
+
 /// Reads levels as LEVEL or TAG:LEVEL; "*" stands for all other tags.
 void readLogLevels(std::string const& value, Settings& settings) {
     for (std::string const& part : split(value, ',')) {
@@ -142,7 +149,7 @@ void openLogFile(std::string const& value, Settings& settings) {
     }
 }
 
-constexpr std::array<Variable, 7> kVariables{
+constexpr std::array<Variable, 8> kVariables{
     {{"KVO_HOST_POOL",
       "cores as USE:TYPE:WIDTHxHEIGHT with a USE of decoder or encoder, a TYPE of 1 to 4 and sizes "
       "of 1 to 65535, as in decoder:1:3840x2160,encoder:1:1920x1088",
@@ -158,6 +165,7 @@ constexpr std::array<Variable, 7> kVariables{
       "priorities of -100 to 100 as PROCESS=PRIORITY, separated by commas, a PROCESS being a "
       "process id, the name of a program, or * for all others",
       readPolicy},
+     {"KVO_HOST_MISUSE", "abort", readMisuse},
      {"KVO_MEDIA_LOG_LEVEL", "a level from -1 to 4, or a list such as VideoClient:3,*:1",
       readLogLevels},
      {"KVO_MEDIA_LOG_FILE", "", openLogFile}}};

@@ -33,6 +33,7 @@ struct Settings {
     std::map<std::string, int> properties;  ///< KVO_HOST_PROPERTIES
     std::vector<Fault> faults;              ///< KVO_HOST_FAULTS
     std::map<std::string, int> priorities;  ///< KVO_HOST_POLICY, by process id or program name.
+    bool abortsOnMisuse;                    ///< KVO_HOST_MISUSE
     LogLevels logLevels;                    ///< KVO_MEDIA_LOG_LEVEL
     int logOutput;                          ///< KVO_MEDIA_LOG_FILE, opened for appending.
 

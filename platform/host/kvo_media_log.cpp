@@ -117,11 +117,13 @@ std::atomic<int> highestPrintedLevel{kDefaultLogLevel};
 
 void setLogLevel(int level) { setLevels({level, {}}); }
 
-void LoggedCall::logEntry() const {
-    if (isPrinted(kCallLevel, mTag)) {
-        print(kCallLevel, mTag, mText + " entered");
+void logLine(int level, char const* tag, std::string const& message) {
+    if (isPrinted(level, tag)) {
+        print(level, tag, message);
     }
 }
+
+void LoggedCall::logEntry() const { logLine(kCallLevel, mTag, mText + " entered"); }
 
 void LoggedCall::logReturn(int result) const {
     using std::chrono::microseconds;

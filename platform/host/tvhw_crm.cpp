@@ -1,11 +1,16 @@
 #include "tvhw_crm.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <ostream>
 #include <utility>
 
+#include "host/Misuse.h"
 #include "host/PlatformCall.h"
 #include "host/ResourceManager.h"
 
@@ -58,6 +63,41 @@ bool isPortSet(TVHW_CRM_RESOURCE resource) {
     return ports >= TVHW_CRM_VIDEO_PORT_0 && ports <= TVHW_CRM_VIDEO_PORT_ALL && isZero(resource);
 }
 
+/// The clients that are open. Tells of those that still are when the process ends, after the
+/// destructors of the program's own static objects; a forked process has not opened its parent's.
+class OpenClients {
+public:
+    OpenClients() = default;
+    OpenClients(OpenClients const&) = delete;
+    OpenClients& operator=(OpenClients const&) = delete;
+    ~OpenClients() {
+        mHaveEnded = true;
+        for (auto const& [client, pid] : mPids) {
+            if (pid == getpid()) {
+                tellMisuse(Misuse::kClientLeftOpen,
+                           "client " + std::to_string(client) + " is open when the process ends");
+            }
+        }
+    }
+
+    void add(int client) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPids[client] = getpid();
+    }
+
+    void remove(int client) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (!mHaveEnded) {
+            mPids.erase(client);
+        }
+    }
+
+private:
+    std::mutex mMutex;
+    std::map<int, int> mPids;  ///< By client: the process that opened it.
+    bool mHaveEnded = false;
+} gOpenClients;
+
 int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request,
             bool tryOnly) {
     TVHW_CRM_ACQUIRE_PARAM const values = request == nullptr ? TVHW_CRM_ACQUIRE_PARAM{} : *request;
@@ -67,11 +107,17 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
             if (request == nullptr || !isWellFormed(values)) {
                 return -EINVAL;
             }
-            return resourceManager().acquire(
+            int const result = resourceManager().acquire(
                 idOf(client),
                 {values.codecType == TVHW_CRM_CODEC_TYPE_DISPLAY, values.isEncoder != 0,
                  values.codecType, values.width, values.height},
                 tryOnly);
+            if (result == ResourcePool::kStuck) {
+                tellMisuse(Misuse::kReleaseHangs, std::string(operation) +
+                                                      "() was refused, since a codec is still "
+                                                      "being stopped after 10 seconds");
+            }
+            return result;
         });
 }
 
@@ -99,6 +145,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* na
             int const result = resourceManager().open(name, reclaim, cookie, id);
             if (result == 0) {
                 *client = kvo::host::handleOf(id);
+                kvo::host::gOpenClients.add(id);
             }
             return result;
         });
@@ -108,6 +155,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
     auto* const handle = client == nullptr ? nullptr : *client;
     PlatformCall call("TVHW_CRM_ClientFree", named(handle));
     return call.performAnyhow([&] {
+        kvo::host::gOpenClients.remove(idOf(handle));
         int const result = resourceManager().close(idOf(handle));
         if (client != nullptr && result == 0 && !call.fails()) {
             *client = nullptr;  // A failed call leaves the caller's handle as it is.

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "host/HostPlatform.h"
+#include "host/Misuse.h"
 #include "host/PlatformCall.h"
 
 namespace kvo::host {
@@ -81,10 +82,25 @@ bool isOnPanel(TVHW_VSC_WINDOW const& window) {
     return window.x + window.w <= current.width && window.y + window.h <= current.height;
 }
 
+/// Tells when `operation` is given a window that nothing can be seen in.
+void tellMisuseOfWindow(char const* operation, TVHW_VSC_WINDOW const& window, bool isPossible) {
+    if (isPossible && window.w != 0 && window.h != 0) {
+        return;
+    }
+    tellMisuse(isPossible ? Misuse::kEmptyWindow : Misuse::kOffPanel,
+               std::string(operation) + "() with a window of " + std::to_string(window.w) + "x" +
+                   std::to_string(window.h) + " at " + std::to_string(window.x) + "," +
+                   std::to_string(window.y));
+}
+
+/// The port of a source that was made of a port that nobody has.
+constexpr std::uint8_t kNoPort = 255;
+
 int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
              bool inPanelPixels) {
     return PlatformCall(operation, index, window.x, window.y, window.w, window.h).perform([&] {
         bool const isPossible = !inPanelPixels || isOnPanel(window);
+        tellMisuseOfWindow(operation, window, isPossible);
         return scaler().withChannel(index, [&](ScalerChannel& channel) {
             if (!isPossible) {
                 return -ERANGE;
@@ -133,6 +149,10 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE sou
                                       std::int32_t reserved) {
     return PlatformCall("TVHW_VSC_Connect", channel, source.type, int{source.port}, reserved)
         .perform([&] {
+            if (source.port == kvo::host::kNoPort) {
+                kvo::host::tellMisuse(kvo::host::Misuse::kNoPort,
+                                      "TVHW_VSC_Connect() to port 255, which is none");
+            }
             return scaler().withChannel(channel, [&](ScalerChannel& state) {
                 if (!isSource(source, reserved)) {
                     return -EINVAL;
@@ -199,6 +219,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WI
     return PlatformCall("TVHW_VSC_SetOutputRegion", channel, window.x, window.y, window.w, window.h)
         .perform([&] {
             bool const isPossible = kvo::host::isOnPanel(window);
+            kvo::host::tellMisuseOfWindow("TVHW_VSC_SetOutputRegion", window, isPossible);
             return scaler().withChannel(channel, [&](ScalerChannel& state) {
                 if (!isPossible) {
                     return -ERANGE;

@@ -166,7 +166,9 @@ class Reader(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(len(names)) as pool:
             paths = pool.map(lambda name: write_log(name, [SITUATION, name]), names)
         cls.logs = dict(zip(names, paths))
-        cls.lines = {name: path.read_text().splitlines(True) for name, path in cls.logs.items()}
+        # As on a device: the host platform names some of the situations itself.
+        cls.lines = {name: [line for line in path.read_text().splitlines(True) if ': mistake: ' not in line]
+                     for name, path in cls.logs.items()}
 
     def test_each_situation_is_named_and_nothing_else(self):
         for name, lines in self.lines.items():

@@ -1,0 +1,237 @@
+#include "host/CodecWrappers.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <sstream>
+
+#include "host/Misuse.h"
+#include "host/UnknownKeys.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
+
+namespace kvo::host {
+
+namespace {
+
+namespace key = media::hardware::key;
+using media::hardware::Configuration;
+
+enum class State { kNew, kConfigured, kReleased };
+
+struct Wrapper {
+    std::atomic<void const*> owner{nullptr};  ///< Null when no wrapper uses the record.
+    std::atomic<State> state{State::kConfigured};
+    std::atomic<int> width{0};
+    std::atomic<int> height{0};
+    std::atomic<bool> isAdaptive{false};
+    std::atomic<bool> isTold{false};  ///< Of a call in this state.
+    Wrapper* next = nullptr;
+};
+
+/// Records that are used again and never destroyed: any thread may look at them at any time.
+template <typename Record>
+class Records {
+public:
+    Record& claim(void const* owner) {
+        for (Record* record = mFirst.load(); record != nullptr; record = record->next) {
+            void const* nobody = nullptr;
+            if (record->owner.compare_exchange_strong(nobody, owner)) {
+                return *record;
+            }
+        }
+        auto* const record = new Record;
+        record->owner = owner;
+        record->next = mFirst.load();
+        while (!mFirst.compare_exchange_weak(record->next, record)) {
+        }
+        return *record;
+    }
+
+    /// Returns the first record for which `fits` says so, or null.
+    template <typename Fits>
+    Record* find(Fits const& fits) {
+        for (Record* record = mFirst.load(); record != nullptr; record = record->next) {
+            if (fits(*record)) {
+                return record;
+            }
+        }
+        return nullptr;
+    }
+
+private:
+    std::atomic<Record*> mFirst{nullptr};
+};
+
+Records<Wrapper> gWrappers;
+Records<CallOfThread> gCalls;
+thread_local CallOfThread* tCall = nullptr;
+std::atomic<unsigned int> gGrantedPorts{0};  ///< A bit each, of all times.
+
+Wrapper* find(void const* wrapper) {
+    return gWrappers.find([&](Wrapper const& record) { return record.owner == wrapper; });
+}
+
+void enter(Wrapper& wrapper, State state) {
+    bool const wasUsable = wrapper.state.exchange(state) == State::kConfigured;
+    bool const isUsable = state == State::kConfigured;
+    wrappersNotConfigured += (wasUsable ? 1 : 0) - (isUsable ? 1 : 0);
+    wrapper.isTold = false;
+}
+
+bool startsWith(char const* text, char const* start) {
+    return std::strncmp(text, start, std::strlen(start)) == 0;
+}
+
+/// Says whether an operation makes sense on a configured codec only.
+bool isOfRunningCodec(char const* operation) {
+    constexpr std::array kOfAnyCodec{"configure", "get", "set", "test", "current"};
+    return std::strcmp(operation, "release") != 0 &&
+           std::none_of(kOfAnyCodec.begin(), kOfAnyCodec.end(),
+                        [&](char const* start) { return startsWith(operation, start); });
+}
+
+std::string called(void const* wrapper, char const* operation) {
+    std::ostringstream text;
+    text << operation << "() of wrapper " << wrapper;
+    return text.str();
+}
+
+/// Returns the record of another thread that is in a call of the wrapper.
+CallOfThread* otherCall(void const* wrapper, char const* operationStart) {
+    return gCalls.find([&](CallOfThread const& call) {
+        return &call != tCall && call.wrapper == wrapper &&
+               startsWith(call.operation, operationStart);
+    });
+}
+
+struct AtExit {
+    AtExit() = default;
+    AtExit(AtExit const&) = delete;
+    AtExit& operator=(AtExit const&) = delete;
+    ~AtExit() {
+        auto const* const call = gCalls.find([](CallOfThread const& each) {
+            return each.wrapper != nullptr && std::strcmp(each.operation, "release") == 0;
+        });
+        if (call != nullptr) {
+            tellMisuse(Misuse::kReleaseHangs, called(call->wrapper, "release") +
+                                                  " has not returned when the process ends");
+        }
+    }
+} const gAtExit;
+
+}  // namespace
+
+std::atomic<int> wrappersNotConfigured{0};
+
+CallOfThread& callOfThread() {
+    thread_local bool hasEnded = false;
+    struct Owner {
+        ~Owner() {
+            tCall->owner = nullptr;
+            tCall = nullptr;
+            hasEnded = true;
+        }
+    };
+    if (tCall == nullptr) {
+        tCall = &gCalls.claim(&tCall);
+        if (!hasEnded) {
+            thread_local Owner const owner;
+        }
+    }
+    return *tCall;
+}
+
+void noteWrapper(void const* wrapper) { enter(gWrappers.claim(wrapper), State::kNew); }
+
+void forgetWrapper(void const* wrapper) {
+    auto const* const call =
+        gCalls.find([&](CallOfThread const& each) { return each.wrapper == wrapper; });
+    if (call != nullptr) {
+        tellMisuse(Misuse::kDestroyedInCall,
+                   called(wrapper, call->operation) + " is under way, and the wrapper destroyed");
+    }
+    if (Wrapper* const record = find(wrapper); record != nullptr) {
+        enter(*record, State::kConfigured);
+        record->owner = nullptr;
+    }
+}
+
+void tellOverlap(void const* wrapper, char const* operation) {
+    if (otherCall(wrapper, "configure") != nullptr || otherCall(wrapper, "reconf") != nullptr) {
+        tellMisuse(Misuse::kConfiguresOverlap,
+                   called(wrapper, operation) + " while another thread configures it");
+    }
+}
+
+void noteConfigured(void const* wrapper, char const* operation, Configuration const& config,
+                    media::hardware::Status status) {
+    Wrapper* const record = find(wrapper);
+    if (record == nullptr) {
+        return;
+    }
+    if (!status.isError()) {
+        record->width = config.getInt32(key::kWidth, 0);
+        record->height = config.getInt32(key::kHeight, 0);
+        record->isAdaptive = config.getInt32(key::kAdaptiveEnable, 0) != 0;
+        int const port = config.getInt32(key::kVideoPort, -1);
+        gGrantedPorts |= port >= 0 && port < 32 ? 1U << static_cast<unsigned int>(port) : 0U;
+        enter(*record, State::kConfigured);
+    }
+    if (config.getInt32(key::kWidth, 0) <= 0 || config.getInt32(key::kHeight, 0) <= 0) {
+        tellMisuse(Misuse::kNoSize, called(wrapper, operation) + " without width or height");
+    }
+    for (std::string const& unread : takeUnreadKeys(config)) {
+        tellMisuse(Misuse::kUnknownKey, called(wrapper, operation) + " with the key " + unread +
+                                            ", which nobody reads; the nearest is " +
+                                            nearestKnownKey(unread));
+    }
+}
+
+media::hardware::Return<void> noteReleased(void const* wrapper,
+                                           media::hardware::Return<void> result) {
+    Wrapper* const record = find(wrapper);
+    if (record != nullptr && record->state == State::kConfigured) {
+        enter(*record, State::kReleased);
+    }
+    return result;
+}
+
+void noteReconfiguring(void const* wrapper, Configuration const& config) {
+    Wrapper const* const record = find(wrapper);
+    if (record == nullptr || record->state != State::kConfigured || record->isAdaptive) {
+        return;
+    }
+    int const width = config.getInt32(key::kWidth, record->width);
+    int const height = config.getInt32(key::kHeight, record->height);
+    if (width != record->width || height != record->height) {
+        std::ostringstream text;
+        text << called(wrapper, "reconfigureOutputBuffer") << " with " << width << 'x' << height
+             << ", configured with " << record->width << 'x' << record->height;
+        tellMisuse(Misuse::kOtherSize, text.str());
+    }
+}
+
+void checkPort(int port) {
+    bool const isGranted =
+        port >= 0 && port < 32 && (gGrantedPorts >> static_cast<unsigned int>(port) & 1U) != 0;
+    if (port >= 0 && !isGranted && !isPortHeld(port)) {
+        tellMisuse(Misuse::kPortOfNobody, "releaseOutputBuffer() of a buffer with videoPort " +
+                                              std::to_string(port) + ", which nobody has");
+    }
+}
+
+void checkCall(void const* wrapper, char const* operation) {
+    if (!isOfRunningCodec(operation)) {
+        return;
+    }
+    Wrapper* const record = find(wrapper);
+    if (record == nullptr || record->state == State::kConfigured || record->isTold.exchange(true)) {
+        return;
+    }
+    bool const isReleased = record->state == State::kReleased;
+    tellMisuse(isReleased ? Misuse::kCallAfterRelease : Misuse::kCallBeforeConfigure,
+               called(wrapper, operation) +
+                   (isReleased ? " after its release" : " before it is configured"));
+}
+
+}  // namespace kvo::host

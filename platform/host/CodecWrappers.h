@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "kvo/media/hardware/Configuration.h"
+#include "kvo/media/hardware/Return.h"
+
+/// What the stand-in of the common library knows of the wrappers in the process, to notice when
+/// they are misused. A wrapper has no room for it, so it is kept apart, by address. Nothing here
+/// takes a lock or allocates once there is a record for each wrapper and thread.
+namespace kvo::host {
+
+/// A wrapper around a client was constructed.
+void noteWrapper(void const* wrapper);
+
+/// A wrapper is being destroyed.
+void forgetWrapper(void const* wrapper);
+
+/// Tells when another thread is configuring the wrapper.
+void tellOverlap(void const* wrapper, char const* operation);
+
+/// A configure operation of a wrapper has ended with `status`. Tells of what is wrong in `config`.
+void noteConfigured(void const* wrapper, char const* operation,
+                    media::hardware::Configuration const& config, media::hardware::Status status);
+
+/// Returns what `configure` returns, a configure operation of a wrapper that is given `config`.
+template <typename Configure>
+media::hardware::Return<void> configuring(void const* wrapper, char const* operation,
+                                          media::hardware::Configuration const& config,
+                                          Configure const& configure) {
+    tellOverlap(wrapper, operation);
+    media::hardware::Return<void> result = configure();
+    noteConfigured(wrapper, operation, config, result.status());
+    return result;
+}
+
+/// release() of a wrapper has returned `result`, which it returns.
+media::hardware::Return<void> noteReleased(void const* wrapper,
+                                           media::hardware::Return<void> result);
+
+/// A wrapper is given the size anew; tells when that is not the size that it was configured with.
+void noteReconfiguring(void const* wrapper, media::hardware::Configuration const& config);
+
+/// An output buffer is being released that is marked with this display port, from 0.
+void checkPort(int port);
+
+/// The call of a wrapper that a thread is in.
+struct CallOfThread {
+    std::atomic<void const*> owner{nullptr};  ///< Null when no thread uses the record.
+    std::atomic<void const*> wrapper{nullptr};
+    std::atomic<char const*> operation{nullptr};
+    CallOfThread* next = nullptr;
+};
+
+/// Returns this thread's record.
+CallOfThread& callOfThread();
+
+/// How many wrappers are not configured at the moment.
+extern std::atomic<int> wrappersNotConfigured;
+
+/// Tells when a call is made before a configuration or after a release.
+void checkCall(void const* wrapper, char const* operation);
+
+/// A call of a wrapper, for as long as it lasts.
+class WrapperCall {
+public:
+    WrapperCall(void const* wrapper, char const* operation)
+        : mCall(callOfThread()),
+          mOuterWrapper(mCall.wrapper.load(std::memory_order_relaxed)),
+          mOuterOperation(mCall.operation.load(std::memory_order_relaxed)) {
+        mCall.operation.store(operation, std::memory_order_relaxed);
+        mCall.wrapper.store(wrapper, std::memory_order_release);
+        if (wrappersNotConfigured.load(std::memory_order_relaxed) != 0) {
+            checkCall(wrapper, operation);
+        }
+    }
+    ~WrapperCall() {
+        mCall.operation.store(mOuterOperation, std::memory_order_relaxed);
+        mCall.wrapper.store(mOuterWrapper, std::memory_order_release);
+    }
+    WrapperCall(WrapperCall const&) = delete;
+    WrapperCall& operator=(WrapperCall const&) = delete;
+
+private:
+    CallOfThread& mCall;
+    void const* const mOuterWrapper;
+    char const* const mOuterOperation;
+};
+
+}  // namespace kvo::host

@@ -1,0 +1,100 @@
+#include "host/UnknownKeys.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <numeric>
+
+#include "kvo/media/hardware/ConfigurationKeys.h"
+
+namespace kvo::host {
+
+namespace {
+
+namespace key = media::hardware::key;
+
+constexpr std::array kKnown{
+    key::kWidth,          key::kHeight,           key::kFrameRate,         key::kColorFormat,
+    key::kAdaptiveEnable, key::kAdaptiveMaxWidth, key::kAdaptiveMaxHeight, key::kCallingPid,
+    key::kOutFormat,      key::kUseDmaBuffer,     key::kResourceCoreType,  key::kResourceId,
+    key::kVideoPort,      key::kMaxWidth,         key::kMaxHeight,         key::kCoreType};
+
+std::atomic<bool> gAreThereUnknown{false};
+
+/// Never destroyed: maps may be in static storage.
+struct State {
+    std::mutex mutex;
+    std::map<std::string, bool> isDone;  ///< Read, or taken, by unknown key.
+};
+
+State& state() {
+    static State& theState = *new State;
+    return theState;
+}
+
+/// Returns how many letters have to change, come or go.
+std::size_t distance(std::string const& left, std::string const& right) {
+    std::vector<std::size_t> row(right.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < right.size(); ++j) {
+            std::size_t const changed = diagonal + (left[i] == right[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row[right.size()];
+}
+
+}  // namespace
+
+void noteKeyAdded(char const* key) {
+    bool const isKnown = std::any_of(kKnown.begin(), kKnown.end(), [&](char const* known) {
+        return std::strcmp(key, known) == 0;
+    });
+    if (!isKnown) {
+        std::lock_guard<std::mutex> const lock(state().mutex);
+        state().isDone.emplace(key, false);
+        gAreThereUnknown = true;
+    }
+}
+
+void noteKeyRead(char const* key) {
+    if (gAreThereUnknown.load(std::memory_order_relaxed)) {
+        std::lock_guard<std::mutex> const lock(state().mutex);
+        auto const unknown = state().isDone.find(key);
+        if (unknown != state().isDone.end()) {
+            unknown->second = true;
+        }
+    }
+}
+
+std::vector<std::string> takeUnreadKeys(media::hardware::KeyValueMap const& map) {
+    std::vector<std::string> keys;
+    if (gAreThereUnknown.load(std::memory_order_relaxed)) {
+        std::lock_guard<std::mutex> const lock(state().mutex);
+        for (auto const& [key, isDone] : state().isDone) {
+            if (!isDone) {
+                keys.push_back(key);
+            }
+        }
+    }
+    auto const isAbsent = [&](std::string const& key) {
+        return map.getInt64(key.c_str(), 0) != map.getInt64(key.c_str(), 1);
+    };
+    keys.erase(std::remove_if(keys.begin(), keys.end(), isAbsent), keys.end());
+    return keys;
+}
+
+std::string nearestKnownKey(std::string const& key) {
+    return *std::min_element(kKnown.begin(), kKnown.end(),
+                             [&](std::string const& left, std::string const& right) {
+                                 return distance(key, left) < distance(key, right);
+                             });
+}
+
+}  // namespace kvo::host

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "kvo/media/hardware/KeyValueMap.h"
+
+/// The keys in the process that ConfigurationKeys.h does not know. A codec may have such keys of
+/// its own, but then it reads them. Every operation may be called from any thread.
+namespace kvo::host {
+
+/// A key was added to a map.
+void noteKeyAdded(char const* key);
+
+/// The value of a key that is in a map was read.
+void noteKeyRead(char const* key);
+
+/// Returns the unknown keys of a map that nobody has read, in no map, each only once in the life
+/// of the process.
+std::vector<std::string> takeUnreadKeys(media::hardware::KeyValueMap const& map);
+
+/// Returns the known key that is most like `key`.
+std::string nearestKnownKey(std::string const& key);
+
+}  // namespace kvo::host
