@@ -127,7 +127,7 @@ class Calls:
             life.configured = result == 0 or None
             life.tell(line, f'{operation}: ' + ('configured' if result == 0 else f'status {result}'))
             if result != 0:
-                history.find('codec-refused', life.who, [entered or line, line], f'status {result}', [life])
+                history.find('codec-refused', life, [entered or line, line], f'status {result}', [life])
         elif operation == 'release':
             life.tell(line, 'its owner released the codec')
             life.configured = False if life.configured else life.configured
@@ -141,4 +141,4 @@ class Calls:
                 never and self._history.process(line.pid).has_failed):  # Then it is a consequence.
             life.configured = None  # Once is enough.
             lines = [line] if life.last.number >= line.number else [life.last, line]
-            self._history.find('not-configured', life.who, lines, operation, [life])
+            self._history.find('not-configured', life, lines, operation, [life])

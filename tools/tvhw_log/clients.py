@@ -6,7 +6,7 @@ from .messages import CLIENT, ENCODER
 WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
 PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
 LONG_RELEASE = 1.0  # Seconds in a codec's release() that are worth a verdict,
-LONG_RECLAIM = 1.5  # and in a reclaim of which the log does not tell the parts.
+LONG_RECLAIM = 1.5  # and in a reclaim of unknown parts that are worth a note.
 HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just under way.
 GRACE = 1.0  # Seconds in which what is not there may still come,
 GRACE_OF_OWNER = 3.0  # and in which an owner may notice that his codec was reclaimed.
@@ -61,7 +61,7 @@ class Clients:
         life.kind, life.calling_pid, life.asked = 'decoder', pid, line
         life.stream = f'{width}x{height}' + (f', adaptive up to {max_width}x{max_height}' if adaptive else '')
         if not (width and height) and not (adaptive and max_width and max_height):
-            self._history.find('no-size', life.who, [line], life.stream, [life])
+            self._history.find('no-size', life, [line], life.stream, [life])
         return life
 
     def encoder_asked(self, line, thread, width, height, rate):
@@ -72,7 +72,7 @@ class Clients:
         life.kind, life.asked = 'encoder', line
         life.stream = f'{width}x{height}, {rate} frames a second'
         if not (width and height):
-            self._history.find('no-size', life.who, [line], life.stream, [life])
+            self._history.find('no-size', life, [line], life.stream, [life])
         return life
 
     def no_codec(self, line, thread, mime):
@@ -98,7 +98,6 @@ class Clients:
         life = thread.life
         if life is None or not finding or name not in ('acquire_refused', 'grant_unread'):
             return
-        finding.who = life.who  # The last line tells the kind of client.
         if finding.rule == 'patience-over':
             late = [reclaim for reclaim in self._reclaims if reclaim.end is None
                     or line.time - reclaim.end.time < PATIENCE]
@@ -398,9 +397,9 @@ class Clients:
         if known >= LONG_RELEASE:
             self._history.find('release-slow', reclaim.who, lines,
                                f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates)
-        elif taken >= LONG_RECLAIM and not reclaim.timeout:
-            inside = f', inside were {", ".join(reclaim.waited_for)}' if reclaim.waited_for else ''
-            self._history.find('reclaim-slow', reclaim.who, lines, f'{taken:.1f} s{inside}', reclaim.candidates)
+        elif taken >= LONG_RECLAIM and not reclaim.quiet:
+            self._history.note(f'A reclaim took {taken:.1f} s ({reclaim.begin.clock}, {reclaim.who}): whether it '
+                               'waited for calls, as it may for 3 s, or for release(), the log does not tell.')
 
     # --- The end of the log.
 
@@ -455,7 +454,8 @@ class Clients:
             history.show(('thread', life.pid, tid), 'call', f'{operation}, not returned', line, last,
                          life, {'client': life.name})
         if life.state == 'reclaimed' and life.reclaim.end is not None:
-            history.show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, last)
+            if knows:
+                history.show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, last)
             self._judge_open_client(life, 'core-kept', life.reclaim.end, life.told_of_reclaim, knows)
         elif life.state == 'released' and life.gave_back is not None:
             self._judge_open_client(life, 'never-freed', life.gave_back, None, knows)
@@ -471,7 +471,7 @@ class Clients:
             return
         open_for = history.quiet_for(since)
         if open_for >= (GRACE_OF_OWNER if rule == 'core-kept' else GRACE):
-            history.find(rule, life.who, [line for line in (since, told) if line],
+            history.find(rule, life, [line for line in (since, told) if line],
                          f'still open {open_for:.1f} s later, when the log ends', [life])
         elif not life.in_flight:
             history.note(f'{life.who}: not closed {open_for:.3f} s after it lost or gave back its core, when '

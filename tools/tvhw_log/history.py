@@ -177,12 +177,14 @@ class History:
         else:
             if thread.is_new and name in ('resource_unread', 'grant_unread'):
                 rule = 'cause-unknown'
+            elif name == 'resource_unread' and life is not None and life.id is not None and life.held_since:
+                rule = 'port-not-granted'  # The core was read before.
             elif name == 'resource_unread' and values[0] == NOTHING_HELD:
                 rule = 'grant-lost'
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)
             detail = f'{code} is for the host platform: {codes[code]}' if code is not None else ''
-            thread.finding = self.find(rule, life.who if life else f'process {line.pid}', [line], detail,
+            thread.finding = self.find(rule, life or f'process {line.pid}', [line], detail,
                                        [life] if life else [])
             thread.finding.events.add(name)
         if line.tag in (CLIENT, ENCODER):

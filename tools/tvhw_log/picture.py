@@ -10,10 +10,11 @@ LEFT, WIDTH, RIGHT = 190, 850, 30
 LANE, CALL_LANE, GAP = 24, 13, 16
 SHORT = 0.05  # Seconds that are shown around a reclaim at least.
 CORES = ['#9ecae1', '#a1d99b', '#fdd0a2', '#dadaeb']
-FILLS = {'ask': 'url(#asking)', 'wait': '#fdae6b', 'release': '#de2d26', 'closed': 'url(#closed)',
+FILLS = {'ask': 'url(#asking)', 'wait': '#fdae6b', 'release': '#de2d26', 'stop': '#ef8a5a', 'closed': 'url(#closed)',
          'blank': '#737373', 'shown': '#c7e9c0', 'call': '#6b8fb5'}
 LEGEND = [('ask', 'asks for a core'), ('call', 'call in the codec'), ('wait', 'reclaim waits for calls'),
-          ('release', 'reclaim releases the codec'), ('closed', 'guard closed: every call refused')]
+          ('release', 'reclaim releases the codec'), ('stop', 'reclaim: wait and release'),
+          ('closed', 'every call refused'), ('blank', 'window blank'), ('shown', 'shown')]
 _PATTERNS = '''<defs>
 <pattern id="asking" width="8" height="8" patternUnits="userSpaceOnUse"><rect width="8" height="8"
  fill="#f0f0f0"/><path d="M0 8 8 0" stroke="#999"/></pattern>
@@ -34,7 +35,7 @@ class Picture:
         self._window = None
 
     def interval(self, track, what, text, begin, end, life, _arguments):
-        if what == 'platform' or what == 'reclaim' or life is None:
+        if what in ('platform', 'reclaim') or life is None or (what == 'wait' and begin == end):
             return
         interval = Interval(what, text, begin, end, life, track[2] if track[0] == 'thread' else None)
         self._recent.append(interval)
@@ -80,12 +81,13 @@ class Picture:
         for interval in sorted(intervals, key=lambda interval: interval.life.number):
             if interval.life not in lives:
                 lives.append(interval.life)
-        return sorted(lives[:CLIENTS], key=lambda life: life.number)
+        return sorted(lives[:CLIENTS], key=lambda life: life.number), len(lives[CLIENTS:])
 
     def _draw(self, intervals, window, history):
         scale = Scale(window)
         body, y, lanes = [], 70, {}
-        for life in self._lives(intervals):
+        lives, left_out = self._lives(intervals)
+        for life in lives:
             mine = [interval for interval in intervals if interval.life is life]
             lanes[life] = y
             rows, y = _client(life, mine, scale, y)
@@ -100,7 +102,9 @@ class Picture:
         yield _PATTERNS
         yield f'<rect width="{LEFT + WIDTH + RIGHT}" height="{y + 50}" fill="white"/>'
         yield _text(16, 26, title, 'font-size="16" font-weight="bold"')
-        yield from _legend(48)
+        yield from _legend(48, {interval.what for interval in intervals if interval.life in lanes})
+        if left_out:
+            yield _text(LEFT, y + 40, f'{left_out} more client{"" if left_out == 1 else "s"} left out', 'fill="#555"')
         yield from scale.axis(64, y)
         yield from body
         yield '</svg>'
@@ -161,7 +165,7 @@ def _client(life, intervals, scale, y):
             fill = FILLS.get(interval.what) or CORES[number % len(CORES)]
             rows += _bar(scale, interval, y, LANE, fill, 'holds ' + interval.text
                          if interval.what == 'hold' else None)
-    guard = [interval for interval in intervals if interval.what in ('wait', 'release', 'guard')]
+    guard = [interval for interval in intervals if interval.what in ('wait', 'release', 'stop', 'guard')]
     if guard:
         y += LANE + 3
         for interval in guard:
@@ -173,7 +177,7 @@ def _client(life, intervals, scale, y):
                             f'height="{2 * LANE + 3}" fill="none" stroke="#cb181d" stroke-width="1.5" '
                             'stroke-dasharray="5 3"/>')
         y -= 6
-    y += LANE + 4
+    y = max(y + LANE + 4, top + 34)  # Below the names.
     for thread in sorted({interval.thread for interval in intervals if interval.what == 'call'}):
         calls = [interval for interval in intervals if interval.thread == thread]
         rows.append(_text(LEFT - 8, y + 10, f'thread {thread}', 'font-size="9" fill="#555" text-anchor="end"'))
@@ -202,9 +206,11 @@ def _arrow(x, newcomer, victim):
             'marker-end="url(#head)"/>')
 
 
-def _legend(y):
+def _legend(y, shown):
     x = LEFT
     for what, text in LEGEND:
+        if what not in shown:
+            continue
         yield f'<rect x="{x}" y="{y - 10}" width="14" height="11" fill="{FILLS[what]}" stroke="#333" stroke-width=".4"/>'
         yield _text(x + 19, y, text, 'font-size="11"')
         x += 32 + len(text) * 6.1

@@ -71,7 +71,7 @@ class Channels:
         since['connected'] = since['unplaced'] = line
         life.tell(line, f'connects a source of type {source}, port {port}')
         if port == NOBODYS_PORT:
-            self._history.find('port-of-nobody', life.who, [line], '', [life])
+            self._history.find('port-of-nobody', life, [line], '', [life])
         return life
 
     def connect_failed(self, line, thread, channel, source, port):
@@ -80,7 +80,7 @@ class Channels:
         life.since.pop('unplaced', None)
         life.tell(line, 'connecting failed: left blank')
         if port == NOBODYS_PORT and self._history.levels.get(line.tag, 0) < 3:
-            self._history.find('port-of-nobody', life.who, [line], '', [life])
+            self._history.find('port-of-nobody', life, [line], '', [life])
         return life
 
     def adaptive(self, line, thread, channel, adaptive):
@@ -108,9 +108,9 @@ class Channels:
     def _judge_placed(self, life):
         unplaced, early = (life.since.pop(name, None) for name in ('unplaced', 'early'))
         if unplaced and early:
-            self._history.find('region-before-adaptive', life.who, [early, unplaced], '', [life])
+            self._history.find('region-before-adaptive', life, [early, unplaced], '', [life])
         elif unplaced:
-            self._history.find('never-placed', life.who, [unplaced], '', [life])
+            self._history.find('never-placed', life, [unplaced], '', [life])
 
     def input(self, line, thread, channel, _x, _y, width, height):
         life = self._at(line, thread, channel)
@@ -124,7 +124,7 @@ class Channels:
         before = life.since.pop('input', None)
         life.since.pop('unplaced', None)
         if before:
-            self._history.find('region-before-adaptive', life.who, [before, line], '', [life])
+            self._history.find('region-before-adaptive', life, [before, line], '', [life])
         self._judge_size(life, line, 'the part of the source', width, height)
         return life
 
@@ -136,12 +136,12 @@ class Channels:
         life.tell(line, f'places its window: {width}x{height} at {x}, {y}')
         self._judge_size(life, line, 'the window', width, height)
         if panel_width == 0 or panel_height == 0:
-            self._history.find('panel-unknown', life.who, [line], '', [life])
+            self._history.find('panel-unknown', life, [line], '', [life])
         return life
 
     def _judge_size(self, life, line, what, width, height):
         if width == 0 or height == 0:
-            self._history.find('empty-window', life.who, [line], f'{what} is {width}x{height}', [life])
+            self._history.find('empty-window', life, [line], f'{what} is {width}x{height}', [life])
 
     def finish(self, life):
         unplaced = life.since.get('unplaced')
@@ -196,7 +196,7 @@ class Sinks:
         return life
 
     def _judge(self, life):
-        self._history.find('still-not-shown', life.who, [life.since.pop('configured')],
+        self._history.find('still-not-shown', life, [life.since.pop('configured')],
                            'configured, then no picture', [life])
 
     def finish(self, life):

@@ -189,10 +189,6 @@ RULES = [Rule(*row) for row in [
      'The output reported a failure.',
      'It may go on showing the last picture.',
      'Whether somebody else closed it already.'),
-    ('reclaim-slow', 'A reclaim took long',
-     'From its start to its end; the newcomer waited as long.',
-     'Calls stayed in the codec, or its release() took long: the log does not tell them apart.',
-     'A log of level 4, on the host platform; which calls of the codec wait.'),
     ('core-kept', 'After a reclaim the wrapper was not destroyed',
      'The codec was reclaimed and stopped, and its client of the resource manager was open still when the log '
      'ended, its process going on: after a reclaim, release() closes nothing, only destruction does.',
@@ -286,10 +282,15 @@ class Finding:
     """One time that a verdict applies: to whom, the lines that prove it, and who may have caused it."""
 
     def __init__(self, rule, who, lines, detail='', lives=()):
-        self.rule, self.who, self.detail, self.lives = rule, who, detail, list(lives)
+        self.rule, self.whose, self.detail, self.lives = rule, who, detail, list(lives)
         self.lines = list(lines)
         self.candidates = []
         self.events = set()
+
+    @property
+    def who(self):
+        """Names the client as it is known at last."""
+        return getattr(self.whose, 'who', self.whose)
 
     def add(self, line):
         if len(self.lines) < 8:
