@@ -48,6 +48,7 @@ class Calls:
         if operation == 'ClientInit':
             if process.is_whole is None:
                 process.is_whole = arguments.rsplit(' ', 1)[-1] == '1'  # Clients are counted from 1.
+                history.begins_in_the_middle |= not process.is_whole
                 for early in process.early if process.is_whole else ():
                     self._judge_use(*early)
             return history.new_life('client', line, thread) if result == 0 else None
@@ -114,6 +115,7 @@ class Calls:
                 life.configured = None
             return life
         entered = life.in_flight.pop(line.tid, (operation, None))[1]
+        history.begins_in_the_middle |= entered is None
         count = life.calls.setdefault(operation, [0, 0])
         count[0] += 1
         count[1] = max(count[1], taken)

@@ -122,6 +122,10 @@ class Clients:
                 finding.candidates.append('reclaimed before, if this platform frees the core only when the '
                                           f'wrapper is destroyed: {named(reclaimed)}')
 
+    def grant_lost(self, line, thread, _code):
+        life = thread.life
+        return life if life is not None and life.state == 'reclaimed' else self.requests(line, thread)
+
     def granted(self, line, thread, core, port, width, height):
         thread.finding = None
         life = self.requests(line, thread)
@@ -303,6 +307,12 @@ class Clients:
             [other for other in self._reclaims if other.end is not None][-20:] + [reclaim]
         return reclaim
 
+    def was_taken_from(self, life, line):
+        """Says whether a reclaim explains that a client holds nothing of what it was granted."""
+        since = life.asked.time if life.asked else line.time - GRACE
+        return any(reclaim.pid == line.pid and reclaim.begin.time >= since and (
+            not self._history.process(line.pid).has_calls or reclaim.life is life) for reclaim in self._reclaims)
+
     def reclaim_start(self, line, thread, calling_pid=None):
         return self._begin(line, thread, calling_pid).life
 
@@ -330,7 +340,8 @@ class Clients:
 
     def reclaim_end(self, line, thread):
         if not thread.reclaims:
-            return None  # It began before the log does.
+            self._history.begins_in_the_middle = True
+            return None
         reclaim = thread.reclaims.pop()
         self.end_reclaim(reclaim, line, thread)
         return reclaim.life

@@ -28,6 +28,7 @@ class History:
         self.known = self.foreign = self.unknown = 0
         self.unknown_lines = []
         self.first = self.last = None
+        self.begins_in_the_middle = False
         self.levels = {}  # Tag: the highest level that was seen.
         self.processes = {}
         self.by_id, self.by_codec, self._by_place = {}, {}, {}
@@ -40,7 +41,7 @@ class History:
         self._table = {
             'asked': clients.asked, 'encoder_asked': clients.encoder_asked,
             'init_failed': clients.requests, 'no_codec': clients.no_codec,
-            'acquire_refused': clients.refused, 'grant_lost': clients.requests,
+            'acquire_refused': clients.refused, 'grant_lost': clients.grant_lost,
             'granted': clients.granted, 'core_type': clients.core_type, 'id': clients.identified,
             'port': clients.port, 'no_port': clients.succeeds, 'display_granted': clients.display_granted,
             'already_held': clients.already_held, 'not_connected': clients.not_connected,
@@ -184,8 +185,11 @@ class History:
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)
             detail = f'{code} is for the host platform: {codes[code]}' if code is not None else ''
-            thread.finding = self.find(rule, life or f'process {line.pid}', [line], detail,
-                                       [life] if life else [])
+            thread.finding = Finding(rule, life or f'process {line.pid}', [line], detail, [life] if life else [])
+            if NOTHING_HELD in values and life is not None and self.clients.was_taken_from(life, line):
+                self.note(f'{life.who} was reclaimed before it saw what it was granted ({line.clock}).')
+            else:
+                self.verdicts.add(thread.finding)
             thread.finding.events.add(name)
         if line.tag in (CLIENT, ENCODER):
             self.process(line.pid).has_failed = True

@@ -58,6 +58,8 @@ def _verdict(number, rule, count, findings):
 def what_is_not_told(history):
     """Yields, for a log of this level, what it cannot tell."""
     level = history.level()
+    if history.begins_in_the_middle:
+        yield 'The log begins in the middle, or has lost lines: who held what before is not known.'
     if not history.known or history.has_all_calls():
         return
     if level <= 1:
