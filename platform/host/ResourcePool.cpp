@@ -131,6 +131,7 @@ void ResourcePool::giveBack(int client) {
         auto const asking = mPending.find(reclaim.request);
         if (reclaim.holder == client && asking != mPending.end() && serve(asking->second)) {
             asking->second.grantedIn = number;
+            asking->second.givenBy = client;
             mUndecided.insert(asking->first);
         }
     }
@@ -144,7 +145,7 @@ ResourcePool::Number ResourcePool::request(int client, Request const& request, b
                                                      : reclaim->second.takeFrom;
     mPending.emplace(
         ++mLastRequest,
-        Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, {}});
+        Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, 0, {}});
     mUndecided.insert(mLastRequest);
     return mLastRequest;
 }
@@ -171,8 +172,9 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
         for (auto& [id, reclaim] : mReclaims) {
             reclaim.request = reclaim.request == number ? 0 : reclaim.request;
         }
+        steps.push_back({number, code, 0, pending.givenBy, pending.client, pending.request,
+                         mNow() - pending.since});
         mPending.erase(number);
-        steps.push_back({number, code, 0, 0});
     };
     if (!isOpen(pending.client)) {
         return finish(kInvalid);
@@ -207,7 +209,8 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     waitFor(number, first->holder);
     if (reclaimFrom(first->holder) == nullptr && !isSlow(*first)) {
         int const reclaim = newReclaim(first->holder, number, std::min(mOrder, pending.takeFrom));
-        steps.push_back({number, 0, reclaim, first->holder});
+        steps.push_back({number, 0, reclaim, first->holder, pending.client, pending.request,
+                         mNow() - pending.since});
     }
 }
 
@@ -465,25 +468,38 @@ int ResourcePool::newReclaim(int holder, Number request, std::uint64_t takeFrom)
 
 namespace {
 
+/// A time in the largest unit that still tells something.
 std::string inSeconds(ResourcePool::Clock::duration time) {
-    auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(time);
+    double const seconds = std::chrono::duration<double>(time).count();
     std::ostringstream text;
-    text << std::fixed << std::setprecision(1) << static_cast<double>(elapsed.count()) / 1000
-         << " s";
+    text << std::fixed;
+    if (seconds < 600) {
+        text << std::setprecision(1) << seconds << " s";
+    } else {
+        text << std::setprecision(0) << (seconds < 36000 ? seconds / 60 : seconds / 3600)
+             << (seconds < 36000 ? " min" : " h");
+    }
     return text.str();
 }
 
 void row(std::ostream& out, std::initializer_list<std::string> const& cells) {
-    constexpr std::array<int, 8> kWidths{6, 6, 9, 11, 8, 18, 8, 10};
+    constexpr std::array<int, 8> kWidths{5, 4, 7, 9, 7, 13, 6, 8};
+    constexpr std::size_t kLineWidth = 80;
     std::ostringstream line;
     std::size_t column = 0;
     for (std::string const& cell : cells) {
         bool const isLast = column + 1 == cells.size();
-        line << std::left << std::setw(isLast ? 0 : kWidths.at(column)) << cell
-             << (isLast ? "" : " ");
+        auto const width = static_cast<std::size_t>(isLast ? 0 : kWidths.at(column));
+        // A long program name is cut, and a long number moves what follows.
+        line << std::left << std::setw(static_cast<int>(width))
+             << (column == 5 ? cell.substr(0, width) : cell) << (isLast ? "" : " ");
         ++column;
     }
-    out << line.str() << "\n";
+    out << line.str().substr(0, kLineWidth) << "\n";
+}
+
+std::string useOf(ResourcePool::Request const& request) {
+    return request.display ? "port" : request.encoder ? "encoder" : "decoder";
 }
 
 std::string sizeOf(int width, int height) {
@@ -504,7 +520,7 @@ std::string ResourcePool::describe() const {
         }
         row(out, {number, type, use, size, std::to_string(client->second.owner.pid),
                   client->second.owner.program, std::to_string(client->first),
-                  inSeconds(mNow() - lease.grantedAt), describeReclaim(client->first)});
+                  inSeconds(mNow() - lease.grantedAt), describeAnswers(client->first)});
     };
     row(out, {"CORE", "TYPE", "USE", "SIZE", "PROCESS", "PROGRAM", "CLIENT", "SINCE", "RECLAIM"});
     int number = 0;
@@ -525,10 +541,7 @@ std::string ResourcePool::describe() const {
             continue;
         }
         bool const display = pending.request.display;
-        row(out, {std::to_string(request), "",
-                  display                   ? "port"
-                  : pending.request.encoder ? "encoder"
-                                            : "decoder",
+        row(out, {std::to_string(request), "", useOf(pending.request),
                   display ? "" : sizeOf(pending.request.width, pending.request.height),
                   std::to_string(client->second.owner.pid), client->second.owner.program,
                   std::to_string(client->first), inSeconds(mNow() - pending.since),
@@ -538,29 +551,60 @@ std::string ResourcePool::describe() const {
     return out.str();
 }
 
+std::string ResourcePool::nameOf(int client) const {
+    auto const known = mClients.find(client);
+    std::string const name = "client " + std::to_string(client);
+    return known == mClients.end()
+               ? name
+               : name + " of process " + std::to_string(known->second.owner.pid) + " (" +
+                     known->second.owner.program + ")";
+}
+
 std::string ResourcePool::stuckClients() const {
     std::string text;
     for (auto const& [number, reclaim] : mReclaims) {
-        auto const client = mClients.find(reclaim.holder);
-        if (client != mClients.end() && isStuck(client->first)) {
-            text += (text.empty() ? "client " : ", client ") + std::to_string(client->first) +
-                    " of process " + std::to_string(client->second.owner.pid) + " (" +
-                    client->second.owner.program + ")";
+        if (isOpen(reclaim.holder) && isStuck(reclaim.holder)) {
+            text += (text.empty() ? "" : ", ") + nameOf(reclaim.holder);
         }
     }
     return text;
 }
 
+std::string ResourcePool::describe(Step const& step) const {
+    auto const held = holding(step.client);
+    std::string const wish =
+        useOf(step.wish) +
+        (step.wish.display ? "" : " of " + sizeOf(step.wish.width, step.wish.height));
+    if (step.reclaim != 0) {
+        return nameOf(step.holder) + " is asked for " + wish + " for " + nameOf(step.client);
+    }
+    std::string const after = " after " + inSeconds(step.waited);
+    if (step.code != 0) {
+        return nameOf(step.client) + " gets no " + wish + after + ": " + std::to_string(step.code) +
+               (step.code == kStuck ? ", no answer from " + stuckClients() : "");
+    }
+    std::string const got = step.wish.display      ? std::to_string(held.port)
+                            : held.core == nullptr ? "?"
+                                                   : std::to_string(held.core->type);
+    return nameOf(step.client) + " gets " + wish + ": " + (step.wish.display ? "port " : "type ") +
+           got + (step.holder == 0 ? "" : " from " + nameOf(step.holder)) + after;
+}
+
+std::string ResourcePool::describeReclaim(int reclaim) const {
+    auto const& running = mReclaims.at(reclaim);
+    return nameOf(running.holder) + ", asked " + inSeconds(mNow() - running.since) + " ago,";
+}
+
 /// Says what there is to tell of a client's reclaims.
-std::string ResourcePool::describeReclaim(int client) const {
+std::string ResourcePool::describeAnswers(int client) const {
     std::string text;
     if (Reclaim const* const running = reclaimFrom(client)) {
-        text = std::string(isStuck(client) ? "STUCK, asked " : "asked ") +
-               inSeconds(mNow() - running->since) + " ago";
+        text =
+            std::string(isStuck(client) ? "STUCK " : "asked ") + inSeconds(mNow() - running->since);
     }
     int const refusals = mClients.at(client).refusals;
     if (refusals > 0) {
-        text += (text.empty() ? "refused " : ", refused ") + std::to_string(refusals);
+        text += (text.empty() ? "refused " : ", no ") + std::to_string(refusals);
     }
     return text;
 }

@@ -58,7 +58,10 @@ public:
         Number request = 0;
         int code = 0;     ///< Of the request's answer, with which it is forgotten, unless:
         int reclaim = 0;  ///< 0, or the reclaim in which `holder` is to be asked for the request;
-        int holder = 0;   ///< finishReclaim() is told its answer.
+        int holder = 0;   ///< finishReclaim() is told its answer. Else who gave it up; 0: nobody.
+        int client = 0;   ///< Whose request it is, for what and how old.
+        Request wish;
+        Clock::duration waited{0};
     };
 
     /// What a client holds.
@@ -96,6 +99,9 @@ public:
     /// all that were given out, above every earlier one, until the numbers are used up and start
     /// anew.
     int openClient(std::string name, Owner owner, int above = 0);
+
+    /// Changes the priority of an open client.
+    void setPriority(int client, int priority) { mClients.at(client).owner.priority = priority; }
 
     /// Closes a client, which gives back all it holds and ends its requests; false when there is
     /// none of this id.
@@ -136,6 +142,13 @@ public:
     /// Names the clients that have not answered a reclaim in time.
     [[nodiscard]] std::string stuckClients() const;
 
+    /// Names a client for people.
+    [[nodiscard]] std::string nameOf(int client) const;
+
+    /// Says what a step is, and of a reclaim in flight who is asked and since when.
+    [[nodiscard]] std::string describe(Step const& step) const;
+    [[nodiscard]] std::string describeReclaim(int reclaim) const;
+
     /// Returns tables for people: each core, each port, each waiting request.
     [[nodiscard]] std::string describe() const;
 
@@ -167,6 +180,7 @@ private:
         Clock::time_point since;
         bool granted;
         int grantedIn;  ///< The reclaim that it is granted from, if its callback still runs.
+        int givenBy;    ///< Who gave up for it what it is granted; 0 for nobody.
         int waitsFor;   ///< The client whose answer it waits for; 0 for none.
         std::set<int> refused;  ///< Clients that keep what they hold.
     };
@@ -197,7 +211,7 @@ private:
     [[nodiscard]] bool isSlow(Lease const& lease) const;
     [[nodiscard]] std::set<int> dependentsOn(Pending const& pending) const;
     [[nodiscard]] int priorityOf(int client) const;
-    [[nodiscard]] std::string describeReclaim(int client) const;
+    [[nodiscard]] std::string describeAnswers(int client) const;
     int newReclaim(int holder, Number request, std::uint64_t takeFrom);
 
     Clock::time_point (*mNow)();

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 #include "host/PlatformCall.h"
@@ -23,6 +24,7 @@ struct Variable {
     char const* name;
     char const* allowed;
     void (*read)(std::string const& value, Settings& settings);
+    bool isOfManager = false;  ///< May stand in a file of the resource manager's.
 };
 
 using Parts = std::vector<std::string>;
@@ -116,6 +118,7 @@ void readFaults(std::string const& value, Settings& settings) {
 }
 
 void readPolicy(std::string const& value, Settings& settings) {
+    settings.priorities.clear();
     readPairs(value, [&](std::string const& process, std::string const& priority) {
         settings.priorities[process] = number(priority, -100, 100);
     });
@@ -126,6 +129,10 @@ void readMisuse(std::string const& value, Settings& settings) {
         refuse();
     }
     settings.abortsOnMisuse = true;
+}
+
+void readLeastHold(std::string const& value, Settings& settings) {
+    settings.leastHold = number(value, 0, 9999);
 }
 
 /// Reads levels as LEVEL or TAG:LEVEL; "*" stands for all other tags.
@@ -149,11 +156,11 @@ void openLogFile(std::string const& value, Settings& settings) {
     }
 }
 
-constexpr std::array<Variable, 8> kVariables{
+constexpr std::array<Variable, 9> kVariables{
     {{"KVO_HOST_POOL",
       "cores as USE:TYPE:WIDTHxHEIGHT with a USE of decoder or encoder, a TYPE of 1 to 4 and sizes "
       "of 1 to 65535, as in decoder:1:3840x2160,encoder:1:1920x1088",
-      readPool},
+      readPool, true},
      {"KVO_HOST_PANEL", "WIDTHxHEIGHT of 1 to 65535 each, or unreadable", readPanel},
      {"KVO_HOST_PROPERTIES", "system properties as NAME=INTEGER, separated by commas",
       readProperties},
@@ -164,8 +171,9 @@ constexpr std::array<Variable, 8> kVariables{
      {"KVO_HOST_POLICY",
       "priorities of -100 to 100 as PROCESS=PRIORITY, separated by commas, a PROCESS being a "
       "process id, the name of a program, or * for all others",
-      readPolicy},
+      readPolicy, true},
      {"KVO_HOST_MISUSE", "abort", readMisuse},
+     {"KVO_HOST_LEAST_HOLD", "milliseconds from 0 to 9999", readLeastHold, true},
      {"KVO_MEDIA_LOG_LEVEL", "a level from -1 to 4, or a list such as VideoClient:3,*:1",
       readLogLevels},
      {"KVO_MEDIA_LOG_FILE", "", openLogFile}}};
@@ -194,6 +202,17 @@ void refuseUnknownNames() {
     }
 }
 
+/// Throws std::invalid_argument with what is allowed.
+void set(Variable const& variable, std::string const& value, Settings& settings) {
+    try {
+        variable.read(value, settings);
+    } catch (std::invalid_argument const& failure) {
+        std::string const reason = failure.what();
+        refuse(reason.empty() ? (std::string("allowed are ") + variable.allowed).c_str()
+                              : reason.c_str());
+    }
+}
+
 Settings read() {
     refuseUnknownNames();
     Settings result{};
@@ -210,11 +229,9 @@ Settings read() {
             continue;
         }
         try {
-            variable.read(value, result);
+            set(variable, value, result);
         } catch (std::invalid_argument const& failure) {
-            std::string const reason = failure.what();
-            end(variable.name, value,
-                reason.empty() ? std::string("allowed are ") + variable.allowed : reason);
+            end(variable.name, value, failure.what());
         }
     }
     return result;
@@ -240,6 +257,38 @@ int Settings::priorityOf(int pid) const {
 Settings const& settings() {
     static Settings const& theSettings = *new Settings(read());
     return theSettings;
+}
+
+Settings settingsWith(std::string const& file) {
+    std::ifstream lines(file);
+    if (!lines) {
+        throw std::invalid_argument(file + ": " + std::strerror(errno));
+    }
+    Settings result = settings();
+    int number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        auto const equals = std::min(line.find('='), line.size());
+        std::string const name = line.substr(0, equals);
+        std::string const place = file + ":" + std::to_string(number) + ": " + line + ": ";
+        auto const variable =
+            std::find_if(kVariables.begin(), kVariables.end(),
+                         [&](Variable const& known) { return known.name == name; });
+        if (variable == kVariables.end() || equals == line.size() || !variable->isOfManager) {
+            throw std::invalid_argument(place +
+                                        "allowed are KVO_HOST_POOL=..., KVO_HOST_POLICY=... and "
+                                        "KVO_HOST_LEAST_HOLD=...");
+        }
+        try {
+            set(*variable, line.substr(equals + 1), result);
+        } catch (std::invalid_argument const& failure) {
+            throw std::invalid_argument(place + failure.what());
+        }
+    }
+    return lines.bad() ? throw std::invalid_argument(file + " cannot be read") : result;
 }
 
 std::string programOf(int pid) {

@@ -34,6 +34,7 @@ struct Settings {
     std::vector<Fault> faults;              ///< KVO_HOST_FAULTS
     std::map<std::string, int> priorities;  ///< KVO_HOST_POLICY, by process id or program name.
     bool abortsOnMisuse;                    ///< KVO_HOST_MISUSE
+    int leastHold;                          ///< KVO_HOST_LEAST_HOLD, in milliseconds.
     LogLevels logLevels;                    ///< KVO_MEDIA_LOG_LEVEL
     int logOutput;                          ///< KVO_MEDIA_LOG_FILE, opened for appending.
 
@@ -44,6 +45,11 @@ struct Settings {
 /// Returns the settings, which are read as this library is loaded. A mistake in them ends the
 /// process there with status 2 and one line that names the variable, its value and what is allowed.
 KVO_MEDIA_EXPORT Settings const& settings();
+
+/// Returns settings() with those of pool, policy and least time of holding that a file sets in
+/// lines of NAME=VALUE; empty lines and those with # are skipped. Throws std::invalid_argument,
+/// which says where the mistake is and what is allowed there.
+KVO_MEDIA_EXPORT Settings settingsWith(std::string const& file);
 
 /// Returns the file name of the program that a process runs, "?" when it cannot be told.
 KVO_MEDIA_EXPORT std::string programOf(int pid);

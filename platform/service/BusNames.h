@@ -12,8 +12,4 @@ inline constexpr char kServiceInterface[] = "kvo.tvhw.ResourceManager1";
 inline constexpr char kClientPath[] = "/kvo/tvhw/ResourceClient";
 inline constexpr char kClientInterface[] = "kvo.tvhw.ResourceClient1";
 
-/// For calls that are answered when a codec or another process is ready, in microseconds. Whether
-/// that takes too long is for the service to say; the bus reports a process that has gone.
-inline constexpr unsigned long long kNoTimeout = 3'600'000'000;
-
 }  // namespace kvo::service

@@ -105,6 +105,8 @@ public:
         return result.substr(0, result.find('\n'));
     }
 
+    void signal(int number) const { kill(mPid, number); }
+
     /// Returns the raw status of the process once it has ended.
     int end(int signal = 0) {
         if (mPid > 0) {

@@ -1,10 +1,13 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdio>
+#include <fstream>
 #include <future>
+#include <sstream>
 
 #include "Client.h"
 #include "SystemUtils.h"
@@ -15,10 +18,21 @@ namespace {
 
 std::string gSelf;
 
+/// What a command prints.
+std::string output(std::string const& command) {
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string text;
+    for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe)) {
+        text += static_cast<char>(byte);
+    }
+    pclose(pipe);
+    return text;
+}
+
 class ServiceTest : public testing::Test {
 protected:
-    static std::vector<std::string> service() {
-        return {"env", "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
+    static std::vector<std::string> service(std::string const& setting = "TVHW=") {
+        return {"env", setting, "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
                 "KVO_HOST_POLICY=env=0,12345=-1", std::string(std::getenv("TVHW_SERVICE"))};
     }
 
@@ -183,21 +197,188 @@ TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
                         {"GetHolding i " + name, "iiiii -22 0 0 0 0\n"},
                         {"Acquire ibbiiibi " + name + " 0 0 1 1 1 0 0", "i -22\n"},
                         {"Acquire ibbiiibi 0 1 1 -1 -1 -1 1 99", "i -22\n"},
-                        {"OpenClient si x 2147483647", "iis -22 0 \"\"\n"},
+                        {"Reclaim ib 0 1", "i -22\n"},
+                        {"OpenClient si " + std::string(300, 'x') + " 0", "iis -22 0 \"\"\n"},
                         {"CloseClient s x", ""},
                         {"Nothing", ""}};
     for (auto const& row : kCalls) {
-        FILE* const pipe = popen((call + row.call + " 2>/dev/null").c_str(), "r");
-        char text[200] = "";
-        static_cast<void>(std::fgets(text, sizeof(text), pipe));
-        pclose(pipe);
-        EXPECT_EQ(text, row.answer) << row.call;
+        EXPECT_EQ(output(call + row.call + " 2>/dev/null"), row.answer) << row.call;
     }
-    EXPECT_EQ(std::system((call + "OpenClient si x 1073741823 >/dev/null").c_str()), 0);
+    EXPECT_EQ(std::system((call + "OpenClient si x 2147483647 >/dev/null").c_str()), 0);
     EXPECT_EQ(Client().opened, 0);
     EXPECT_EQ(Client().opened, 0) << "no ids are left for others";
     EXPECT_EQ(TVHW_CRM_ClientInit(&client.handle, "\xff", Client::answer, 0, nullptr), -22);
     EXPECT_EQ(client.core(), 1);
+}
+
+// A third program on the bus says what only the bus or the holder may say.
+TEST_F(ServiceTest, OnlyTheBusAndWhoIsAskedCount) {
+    Client client("hang");
+    EXPECT_EQ(client.acquire(1920), 0);
+    int id = 0;
+    TVHW_CRM_ClientGetUniqueId(client.handle, &id);
+    std::string name;
+    std::string const listed = output("busctl --user list --no-legend --no-pager");
+    std::istringstream words(listed);
+    for (std::string word; words >> word;) {
+        name = word[0] == ':' && output("busctl --user tree --list " + word + " 2>/dev/null")
+                                         .find("/kvo/tvhw/ResourceClient") != std::string::npos
+                   ? word
+                   : name;
+    }
+    EXPECT_NE(name, "");
+    output("busctl --user call " + name +
+           " /kvo/tvhw/ResourceClient kvo.tvhw.ResourceClient1 Reclaim ii " + std::to_string(id) +
+           " 1 2>&1");
+    output(
+        "dbus-send --dest=kvo.tvhw.ResourceManager /org/freedesktop/DBus "
+        "org.freedesktop.DBus.NameOwnerChanged string:" +
+        name + " string:" + name + " string:");
+    EXPECT_EQ(client.core(), 3);
+    EXPECT_EQ(client.reclaims, 0);
+    auto newcomer = std::async(std::launch::async, [] { return Client().acquire(1920); });
+    while (client.reclaims == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    output(
+        "busctl --user call kvo.tvhw.ResourceManager /kvo/tvhw/ResourceManager "
+        "kvo.tvhw.ResourceManager1 AnswerReclaim ii 1 1 2>&1");
+    EXPECT_EQ(newcomer.get(), -110);
+    EXPECT_EQ(client.core(), 3);
+}
+
+TEST_F(ServiceTest, AProcessIsDeadThoughAChildOfItLives) {
+    auto const parent = holder("fork", 1920);
+    EXPECT_EQ(parent->line(), "-22 0") << "its client, and one of the child's own";
+    parent->end(SIGKILL);
+    Client newcomer("keep");
+    EXPECT_EQ(newcomer.acquire(1920), 0);
+}
+
+// A reader of its log that does not read, and then is gone.
+TEST_F(ServiceTest, TheServiceNeitherWaitsNorDiesForItsLog) {
+    mService->end(SIGTERM);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
+    auto words = service("KVO_MEDIA_LOG_LEVEL=3");
+    words.insert(words.begin(),
+                 {"sh", "-c", "exec \"$@\" 2>/proc/$PPID/fd/" + std::to_string(ends[1]), "sh"});
+    mService = std::make_unique<Process>(words);
+    while (Client().opened != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    for (bool const isRead : {true, false}) {
+        for (int times = 0; times < 80; ++times) {
+            EXPECT_EQ(Client().acquire(99999), -95);
+        }
+        if (isRead) {
+            char text[8192];
+            EXPECT_GT(read(ends[0], text, sizeof(text)), 1000);
+            close(ends[0]);
+            close(ends[1]);
+        }
+    }
+    EXPECT_EQ(Client().acquire(), 0);
+    EXPECT_EQ(mService->end(SIGTERM), 0);
+}
+
+TEST_F(ServiceTest, EachCallEndsThoughTheServiceIsStoppedAndLeavesNothing) {
+    Client client;
+    EXPECT_EQ(client.acquire(), 0);
+    Client other;
+    auto const begin = std::chrono::steady_clock::now();
+    mService->signal(SIGSTOP);
+    auto opened = std::async(std::launch::async, [] { return Client().opened; });
+    EXPECT_EQ(other.acquire(), -111);
+    EXPECT_EQ(opened.get(), -111);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(16));
+    mService->signal(SIGCONT);
+    EXPECT_EQ(client.core(), 1) << "it has heard of nothing";
+    EXPECT_EQ(other.acquire(), -22) << "it was closed";
+    std::string const status = kvo::host::describe();
+    EXPECT_NE(status.find("\n1 client is open."), std::string::npos) << status;
+}
+
+TEST_F(ServiceTest, AStoppedBusEndsTheFirstCall) {
+    Process bus({"dbus-daemon", "--session", "--nofork", "--print-address"});
+    std::string const address = "DBUS_SESSION_BUS_ADDRESS=" + bus.line();
+    bus.signal(SIGSTOP);
+    auto const begin = std::chrono::steady_clock::now();
+    Process player({"env", address, gSelf, "--hold", "give", "1920"});
+    EXPECT_EQ(player.line(), "-22") << "it has no client";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(16));
+    bus.signal(SIGCONT);
+}
+
+// What a person does at the keyboard.
+TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
+    std::string const odd = gSelf.substr(0, gSelf.rfind('/') + 1) + "\xff";
+    std::remove(odd.c_str());
+    ASSERT_EQ(link(gSelf.c_str(), odd.c_str()), 0);
+    Process stuck({odd, "--hold", "hang", "1920"});
+    EXPECT_EQ(stuck.line(), "0");
+    std::remove(odd.c_str());
+    auto const live = holder("keep", 640);
+    std::string const command = std::getenv("TVHW_SERVICE");
+    std::istringstream held(output(command + " --status | awk '$3 == \"decoder\" { print $7 }'"));
+    std::string first;
+    std::string second;
+    held >> first >> second;
+    struct {
+        std::string arguments;
+        std::string told;
+    } const kCommands[] = {{"", "tvhw-resource-manager: there is already a service on this bus\n"},
+                           {"--nonsense", "see --help\n"},
+                           {"--reclaim x", "see --help\n"},
+                           {"--status", " ?     "},
+                           {"--reclaim 99", "tvhw-resource-manager: client 99 is not open\n"},
+                           {"--reclaim " + second, " keeps what it holds\n"},
+                           {"--status", "refused 1"},
+                           {"--reclaim " + first, "the service does not answer\n"},
+                           {"--force " + first, ""},
+                           {"--log-level -1", ""},
+                           {"--check /nowhere", "/nowhere: No such file or directory"}};
+    for (auto const& row : kCommands) {
+        std::string const told = output(command + " " + row.arguments + " 2>&1");
+        EXPECT_NE(told.find(row.told), std::string::npos) << row.arguments << ": " << told;
+        EXPECT_EQ(told.empty(), row.told.empty()) << row.arguments << ": " << told;
+    }
+    Client newcomer;
+    EXPECT_EQ(newcomer.acquire(1920), 0);
+}
+
+TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
+    mService->end(SIGTERM);
+    std::string const file = gSelf + ".settings";
+    auto const write = [&](std::string const& text) { std::ofstream(file) << text; };
+    std::string const command = std::getenv("TVHW_SERVICE");
+    write("# Nothing\n\nKVO_HOST_POOL=decoder:4:1920x1088\nKVO_HOST_LEAST_HOLD=x\n");
+    EXPECT_EQ(output(command + " --check " + file + " 2>&1"),
+              "tvhw-resource-manager: " + file +
+                  ":4: KVO_HOST_LEAST_HOLD=x: allowed are milliseconds from 0 to 9999\n");
+    write("KVO_HOST_POOL=decoder:4:1920x1088\nKVO_HOST_POLICY=*=-1\n");
+    auto words = service();
+    words.insert(words.end(), {"--settings", file});
+    mService = std::make_unique<Process>(words);
+    while (Client().opened != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    Client client;
+    EXPECT_EQ(client.acquire(), 0);
+    EXPECT_EQ(client.core(), 4);
+    auto& utils = kvo::media::platform::SystemUtils::getInstance();
+    EXPECT_FALSE(utils.allowsForcedAcquire(1));
+    write("KVO_HOST_POOL=decoder:4:1920x1088,decoder:2:1920x1088\nKVO_HOST_POLICY=*=1\n");
+    mService->signal(SIGHUP);
+    while (!utils.allowsForcedAcquire(1)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    Client other;
+    EXPECT_EQ(other.acquire(), 0);
+    EXPECT_EQ(other.core(), 2);
+    EXPECT_EQ(client.core(), 4);
+    std::remove(file.c_str());
 }
 
 /// The child process of holder().
@@ -205,6 +386,13 @@ int hold(std::string const& behaviour, int width) {
     Client client(behaviour);
     std::printf("%d\n", client.acquire(width));
     std::fflush(stdout);
+    if (behaviour == "fork" && fork() == 0) {
+        int const inherited = client.core();
+        std::printf("%d %d\n", inherited, Client().opened);
+        std::fflush(stdout);
+        sleep(60);
+        _exit(0);
+    }
     while (behaviour != "lose" || client.reclaims == 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

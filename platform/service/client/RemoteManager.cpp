@@ -1,17 +1,20 @@
 // The resource manager of the client library that talks to the service.
 
+#include <pthread.h>
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
-#include <utility>
+#include <tuple>
 
 #include "host/ResourceManager.h"
 #include "host/SystemPolicy.h"
@@ -23,15 +26,21 @@ namespace {
 
 using host::ResourcePool;
 
-/// For calls that the service answers at once, in microseconds.
-constexpr unsigned long long kCallTimeout = 5'000'000;
+using Clock = std::chrono::steady_clock;
+
+/// How long the service may take for an answer that it has at once.
+constexpr std::chrono::seconds kCallPatience{5};
+
+constexpr std::uint64_t kForever = UINT64_MAX;  ///< Microseconds.
+constexpr char kBusDaemon[] = "org.freedesktop.DBus";
 
 /// The reclaim whose callback runs on this thread; 0 for none.
 thread_local int tReclaim = 0;
 
 class RemoteManager final : public host::ResourceManager, public host::SystemPolicy {
 public:
-    RemoteManager() = default;
+    /// `ofParent`: that of the process from which this one was forked, whose threads are not here.
+    explicit RemoteManager(RemoteManager const* ofParent) : mOfParent(ofParent) {}
 
     int open(std::string const& name, TVHW_CRM_RECLAIM_CALLBACK function, void* cookie,
              int& client) override {
@@ -39,10 +48,11 @@ public:
         int code = 0;
         int id = 0;
         int const above = mLastClient;
-        int const result =
-            call("OpenClient", kCallTimeout, std::tie(code, id, service), name, above);
-        if (result != 0) {
-            return result;
+        int const failure =
+            callOr([this](int, int late, std::string const&) { notify("CloseClient", late); },
+                   "OpenClient", kCallPatience, std::tie(code, id, service), name, above);
+        if (failure != 0 || code != 0) {
+            return failure != 0 ? failure : code;
         }
         std::lock_guard<std::mutex> const lock(mMutex);
         mClients[id] = {service, function, cookie};
@@ -52,15 +62,12 @@ public:
     }
 
     int close(int client) override {
-        {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            if (mClients.erase(client) == 0) {
-                return ResourcePool::kInvalid;
-            }
+        if (!forget(client)) {
+            return ResourcePool::kInvalid;
         }
         // What a service that has gone since gave out is not held any longer.
         int code = 0;
-        call("CloseClient", kCallTimeout, std::tie(code), client);
+        call("CloseClient", kCallPatience, std::tie(code), client);
         return 0;
     }
 
@@ -70,9 +77,16 @@ public:
     }
 
     int acquire(int client, ResourcePool::Request const& request, bool tryOnly) override {
+        auto const end = Clock::now() + ResourcePool::kPatience + kCallPatience;
         int code = 0;
-        return call("Acquire", kNoTimeout, std::tie(code), client, request.display, request.encoder,
-                    request.codecType, request.width, request.height, tryOnly, tReclaim);
+        int const result =
+            callFor(client, "Acquire", ResourcePool::kPatience + kCallPatience, std::tie(code),
+                    request.display, request.encoder, request.codecType, request.width,
+                    request.height, tryOnly, tReclaim);
+        if (result == ResourcePool::kNoService && Clock::now() >= end && forget(client)) {
+            notify("CloseClient", client);  // It holds nothing, should the service ever go on.
+        }
+        return result;
     }
 
     int describe(int client, TVHW_CRM_RESOURCE& resource) override {
@@ -81,8 +95,8 @@ public:
         int port = 0;
         int maxWidth = 0;
         int maxHeight = 0;
-        int const result = call("GetHolding", kCallTimeout,
-                                std::tie(code, core, port, maxWidth, maxHeight), client);
+        int const result = callFor(client, "GetHolding", kCallPatience,
+                                   std::tie(code, core, port, maxWidth, maxHeight));
         if (result == 0) {
             resource = {core, port, {}, maxWidth, maxHeight, {}};
         }
@@ -91,19 +105,12 @@ public:
 
     int giveBack(int client) override {
         int code = 0;
-        return call("GiveBack", kCallTimeout, std::tie(code), client);
+        return callFor(client, "GiveBack", kCallPatience, std::tie(code));
     }
 
     bool allowsForcedAcquire(int pid) override {
         bool allows = false;
-        ask([&](sdbus::IProxy& service) {
-            service.callMethod("AllowsForcedAcquire")
-                .onInterface(kServiceInterface)
-                .withTimeout(kCallTimeout)
-                .withArguments(pid)
-                .storeResultsTo(allows);
-        });
-        return allows;
+        return call("AllowsForcedAcquire", kCallPatience, std::tie(allows), pid) == 0 && allows;
     }
 
     void onProcessReclaimed(int pid) override { notify("NotifyReclaimed", pid); }
@@ -111,19 +118,18 @@ public:
     void onReclaimedClientReleased(int pid) override { notify("NotifyReleased", pid); }
 
     std::string status() {
-        std::string text = "There is no service.\n";
-        ask([&](sdbus::IProxy& service) {
-            service.callMethod("Status").onInterface(kServiceInterface).storeResultsTo(text);
-        });
-        return text;
+        std::string text;
+        return call("Status", kCallPatience, std::tie(text)) == 0 ? text : "There is no service.\n";
     }
 
 private:
     /// A connection to the bus, whose messages a thread of its own handles until it is lost.
     struct Bus {
         std::unique_ptr<sdbus::IConnection> connection;
+        std::unique_ptr<sdbus::IProxy> daemon;
         std::unique_ptr<sdbus::IProxy> service;
         std::unique_ptr<sdbus::IObject> object;
+        std::string owner;  ///< Of the service's name: its unique name. The thread's own.
         std::atomic<bool> lost{false};
     };
     struct Client {
@@ -132,137 +138,221 @@ private:
         void* cookie;
     };
 
-    /// Lets `calls` call the service. Returns 0, or a code at once when they cannot be answered.
-    template <typename Calls>
-    int ask(Calls const& calls) {
-        auto const bus = connect();
+    /// Calls the service and writes its results. Returns 0, or a code when it cannot be called or
+    /// has not answered in time; `late` is called with an answer that comes even later.
+    template <typename Late, typename... Results, typename... Arguments>
+    int callOr(Late const& late, std::string const& method, Clock::duration patience,
+               std::tuple<Results&...> results, Arguments const&... arguments) {
+        auto const end = Clock::now() + patience;
+        auto const bus = connect(end);
         if (bus == nullptr) {
             return ResourcePool::kNoService;
         }
+        struct State {
+            std::promise<std::optional<std::tuple<Results...>>> answer;
+            std::atomic<bool> isSettled{false};  ///< By the answer, or since nobody waits for it.
+        };
+        auto const state = std::make_shared<State>();
+        auto answer = state->answer.get_future();
         try {
-            calls(*bus->service);
-            return 0;
+            // Keeps a reference to the name, which therefore must not be a temporary string.
+            auto invoker = bus->service->callMethodAsync(method);
+            invoker.onInterface(kServiceInterface);
+            invoker.withTimeout(kForever).withArguments(arguments...);
+            invoker.uponReplyInvoke(
+                [from = bus.get(), state, late](sdbus::Error const* error, Results... values) {
+                    bool const counts = error == nullptr && from->owner == senderOf(*from->service);
+                    state->answer.set_value(counts ? std::optional(std::tuple(values...))
+                                                   : std::nullopt);
+                    if (state->isSettled.exchange(true) && counts) {
+                        late(values...);
+                    }
+                });
         } catch (sdbus::Error const& error) {
             bool const isUnsendable = error.getName() == "org.freedesktop.DBus.Error.InvalidArgs";
             return isUnsendable ? ResourcePool::kInvalid : ResourcePool::kNoService;
         }
+        bool const isLate = answer.wait_until(end) != std::future_status::ready;
+        if (isLate && !state->isSettled.exchange(true)) {
+            return ResourcePool::kNoService;
+        }
+        auto const values = answer.get();
+        if (!values) {
+            return ResourcePool::kNoService;
+        }
+        results = *values;
+        return 0;
     }
 
-    /// Calls the service, and returns the code that it answers with, the first of `results`, or
-    /// that of ask().
     template <typename... Results, typename... Arguments>
-    int call(std::string const& method, unsigned long long timeout, std::tuple<Results&...> results,
+    int call(std::string const& method, Clock::duration patience, std::tuple<Results&...> results,
              Arguments const&... arguments) {
-        int const asked = ask([&](sdbus::IProxy& service) {
-            // Keeps a reference to the name, which therefore must not be a temporary string.
-            auto invoker = service.callMethod(method);
-            invoker.onInterface(kServiceInterface).withTimeout(timeout).withArguments(arguments...);
-            std::apply([&](auto&... result) { invoker.storeResultsTo(result...); }, results);
-        });
-        return asked == 0 ? std::get<0>(results) : asked;
+        return callOr([](Results const&...) {}, method, patience, results, arguments...);
     }
 
-    void notify(char const* method, int pid) {
-        ask([&](sdbus::IProxy& service) {
-            service.callMethod(method)
-                .onInterface(kServiceInterface)
-                .withArguments(pid)
-                .dontExpectReply();
-        });
+    /// The same for a client of this process, and returns the code that is the first result.
+    template <typename... Results, typename... Arguments>
+    int callFor(int client, std::string const& method, Clock::duration patience,
+                std::tuple<Results&...> results, Arguments const&... arguments) {
+        if (!isOpen(client)) {
+            return ResourcePool::kInvalid;
+        }
+        int const failure = call(method, patience, results, client, arguments...);
+        return failure != 0 ? failure : std::get<0>(results);
     }
 
-    /// Returns the connection to the bus, a new one when the last was lost; null without a bus.
-    std::shared_ptr<Bus> connect() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (mBus != nullptr && !mBus->lost) {
-            return mBus;
+    template <typename... Arguments>
+    void notify(char const* method, Arguments const&... arguments) {
+        auto const bus = connect(Clock::now() + kCallPatience);
+        if (bus == nullptr) {
+            return;
         }
         try {
-            auto bus = std::make_shared<Bus>();
-            bus->connection = sdbus::createSessionBusConnection();
-            bus->service = sdbus::createProxy(*bus->connection, kServiceName, kServicePath);
-            bus->object = sdbus::createObject(*bus->connection, kClientPath);
-            bus->object->registerMethod("Reclaim")
-                .onInterface(kClientInterface)
-                .implementedAs([this, called = std::weak_ptr(bus)](
-                                   sdbus::Result<std::int32_t>&& reply, std::int32_t const& client,
-                                   std::int32_t const& reclaim) {
-                    onReclaim(called.lock(), std::move(reply), client, reclaim);
-                });
-            // NOLINTNEXTLINE(clang-analyzer-*NewDeleteLeaks): it takes the handler for leaked.
-            bus->object->finishRegistration();
-            std::thread([bus] {
-                try {
-                    bus->connection->enterEventLoop();
-                } catch (sdbus::Error const&) {
-                    // The bus is gone, and with it everybody who could call.
-                }
-                bus->lost = true;
-            }).detach();
-            waitForEventLoop(*bus->connection);
-            mBus = std::move(bus);
+            bus->service->callMethod(method)
+                .onInterface(kServiceInterface)
+                .withArguments(arguments...)
+                .dontExpectReply();
         } catch (sdbus::Error const&) {
-            mBus = nullptr;
+            // There is nobody to tell.
         }
-        return mBus;
     }
 
-    /// Waits until the connection's thread handles messages. A call that is made before then keeps
-    /// the connection to itself until it is answered, so that no reclaim gets through meanwhile.
-    static void waitForEventLoop(sdbus::IConnection& connection) {
-        auto const running = std::make_shared<std::promise<void>>();
-        auto future = running->get_future();
-        auto const daemon =
-            sdbus::createProxy(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
-        daemon->callMethodAsync("GetId")
-            .onInterface("org.freedesktop.DBus")
-            .uponReplyInvoke(
-                [running](sdbus::Error const*, std::string const&) { running->set_value(); });
-        future.wait_for(std::chrono::microseconds(kCallTimeout));
+    /// Forgets a client; returns false when there is none.
+    bool forget(int client) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mClients.erase(client) != 0;
+    }
+
+    /// Returns the connection to the bus, a new one when the last was lost; null without a bus, and
+    /// when there is none until `end`.
+    std::shared_ptr<Bus> connect(Clock::time_point end) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (!mIsConnecting && (mBus == nullptr || mBus->lost)) {
+            mIsConnecting = true;
+            std::thread([this] { serveBus(); }).detach();
+        }
+        mConnected.wait_until(lock, end, [this] { return !mIsConnecting; });
+        return mBus == nullptr || mBus->lost ? nullptr : mBus;
+    }
+
+    /// Connects to the bus, which may take long, and handles its messages until it is lost.
+    void serveBus() {
+        auto bus = std::make_shared<Bus>();
+        try {
+            open(*bus);
+        } catch (sdbus::Error const&) {
+            bus = nullptr;
+        }
+        {
+            std::lock_guard<std::mutex> const lock(mMutex);
+            mBus = bus;
+            mIsConnecting = false;
+        }
+        mConnected.notify_all();
+        if (bus == nullptr) {
+            return;
+        }
+        try {
+            bus->connection->enterEventLoop();
+        } catch (sdbus::Error const&) {
+            // The bus is gone, and with it everybody who could call.
+        }
+        bus->lost = true;
+    }
+
+    void open(Bus& bus) {
+        bus.connection = sdbus::createSessionBusConnection();
+        bus.daemon = sdbus::createProxy(*bus.connection, kBusDaemon, "/org/freedesktop/DBus");
+        bus.service = sdbus::createProxy(*bus.connection, kServiceName, kServicePath);
+        bus.object = sdbus::createObject(*bus.connection, kClientPath);
+        bus.object->registerMethod("Reclaim")
+            .onInterface(kClientInterface)
+            .implementedAs([this, &bus](std::int32_t const& client, std::int32_t const& reclaim) {
+                if (bus.owner == senderOf(*bus.object)) {
+                    onReclaim(client, reclaim, bus.owner);
+                }
+            })
+            .withNoReply();
+        // NOLINTNEXTLINE(clang-analyzer-*NewDeleteLeaks): it takes the handler for leaked.
+        bus.object->finishRegistration();
+        bus.connection->addMatch(
+            std::string("type='signal',sender='") + kBusDaemon +
+                "',member='NameOwnerChanged',arg0='" + kServiceName + "'",
+            [&bus](sdbus::Message& message) {
+                std::string name;
+                std::string ignored;
+                if (message.getSender() == kBusDaemon) {
+                    message >> name >> ignored >> bus.owner;
+                }
+            },
+            sdbus::floating_slot);
+        askForOwner(bus);
+    }
+
+    /// Learns who has the service's name now, before any answer from there can come.
+    static void askForOwner(Bus& bus) {
+        std::string const name = kServiceName;
+        bus.daemon->callMethodAsync("GetNameOwner")
+            .onInterface(kBusDaemon)
+            .withArguments(name)
+            .uponReplyInvoke([&bus](sdbus::Error const* error, std::string const& owner) {
+                if (senderOf(*bus.daemon) != kBusDaemon) {
+                    askForOwner(bus);  // Somebody else has answered.
+                } else if (error == nullptr) {
+                    bus.owner = owner;
+                }
+            });
+    }
+
+    /// Returns who has sent the message that is being handled.
+    template <typename Handler>
+    static std::string senderOf(Handler const& handler) {
+        return handler.getCurrentlyProcessedMessage()->getSender();
     }
 
     /// Answers the service for a client, on a thread of its own: the callback may block, and call
-    /// the service. Only the service that the client was opened at may ask. `bus`, by which it
-    /// asks, may be lost and replaced meanwhile; it stays for the reply, which refers to it.
-    void onReclaim(std::shared_ptr<Bus> bus, sdbus::Result<std::int32_t>&& reply, int client,
-                   int reclaim) {
-        std::string const sender = bus->object->getCurrentlyProcessedMessage()->getSender();
+    /// the service. Only the service that the client was opened at may ask.
+    void onReclaim(int client, int reclaim, std::string const& service) {
         Client asked;
         {
             std::lock_guard<std::mutex> const lock(mMutex);
             auto const found = mClients.find(client);
-            if (found == mClients.end() || found->second.service != sender) {
-                reply.returnResults(1);  // There is nothing here that the sender could have given.
-                return;
+            if (found != mClients.end() && found->second.service == service) {
+                asked = found->second;
             }
-            asked = found->second;
         }
-        std::thread([bus = std::move(bus), held = std::move(reply), asked, client,
-                     reclaim]() mutable {
-            auto const answered = std::move(held);  // Goes before the bus does.
+        std::thread([this, asked, client, reclaim] {
             tReclaim = reclaim;
-            int const answer = host::callReclaim(asked.function, client, asked.cookie);
-            try {
-                answered.returnResults(answer);
-            } catch (sdbus::Error const&) {
-                // Nobody is left to be answered.
-            }
+            // Whom nobody knows here holds nothing.
+            int const answer = asked.function == nullptr
+                                   ? 1
+                                   : host::callReclaim(asked.function, client, asked.cookie);
+            notify("AnswerReclaim", reclaim, answer);
         }).detach();
     }
 
+    RemoteManager const* const mOfParent;  ///< Not to be used: its locks may be held for good.
     std::mutex mMutex;
+    std::condition_variable mConnected;
+    bool mIsConnecting = false;
     std::shared_ptr<Bus> mBus;
     std::map<int, Client> mClients;
     std::atomic<int> mLastClient{0};
 };
 
-RemoteManager& manager() {
-    static auto& theManager = *new RemoteManager;
-    return theManager;
+std::atomic<RemoteManager*> gManager{nullptr};
+
+void start() {
+    gManager = new RemoteManager(gManager);
+    host::setSystemPolicy(*gManager);
 }
 
-[[maybe_unused]] bool const gDecides = [] {
-    host::setSystemPolicy(manager());
+RemoteManager& manager() { return *gManager; }
+
+[[maybe_unused]] bool const gStarts = [] {
+    start();
+    // A child has none of the threads, and must not use its parent's name on the bus.
+    pthread_atfork(nullptr, nullptr, start);
     return true;
 }();
 

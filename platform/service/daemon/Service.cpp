@@ -1,30 +1,67 @@
 #include "service/daemon/Service.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
+#include <csignal>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include "host/Settings.h"
+#include "host/LoggedCall.h"
+#include "kvo_media_log.h"
 #include "service/BusNames.h"
 
 namespace kvo::service {
 
 using host::ResourcePool;
 
-Service::Service()
-    : mConnection(sdbus::createSessionBusConnection(kServiceName)),
+namespace {
+
+constexpr char kBusDaemon[] = "org.freedesktop.DBus";
+constexpr std::size_t kLongestName = 256;
+constexpr int kLinesPerSecond = 100;  ///< Of the log; a flood of refusals is no news.
+
+/// What people read of a program, which may be named anything.
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
+}
+
+}  // namespace
+
+Service::Service(std::string settings)
+    : mSettingsFile(std::move(settings)),
+      mConnection(sdbus::createSessionBusConnection(kServiceName)),
       mObject(sdbus::createObject(*mConnection, kServicePath)),
-      mPool(host::settings().pool) {
+      mDeaths(epoll_create1(EPOLL_CLOEXEC), sdbus::adopt_fd),
+      mPool({}) {
+    readSettings();
     registerOperations();
     watchForDeaths();
 }
 
-void Service::run(int end) {
+void Service::readSettings() {
+    mSettings = mSettingsFile.empty() ? host::settings() : host::settingsWith(mSettingsFile);
+    mPool.setCores(mSettings.pool);
+    mPool.setLeastHold(std::chrono::milliseconds(mSettings.leastHold));
+    for (auto& [name, process] : mProcesses) {
+        process.owner.priority = mSettings.priorityOf(process.owner.pid);
+    }
+    for (auto const& [client, name] : mOwners) {
+        mPool.setPriority(client, mProcesses.at(name).owner.priority);
+    }
+}
+
+void Service::run(int signals) {
     for (;;) {
-        while (mConnection->processPendingRequest()) {
+        // No more at once than leave time for all else.
+        for (int left = 100; left > 0 && mConnection->processPendingRequest(); --left) {
         }
         advance();
         auto const bus = mConnection->getEventLoopPollData();
@@ -36,10 +73,22 @@ void Service::run(int end) {
             int const untilOverdue = static_cast<int>(std::max<long>(left.count() + 1, 0));
             timeout = timeout < 0 ? untilOverdue : std::min(timeout, untilOverdue);
         }
-        pollfd entries[]{{bus.fd, bus.events, 0}, {end, POLLIN, 0}};
-        poll(entries, 2, timeout);
+        pollfd entries[]{{bus.fd, bus.events, 0}, {signals, POLLIN, 0}, {mDeaths.get(), POLLIN, 0}};
+        poll(entries, 3, timeout);
+        if (entries[2].revents != 0) {
+            forgetDead();
+        }
         if (entries[1].revents != 0) {
-            return;
+            signalfd_siginfo signal{};
+            if (read(signals, &signal, sizeof(signal)) != sizeof(signal) ||
+                signal.ssi_signo != SIGHUP) {
+                return;
+            }
+            try {
+                readSettings();
+            } catch (std::invalid_argument const& mistake) {
+                log(0, "readSettings", std::string(mistake.what()) + "; the old settings stay");
+            }
         }
     }
 }
@@ -74,8 +123,21 @@ void Service::registerOperations() {
                     insideReclaim);
         });
     method("AllowsForcedAcquire", {"pid"}, {"allows"},
-           [](std::int32_t const& pid) { return host::settings().priorityOf(pid) >= 0; });
+           [this](std::int32_t const& pid) { return mSettings.priorityOf(pid) >= 0; });
     method("Status", {}, {"text"}, [this] { return mPool.describe(); });
+    method("Reclaim", {"client", "byForce"}, {"code"},
+           [this](Reply&& reply, std::int32_t const& client, bool const& byForce) {
+               reclaim(std::move(reply), client, byForce);
+           });
+    method("SetLogLevel", {"level"}, {},
+           [](std::int32_t const& level) { host::setLogLevel(level); });
+    mObject->registerMethod("AnswerReclaim")
+        .onInterface(kServiceInterface)
+        .implementedAs([this](std::int32_t const& reclaim, std::int32_t const& answer) {
+            answerReclaim(reclaim, answer);
+        })
+        .withInputParamNames("reclaim", "answer")
+        .withNoReply();
     for (auto const& [notice, signal] : {std::pair("NotifyReclaimed", "ProcessReclaimed"),
                                          std::pair("NotifyReleased", "ReclaimedClientReleased")}) {
         mObject->registerSignal(signal)
@@ -92,13 +154,15 @@ void Service::registerOperations() {
     mObject->finishRegistration();
 }
 
-/// The bus tells of every name that goes, however its process ended.
+/// The bus tells of every name that goes. A process also ends while a child of it has its name.
 void Service::watchForDeaths() {
-    mBusDaemon = sdbus::createProxy(*mConnection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
+    mBusDaemon = sdbus::createProxy(*mConnection, kBusDaemon, "/org/freedesktop/DBus");
     mBusDaemon->uponSignal("NameOwnerChanged")
-        .onInterface("org.freedesktop.DBus")
+        .onInterface(kBusDaemon)
         .call([this](std::string const& name, std::string const&, std::string const& newOwner) {
-            if (newOwner.empty()) {
+            // Anybody on the bus can send what looks like it.
+            if (newOwner.empty() &&
+                mBusDaemon->getCurrentlyProcessedMessage()->getSender() == kBusDaemon) {
                 forget(name);
             }
         });
@@ -107,10 +171,11 @@ void Service::watchForDeaths() {
 
 std::tuple<std::int32_t, std::int32_t, std::string> Service::open(std::string const& name,
                                                                   int above) {
-    if (above > INT32_MAX / 2) {
+    Process const* const owner = name.size() > kLongestName ? nullptr : process(sender());
+    if (owner == nullptr) {
         return {ResourcePool::kInvalid, 0, ""};
     }
-    int const client = mPool.openClient(name, process(sender()).owner, above);
+    int const client = mPool.openClient(name, owner->owner, above);
     mOwners[client] = sender();
     return {0, client, mConnection->getUniqueName()};
 }
@@ -152,6 +217,25 @@ void Service::acquire(Reply&& reply, int client, ResourcePool::Request const& re
     mReplies.emplace(mPool.request(client, request, tryOnly, insideReclaim), std::move(reply));
 }
 
+void Service::reclaim(Reply&& reply, int client, bool byForce) {
+    if (!mPool.isOpen(client)) {
+        reply.returnResults(ResourcePool::kInvalid);
+    } else if (byForce) {
+        log(1, "reclaim", mPool.nameOf(client) + " loses by force what it holds");
+        mPool.giveBack(client);
+        reply.returnResults(0);
+    } else {
+        askHolder(mPool.startReclaim(client), client, std::move(reply));
+    }
+}
+
+void Service::answerReclaim(int reclaim, int answer) {
+    auto const asked = mReclaims.find(reclaim);
+    if (asked != mReclaims.end() && asked->second.name == sender()) {
+        endReclaim(reclaim, answer == 1);
+    }
+}
+
 std::string Service::sender() const { return mObject->getCurrentlyProcessedMessage()->getSender(); }
 
 bool Service::isOwn(int client) const {
@@ -159,17 +243,35 @@ bool Service::isOwn(int client) const {
     return owner != mOwners.end() && owner->second == sender();
 }
 
-Service::Process& Service::process(std::string const& name) {
+/// Returns a process of the bus; null when it has ended.
+Service::Process* Service::process(std::string const& name) {
     auto const known = mProcesses.find(name);
     if (known != mProcesses.end()) {
-        return known->second;
+        return &known->second;
     }
     Process process;
     process.owner.pid = mObject->getCurrentlyProcessedMessage()->getCredsPid();
-    process.owner.program = host::programOf(process.owner.pid);
-    process.owner.priority = host::settings().priorityOf(process.owner.pid);
+    process.owner.program = printable(host::programOf(process.owner.pid));
+    process.owner.priority = mSettings.priorityOf(process.owner.pid);
     process.proxy = sdbus::createProxy(*mConnection, name, kClientPath);
-    return mProcesses.emplace(name, std::move(process)).first->second;
+    process.death = sdbus::UnixFd(static_cast<int>(syscall(SYS_pidfd_open, process.owner.pid, 0)),
+                                  sdbus::adopt_fd);
+    epoll_event event{EPOLLIN, {}};
+    event.data.fd = process.death.get();
+    if (epoll_ctl(mDeaths.get(), EPOLL_CTL_ADD, event.data.fd, &event) != 0) {
+        return nullptr;
+    }
+    return &mProcesses.emplace(name, std::move(process)).first->second;
+}
+
+void Service::forgetDead() {
+    epoll_event event{};
+    while (epoll_wait(mDeaths.get(), &event, 1, 0) == 1) {
+        auto const dead = std::find_if(
+            mProcesses.begin(), mProcesses.end(),
+            [&](auto const& entry) { return entry.second.death.get() == event.data.fd; });
+        forget(std::string(dead->first));
+    }
 }
 
 /// Gives back at once what a process held that has gone; nobody waits for its answers any longer.
@@ -185,45 +287,76 @@ void Service::forget(std::string const& name) {
             ++owner;
         }
     }
-    for (auto reclaim = mReclaims.begin(); reclaim != mReclaims.end();) {
-        if (reclaim->second == name) {
-            mPool.finishReclaim(reclaim->first, true);
-            reclaim = mReclaims.erase(reclaim);
-        } else {
-            ++reclaim;
+    std::vector<int> asked;
+    for (auto const& [reclaim, entry] : mReclaims) {
+        if (entry.name == name) {
+            asked.push_back(reclaim);
         }
+    }
+    for (int const reclaim : asked) {
+        endReclaim(reclaim, true);
     }
     mProcesses.erase(name);
 }
 
-void Service::askHolder(int reclaim, int holder) {
+void Service::endReclaim(int reclaim, bool gaveUp) {
+    auto const ended = mReclaims.extract(reclaim);
+    log(2, "reclaim", mPool.describeReclaim(reclaim) + (gaveUp ? " gives up" : " keeps it"));
+    mPool.finishReclaim(reclaim, gaveUp);
+    if (ended.mapped().reply) {
+        ended.mapped().reply->returnResults(gaveUp ? 0 : ResourcePool::kBusy);
+    }
+}
+
+/// Asks without a reply of the bus, which anybody could forge: the answer is a call.
+void Service::askHolder(int reclaim, int holder, std::optional<Reply> reply) {
     std::string const& name = mOwners.at(holder);
-    mReclaims[reclaim] = name;
     mProcesses.at(name)
-        .proxy->callMethodAsync("Reclaim")
+        .proxy->callMethod("Reclaim")
         .onInterface(kClientInterface)
-        .withTimeout(kNoTimeout)
         .withArguments(holder, reclaim)
-        .uponReplyInvoke([this, reclaim](sdbus::Error const* error, std::int32_t answer) {
-            // A process that cannot be asked, though it lives, keeps what it has.
-            mPool.finishReclaim(reclaim, error == nullptr && answer == 1);
-            mReclaims.erase(reclaim);
-        });
+        .dontExpectReply();
+    mReclaims.emplace(reclaim, Asked{name, std::move(reply)});
 }
 
 /// Does what the pool wants done.
 void Service::advance() {
     for (auto const& step : mPool.advance()) {
+        bool const isRefused = step.reclaim == 0 && step.code != 0;
+        log(step.code == ResourcePool::kStuck ? 1
+            : isRefused || step.reclaim != 0  ? 2
+                                              : 3,
+            step.reclaim != 0 ? "reclaim"
+            : isRefused       ? "refuse"
+                              : "grant",
+            mPool.describe(step));
         if (step.reclaim != 0) {
             askHolder(step.reclaim, step.holder);
-            continue;
+        } else {
+            mReplies.extract(step.request).mapped().returnResults(step.code);
         }
-        if (step.code == ResourcePool::kStuck) {
-            std::cerr << "tvhw-resource-manager: no answer to a reclaim from "
-                      << mPool.stuckClients()
-                      << ", which keeps what it holds; a request is refused\n";
+    }
+}
+
+/// Writes a line of the library's form, unless there are too many.
+void Service::log(int level, char const* operation, std::string const& text) {
+    if (level > host::highestPrintedLevel) {
+        return;
+    }
+    auto const write = [&](std::string const& message) {
+        kvo_media_log_printf(level, "ResourceManager", "daemon/Service.cpp", operation, __LINE__,
+                             "%s", message.c_str());
+    };
+    auto const second = std::chrono::duration_cast<std::chrono::seconds>(
+        ResourcePool::Clock::now().time_since_epoch());
+    if (std::exchange(mLogSecond, second) != second) {
+        int const left = std::exchange(mLinesInSecond, 0) - kLinesPerSecond;
+        if (left > 0) {
+            write(std::to_string(left) + " lines were left out");
         }
-        mReplies.extract(step.request).mapped().returnResults(step.code);
+    }
+    if (++mLinesInSecond <= kLinesPerSecond) {
+        write(text);
     }
 }
 

@@ -1,50 +1,102 @@
+#include <fcntl.h>
 #include <sdbus-c++/sdbus-c++.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "host/ResourcePool.h"
+#include "host/Settings.h"
 #include "service/BusNames.h"
 #include "service/daemon/Service.h"
 
 namespace {
 
-constexpr char kHelp[] =
-    "Usage: tvhw-resource-manager [--status | --watch | --help]\n"
-    "\n"
-    "Hands out the codec cores and display ports of the host platform to all processes on the\n"
-    "session bus that use its client library. Serves until it gets SIGINT or SIGTERM. The pool "
-    "and\n"
-    "the priorities of processes are those of KVO_HOST_POOL and KVO_HOST_POLICY.\n"
-    "\n"
-    "  --status  print who holds what, as the service that runs on this bus tells it\n"
-    "  --watch   do that every second\n"
-    "\n"
-    "Exits with 0 when all is well, 1 when there is no bus, no service or already one, 2 when the\n"
-    "option or a setting is wrong.\n";
+using Words = std::vector<std::string>;
 
-int serve() {
-    sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
-    kvo::service::Service().run(signalfd(-1, &ends, SFD_CLOEXEC));
+constexpr char kHelp[] = R"(Usage: tvhw-resource-manager [OPTION]
+
+Hands out the codec cores and display ports of the host platform to all processes on the session bus
+that use its client library. Serves until it gets SIGINT or SIGTERM.
+
+  --settings FILE  serve with the pool and the policy of a file, read again on SIGHUP: lines of
+                   KVO_HOST_POOL=..., KVO_HOST_POLICY=..., KVO_HOST_LEAST_HOLD=... and comments
+                   with #. What it does not set is as the environment says.
+  --check FILE     only look for mistakes in such a file
+
+Of the service that runs on this bus:
+
+  --status         print who holds what
+  --watch          do that every second
+  --reclaim CLIENT ask a client, by its number, to give up what it holds
+  --force CLIENT   take what a client holds without asking; it does not learn of that
+  --log-level N    print failures (0), also holders that do not answer (1), refusals and reclaims (2),
+                   grants (3), or nothing (-1). At first what KVO_MEDIA_LOG_LEVEL says.
+
+Exits with 0 when all is well, 1 when there is no bus, no service or already one, or a client keeps
+what it holds, 2 when the option or a setting is wrong.
+)";
+
+/// Lets nobody who reads the log too slowly, or not at all, stop the service. Standard error is
+/// opened anew where that is possible, since others may share how it is open now.
+void neverWaitForTheLog() {
+    std::signal(SIGPIPE, SIG_IGN);
+    int const own = open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
+    if (own >= 0) {
+        dup2(own, STDERR_FILENO);
+        close(own);
+    }
+    for (int const output : {STDERR_FILENO, kvo::host::settings().logOutput}) {
+        fcntl(output, F_SETFL, fcntl(output, F_GETFL) | O_NONBLOCK);
+    }
+}
+
+int serve(std::string const& settings) {
+    neverWaitForTheLog();
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;  // One for each process.
+    setrlimit(RLIMIT_NOFILE, &files);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    kvo::service::Service(settings).run(signalfd(-1, &signals, SFD_CLOEXEC));
     return 0;
 }
 
+/// Calls the service that runs.
+template <typename Result, typename... Arguments>
+void ask(char const* operation, Result* result, Arguments const&... arguments) {
+    static auto const service =
+        sdbus::createProxy(sdbus::createSessionBusConnection(), kvo::service::kServiceName,
+                           kvo::service::kServicePath);
+    std::string const name = operation;
+    auto call = service->callMethod(name);
+    call.onInterface(kvo::service::kServiceInterface)
+        .withTimeout(kvo::host::ResourcePool::kPatience)
+        .withArguments(arguments...);
+    if (result != nullptr) {
+        call.storeResultsTo(*result);
+    }
+}
+
 int printStatus(bool again) {
-    auto const service = sdbus::createProxy(sdbus::createSessionBusConnection(),
-                                            kvo::service::kServiceName, kvo::service::kServicePath);
+    bool const clears = again && isatty(STDOUT_FILENO) != 0;
     for (;;) {
         std::string status;
-        service->callMethod("Status")
-            .onInterface(kvo::service::kServiceInterface)
-            .storeResultsTo(status);
-        std::cout << (again ? "\033[H\033[2J" : "") << status << std::flush;
+        ask("Status", &status);
+        std::cout << (clears ? "\033[H\033[2J" : "") << status << std::flush;
         if (!again) {
             return 0;
         }
@@ -52,26 +104,79 @@ int printStatus(bool again) {
     }
 }
 
-}  // namespace
+int number(std::string const& word) {
+    int value = 0;
+    auto const [end, failure] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (failure != std::errc() || *end != '\0') {
+        throw std::invalid_argument(word + " is no number; see --help");
+    }
+    return value;
+}
 
-int main(int count, char** arguments) {
-    std::string const option = count > 1 ? arguments[1] : "";
-    if (count == 2 && option == "--help") {
+int reclaim(std::string const& client, bool byForce) {
+    std::int32_t code = 0;
+    ask("Reclaim", &code, number(client), byForce);
+    if (code != 0) {
+        std::cerr << "tvhw-resource-manager: client " << client
+                  << (code == kvo::host::ResourcePool::kInvalid ? " is not open"
+                                                                : " keeps what it holds")
+                  << "\n";
+    }
+    return code == 0 ? 0 : 1;
+}
+
+/// Says in a user's words what went wrong on the bus.
+std::string reasonOf(sdbus::Error const& error) {
+    std::string const name = error.getName();
+    auto const is = [&](char const* end) {
+        return name.rfind(end) != std::string::npos &&
+               name.rfind(end) + std::string(end).size() == name.size();
+    };
+    return is("FileExists")                 ? "there is already a service on this bus"
+           : is("ServiceUnknown")           ? "there is no service on this bus"
+           : is("NoReply") || is("Timeout") ? "the service does not answer"
+           : is("FileNotFound")             ? "there is no session bus; dbus-run-session starts one"
+                                            : error.getMessage() + " (" + name + ")";
+}
+
+int run(Words const& words) {
+    std::string const option = words.empty() ? "" : words[0];
+    bool const hasValue = words.size() == 2;
+    if (words.empty() || (option == "--settings" && hasValue)) {
+        return serve(hasValue ? words[1] : "");
+    }
+    if (option == "--check" && hasValue) {
+        kvo::host::settingsWith(words[1]);
+        return 0;
+    }
+    if ((option == "--reclaim" || option == "--force") && hasValue) {
+        return reclaim(words[1], option == "--force");
+    }
+    if (option == "--log-level" && hasValue) {
+        ask<int>("SetLogLevel", nullptr, number(words[1]));
+        return 0;
+    }
+    if ((option == "--status" || option == "--watch") && words.size() == 1) {
+        return printStatus(option == "--watch");
+    }
+    if (option == "--help" && words.size() == 1) {
         std::cout << kHelp;
         return 0;
     }
+    throw std::invalid_argument("no such option, or not with these words: " + option +
+                                "; see --help");
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
     try {
-        if (count == 1) {
-            return serve();
-        }
-        if (count == 2 && (option == "--status" || option == "--watch")) {
-            return printStatus(option == "--watch");
-        }
+        return run(Words(arguments + 1, arguments + count));
     } catch (sdbus::Error const& error) {
-        std::cerr << "tvhw-resource-manager: " << error.getMessage() << "\n";
+        std::cerr << "tvhw-resource-manager: " << reasonOf(error) << "\n";
         return 1;
+    } catch (std::logic_error const& mistake) {
+        std::cerr << "tvhw-resource-manager: " << mistake.what() << "\n";
+        return 2;
     }
-    std::cerr << "tvhw-resource-manager: "
-              << (count > 2 ? "takes one option" : "unknown option " + option) << "; see --help\n";
-    return 2;
 }
