@@ -192,7 +192,7 @@ TEST(SettingsTest, DISABLED_IsSet) {
     Client client;
     EXPECT_NE(client.acquire(), 0);
     EXPECT_EQ(client.acquireEncoder(), 0);
-    std::string const row = "1      4      encoder   640x480     " + std::to_string(getpid());
+    std::string const row = "1     4    encoder 640x480   " + std::to_string(getpid());
     EXPECT_NE(kvo::host::describe().find(row), std::string::npos) << kvo::host::describe();
 }
 

@@ -235,11 +235,11 @@ TEST_F(ResourcePoolTest, ManyRequestsThatDependOnEachOtherAreDecided) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
 }
 
-TEST_F(ResourcePoolTest, HundredsOfWaitersAreServedInOrder) {
+TEST_F(ResourcePoolTest, AThousandWaitersAreServedInOrder) {
     start({kSmallCore});
     int last = holder(kDecoder);
     std::vector<std::pair<int, Number>> waiters;
-    for (int number = 0; number < 400; ++number) {
+    for (int number = 0; number < 1000; ++number) {
         int const client = open();
         waiters.emplace_back(client, ask(client, kDecoder));
         next(waiters.back().second);
@@ -339,7 +339,7 @@ TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "-110") << "nobody waits for it anew";
     EXPECT_EQ(pool().nextDeadline(), ResourcePool::Clock::time_point::max());
     EXPECT_EQ(pool().stuckClients(), "client 70001 of process 1 (test)");
-    EXPECT_NE(pool().describe().find("STUCK, asked 10.0 s ago"), std::string::npos);
+    EXPECT_NE(pool().describe().find("STUCK 10.0 s"), std::string::npos);
 
     pool().setCores({{1, false, 641, 480}, kLargeCore});
     int const willing = holder(kDecoder);

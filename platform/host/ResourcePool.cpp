@@ -145,7 +145,7 @@ ResourcePool::Number ResourcePool::request(int client, Request const& request, b
                                                      : reclaim->second.takeFrom;
     mPending.emplace(
         ++mLastRequest,
-        Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, 0, {}});
+        Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, 0, {}, {}});
     mUndecided.insert(mLastRequest);
     return mLastRequest;
 }
@@ -174,6 +174,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
         }
         steps.push_back({number, code, 0, pending.givenBy, pending.client, pending.request,
                          mNow() - pending.since});
+        leaveQueue(number, pending);
         mPending.erase(number);
     };
     if (!isOpen(pending.client)) {
@@ -192,6 +193,9 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     }
     if (pending.tryOnly) {
         return finish(kBusy);
+    }
+    if (!isOver && followsAnother(number, pending)) {
+        return;
     }
     Lease const* first = nullptr;
     bool isSomeoneStuck = isOver;
@@ -234,6 +238,13 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
     if (others != mWaiters.end() && reclaimFrom(holder) == nullptr) {
         waiters.insert(others->second.begin(), others->second.end());
     }
+    for (Number const waiter : std::set<Number>(waiters)) {
+        auto const pending = mPending.find(waiter);
+        if (!gaveUp && pending != mPending.end() && pending->second.queue) {
+            auto const& followers = mQueues.at(*pending->second.queue);
+            waiters.insert(followers.begin(), followers.end());
+        }
+    }
     for (Number const number : waiters) {
         auto const pending = mPending.find(number);
         if (pending != mPending.end()) {
@@ -272,13 +283,12 @@ std::vector<ResourcePool::Lease const*> ResourcePool::leases(Request const& requ
 void ResourcePool::serveInOrder() {
     auto const isFree = [](Lease const& lease) { return lease.holder == 0; };
     while (std::exchange(mIsFreed, false)) {
+        bool const isPortFree = std::any_of(mPorts.begin(), mPorts.end(), isFree);
+        bool isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
         for (auto& [number, pending] : mPending) {
-            if (std::none_of(mCores.begin(), mCores.end(), isFree) &&
-                std::none_of(mPorts.begin(), mPorts.end(), isFree)) {
-                break;
-            }
-            if (serve(pending)) {
+            if ((pending.request.display ? isPortFree : isCoreFree) && serve(pending)) {
                 mUndecided.insert(number);
+                isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
             }
         }
     }
@@ -327,7 +337,14 @@ bool ResourcePool::grantFreeCore(int client, Request const& request) {
     return true;
 }
 
-void ResourcePool::grant(Lease& lease, int client) { lease = {client, ++mOrder, mNow()}; }
+void ResourcePool::grant(Lease& lease, int client) {
+    lease = {client, ++mOrder, mNow()};
+    for (auto const& [number, pending] : mPending) {
+        if (pending.client == client && pending.queue) {
+            mUndecided.insert(number);  // They may follow nobody any longer.
+        }
+    }
+}
 
 void ResourcePool::giveBackCore(int client) {
     for (Core& core : mCores) {
@@ -337,6 +354,43 @@ void ResourcePool::giveBackCore(int client) {
         }
     }
     dropRetired();
+}
+
+/// Says whether an older request decides for this one, too, as it differs in nothing but its age:
+/// so that of many in a queue only the first is looked at. Only for clients whose answer nobody can
+/// wait for, since they hold nothing; what they wait for then closes no ring.
+bool ResourcePool::followsAnother(Number number, Pending& pending) {
+    leaveQueue(number, pending);
+    auto const held = holding(pending.client);
+    if (held.core != nullptr || held.port != 0 || pending.insideReclaim != 0 ||
+        reclaimFrom(pending.client) != nullptr) {
+        return false;
+    }
+    Request const& wish = pending.request;
+    pending.queue = Wish(wish.display, wish.encoder, wish.codecType, wish.width, wish.height,
+                         priorityOf(pending.client), pending.refused);
+    auto& queue = mQueues[*pending.queue];
+    queue.insert(number);
+    return *queue.begin() != number;
+}
+
+void ResourcePool::leaveQueue(Number number, Pending& pending) {
+    if (!pending.queue) {
+        return;
+    }
+    auto const queue = mQueues.find(*std::exchange(pending.queue, {}));
+    bool const wasFirst = *queue->second.begin() == number;
+    queue->second.erase(number);
+    if (queue->second.empty()) {
+        mQueues.erase(queue);
+    } else if (wasFirst) {
+        mUndecided.insert(*queue->second.begin());
+    }
+}
+
+int ResourcePool::waitsFor(Number request) const {
+    auto const& queue = mPending.at(request).queue;
+    return mPending.at(queue ? *mQueues.at(*queue).begin() : request).waitsFor;
 }
 
 /// Lets a request wait for a client's answer, or, when that is 0, for nobody's any longer.
@@ -545,7 +599,7 @@ std::string ResourcePool::describe() const {
                   display ? "" : sizeOf(pending.request.width, pending.request.height),
                   std::to_string(client->second.owner.pid), client->second.owner.program,
                   std::to_string(client->first), inSeconds(mNow() - pending.since),
-                  pending.waitsFor == 0 ? "" : std::to_string(pending.waitsFor)});
+                  waitsFor(request) == 0 ? "" : std::to_string(waitsFor(request))});
     }
     out << mClients.size() << (mClients.size() == 1 ? " client is" : " clients are") << " open.\n";
     return out.str();

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -137,7 +138,7 @@ public:
     [[nodiscard]] Clock::time_point nextDeadline() const;
 
     /// Returns the client whose answer a waiting request waits for; 0 for none.
-    [[nodiscard]] int waitsFor(Number request) const { return mPending.at(request).waitsFor; }
+    [[nodiscard]] int waitsFor(Number request) const;
 
     /// Names the clients that have not answered a reclaim in time.
     [[nodiscard]] std::string stuckClients() const;
@@ -171,6 +172,8 @@ private:
         std::uint64_t takeFrom;  ///< Bound for the requests made inside it.
         Clock::time_point since;
     };
+    /// A request's values, its client's priority and who has refused.
+    using Wish = std::tuple<bool, bool, int, int, int, int, std::set<int>>;
     struct Pending {
         int client;
         Request request;
@@ -183,6 +186,7 @@ private:
         int givenBy;    ///< Who gave up for it what it is granted; 0 for nobody.
         int waitsFor;   ///< The client whose answer it waits for; 0 for none.
         std::set<int> refused;  ///< Clients that keep what they hold.
+        std::optional<Wish> queue;
     };
 
     [[nodiscard]] static bool fits(CodecCore const& core, Request const& request);
@@ -204,6 +208,8 @@ private:
     void grant(Lease& lease, int client);
     void giveBackCore(int client);
     void dropRetired();
+    bool followsAnother(Number number, Pending& pending);
+    void leaveQueue(Number number, Pending& pending);
     void waitFor(Number number, int holder);
     void wakeWaitersFor(int holder);
     [[nodiscard]] Reclaim const* reclaimFrom(int client) const;
@@ -223,6 +229,7 @@ private:
     std::map<Number, Pending> mPending;
     std::set<Number> mUndecided;               ///< Those of them to be looked at.
     std::map<int, std::set<Number>> mWaiters;  ///< Those that wait for a holder, by holder.
+    std::map<Wish, std::set<Number>> mQueues;  ///< Those that the first of them decides for.
     std::map<int, Reclaim> mReclaims;
     Clock::time_point mLookedAt;  ///< At the clock.
     int mLastClient = kIdsBegin;
