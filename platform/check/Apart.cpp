@@ -24,7 +24,7 @@ Lacking gLacking;
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{25};
+constexpr std::chrono::seconds kPatience{25};  ///< With one call.
 
 /// Calls are named by where their literals lie: both processes run the same program.
 constexpr char kNoCall[] = "";
@@ -42,6 +42,7 @@ struct Report {
     Lacking lacking;
     Call ofMainThread{0};
     Call ofCrash{0};
+    std::atomic<unsigned> calls{0};
     std::atomic<bool> isWhole{false};
     Outcome::Kind kind = Outcome::Kind::kFailed;
     std::array<char, 8000> came{};
@@ -64,7 +65,7 @@ void onCrash(int number) {
 
 /// The handler has a stack of its own, since the thread's may be what has run out.
 void tellCrashes() {
-    static std::array<char, 64 * 1024> stack;
+    static std::array<char, 65536> stack;
     stack_t other{};
     other.ss_sp = stack.data();
     other.ss_size = stack.size();
@@ -92,11 +93,15 @@ void tellCrashes() {
     runHere(check, file);
 }
 
-/// Waits for a process. Returns whether it has ended in time.
-bool hasEnded(pid_t process, int& status) {
-    auto const end = std::chrono::steady_clock::now() + kPatience;
+/// Waits for a process. Returns whether it has ended, and not called the platform for too long.
+bool hasEnded(pid_t process, Report const& report, int& status) {
+    auto end = std::chrono::steady_clock::now() + kPatience;
+    unsigned calls = 0;
     while (waitpid(process, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > end) {
+        if (calls != report.calls) {
+            calls = report.calls;
+            end = std::chrono::steady_clock::now() + kPatience;
+        } else if (std::chrono::steady_clock::now() > end) {
             kill(process, SIGKILL);
             waitpid(process, &status, 0);
             return false;
@@ -110,6 +115,7 @@ bool hasEnded(pid_t process, int& status) {
 
 InCall::InCall(char const* call) : mOuter(tCall) {
     tCall = call;
+    ++gReport->calls;
     if (tIsMain) {
         gReport->ofMainThread = placeOf(call);
     }
@@ -117,6 +123,7 @@ InCall::InCall(char const* call) : mOuter(tCall) {
 
 InCall::~InCall() {
     tCall = mOuter;
+    ++gReport->calls;
     if (tIsMain) {
         gReport->ofMainThread = placeOf(mOuter);
     }
@@ -156,7 +163,7 @@ Outcome runApart(Check const& check) {
     Outcome result;
     if (process < 0) {
         result.came = "no process of its own";
-    } else if (!hasEnded(process, status)) {
+    } else if (!hasEnded(process, *report, status)) {
         result.came = "no answer in " + std::to_string(kPatience.count()) + " s" +
                       inCall(report->ofMainThread);
     } else if (report->isWhole) {

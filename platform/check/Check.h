@@ -81,7 +81,7 @@ public:
         mIsWell = mIsWell && result == 0;
         mCame += (mCame.empty() ? "" : ", ") + std::string(step) + " " + std::to_string(result);
     }
-    Outcome done() const { return outcome(mIsWell, mCame); }
+    [[nodiscard]] Outcome done() const { return outcome(mIsWell, mCame); }
 
 private:
     bool mIsWell = true;

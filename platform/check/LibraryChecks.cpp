@@ -416,7 +416,7 @@ Outcome forwards(Slot<Client> const (&slots)[count]) {
         InCall const in(slot.name);
         std::string const forwarded = slot.call(*through) + " from " + gCalls;
         if (forwarded != direct) {
-            wrong += std::string(slot.name) + ":" + forwarded + "in place of" + direct;
+            wrong.append(slot.name).append(forwarded).append("in place of").append(direct);
         }
     }
     return outcome(wrong.empty(),
@@ -432,7 +432,7 @@ Outcome refusesWithoutCodec(Slot<Client> const (&slots)[count]) {
         InCall const in(slot.name);
         std::string const result = slot.call(*through);
         if (result.find('-') != 1) {
-            wrong += slot.name + result + "; ";
+            wrong.append(slot.name).append(result).append("; ");
         }
     }
     return outcome(wrong.empty(), std::to_string(count) + " slots, without an error: " +

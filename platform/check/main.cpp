@@ -226,11 +226,11 @@ int runProgram(std::vector<std::string> const& arguments) {
     Subsystems subsystems = allSubsystems();
     if (arguments.size() == 3 && arguments[0] == kApartOption) {
         if (Check const* const check = find(subsystems, arguments[1])) {
-            runHere(*check, std::atoi(arguments[2].c_str()));
+            runHere(*check, static_cast<int>(std::strtol(arguments[2].c_str(), nullptr, 10)));
         }
     }
     if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) {
-        std::fputs(kHelp, stdout);
+        std::printf("%s", kHelp);
         return 0;
     }
     Options options;
