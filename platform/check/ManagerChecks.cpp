@@ -369,8 +369,15 @@ Outcome decoderCore() {
     if (isLacking(acquired) && held.result != 0) {
         return skipped("the chip decodes nothing, as the manager's -95 says");
     }
-    return outcome(acquired == 0 && held.isFor(kWidth, kHeight),
-                   values({{"request", acquired}}) + ", " + held.text());
+    Client other;  // A core may come with a port, but not two with the same one.
+    other.answer = 0;
+    int const otherPort =
+        other.tryAcquire() == 0 ? other.held().resource.videoPort : TVHW_CRM_VIDEO_PORT_NONE;
+    bool const isPortWell =
+        held.resource.videoPort < 1 || (held.isPort() && held.resource.videoPort != otherPort);
+    return outcome(acquired == 0 && held.isFor(kWidth, kHeight) && isPortWell,
+                   values({{"request", acquired}}) + ", " + held.text() +
+                       values({{", another core's port", otherPort}}));
 }
 
 /// Two decoder cores or more: a chip that small may do without an encoder.
@@ -712,8 +719,8 @@ Checks managerChecks() {
          mimeTypes},
         {kMust, "a-core-is-granted-and-described",
          "a client asks for a video/avc core, 634x358 at 25, and what it holds",
-         "0 twice, a core of 1 to 4, at least as large, and nothing behind the record; "
-         "or --no-decoder",
+         "0 twice, a core of 1 to 4, at least as large, no port that another core has, and nothing "
+         "behind the record; or --no-decoder",
          decoderCore},
         {Level::kShould, "an-encoder-core-is-granted",
          "clients ask for encoder cores, video/avc and video/x-vnd.on2.vp8, 634x358 at 25",
