@@ -150,6 +150,9 @@ MADE = [
       '2 500 502 W/VideoClient: get resource fail'], ['no-such-core'], '-95'),
     (['1 500 600 W/VideoEncClient: live streaming, reject reclaim', '2 500 502 ' + REFUSED.format(-16),
       '2 500 502 W/VideoEncClient: get resource fail'], ['live-encoder'], 'Maybe by: +process 500, an encoder'),
+    (['1 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'] + plays(1, 70001) + reclaims(2, 2.01)
+     + ['2.1 500 501 W/HostPlatform: mistake: client 70001 is open when the process ends: destroy it'], ['core-kept'],
+     'Whose: decoder 70001, process 500: still open when the process ended'),
     (plays(1, 70001) + ['2 500 501 W/HostPlatform: it was used after it was closed'], ['platform-says'], 'after it was'),
     (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
      ['cause-unknown'], 'encoder without id'),

@@ -1,5 +1,7 @@
 """Clients of the resource manager, by the library's lines: acquisition and reclaim."""
 
+import re
+
 from .lives import Reclaim, named, seconds
 from .messages import CLIENT, ENCODER
 
@@ -11,6 +13,7 @@ HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just u
 GRACE = 1.0  # Seconds in which what is not there may still come,
 GRACE_OF_OWNER = 3.0  # and in which an owner may notice that his codec was reclaimed.
 NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
+OPEN_AT_THE_END = re.compile(r'client (\d+) is open when the process ends')
 ENDED = ('closed', 'refused', 'reclaimed', 'released', 'process ended')
 
 
@@ -474,6 +477,19 @@ class Clients:
             life.tell(last, 'still holds its core when the log ends' if knows else
                       'whether it still holds its core when the log ends is not known')
             self.end_hold(life, last)
+
+    def left_open(self, line):
+        """Says whether the host platform tells of a client that stays open though it holds nothing."""
+        match = OPEN_AT_THE_END.search(line.message)
+        life = self._history.by_id.get((line.pid, int(match[1]))) if match else None
+        since = life and (life.gave_back if life.state == 'released' else
+                          life.state == 'reclaimed' and life.reclaim.end)
+        if not since or not self._history.process(line.pid).has_calls:
+            return False
+        self._history.find('never-freed' if life.gave_back else 'core-kept', life, [since, line],
+                           'still open when the process ended', [life])
+        life.state = 'process ended'
+        return True
 
     def _judge_open_client(self, life, rule, since, told, knows):
         """A client that should be closed: wrong once there was time enough to close it."""

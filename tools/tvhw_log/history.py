@@ -79,7 +79,8 @@ class History:
         if event is None:
             if line.tag == PLATFORM and line.priority in 'EWFA':
                 self.known += 1
-                self.find('platform-says', f'process {line.pid}', [line], line.message)
+                if not self.clients.left_open(line):
+                    self.find('platform-says', f'process {line.pid}', [line], line.message)
             elif line.tag:
                 self.unknown += 1
                 if len(self.unknown_lines) < KEPT_UNKNOWN:
