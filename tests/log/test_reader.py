@@ -100,7 +100,7 @@ def mixed(form, lines):
 def made(*lines):
     """Returns a log: each line "SECONDS PROCESS THREAD PRIORITY/TAG: MESSAGE"."""
     log = []
-    for line in lines:
+    for line in sorted(lines, key=lambda line: float(line.split()[0])):
         time, pid, tid, rest = line.split(' ', 3)
         hours, left = divmod(float(time), 3600)
         log.append(f'11-24 {int(hours):02}:{int(left // 60):02}:{left % 60:06.3f}  {pid}  {tid} '
@@ -133,7 +133,7 @@ MADE = [
      'one of 5|Nothing is wrong'),
     (TUNNELS + reclaims(20, 20.1), [], r'decoder 70005, process 500 \[reclaimed\]'),
     (TUNNELS, [], r'decoder 70001, process 500 \[released\]'),
-    (plays(1, 70001) + reclaims(2) + plays(2.005, 70002) + [LATER], [], 'a line is probably lost'),
+    (plays(1, 70001) + reclaims(2) + plays(2.005, 70002) + [LATER], [], 'its line be lost'),
     (plays(1, 70001) + reclaims(2) + [LATER], ['reclaim-hangs'], 'Whose: +decoder 70001'),
     (plays(1, 70001) + reclaims(2) + ['2.1 500 600 F/libc: Fatal signal 11 (SIGSEGV), code 1 in tid 600']
      + plays(2.105, 70002, pid=510) + ['99 510 777 I/VideoScalerTvhw: panel size =1920/1080'], ['process-died'],

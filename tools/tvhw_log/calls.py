@@ -2,7 +2,7 @@
 
 DISPLAY = '16385'  # The codec type of a request for a display port.
 # Calls that a codec may get in any state; so may those that begin with "get", "set" or "test".
-ANY_TIME = ('release', 'currentSTCTime', 'reconfigureOutputBuffer')
+ANY_TIME = ('release', 'currentSTCTime')
 
 
 class Calls:
@@ -89,12 +89,14 @@ class Calls:
         history = self._history
         key = (line.pid, address)
         life = history.by_codec.get(key)
-        is_configure = operation.startswith('configure')
-        if is_configure and result is None:
-            mine = thread.life
-            if mine is not None and mine.codec is None and mine.state in ('holding', 'without a core'):
-                life = history.by_codec[key] = mine
-                mine.codec = address
+        is_configure = 'onfigure' in operation
+        mine = thread.life
+        if is_configure and (result is None or life is None) and mine is not None and mine.codec is None \
+                and mine.state in ('holding', 'without a core'):
+            if life is not None:  # It goes on with another core.
+                mine.in_flight = life.in_flight
+            life = history.by_codec[key] = mine
+            mine.codec = address
         if life is None and operation == 'release' and thread.life and thread.life.state == 'refused':
             life = thread.life  # Never configured.
         process = history.process(line.pid)
@@ -105,17 +107,19 @@ class Calls:
         if life.kind == 'client':
             life.kind = kind
         if result is None:
-            if not (is_configure or operation in ANY_TIME or operation[:3] in ('get', 'set', 'tes')):
-                if process.is_whole is None and life.configured is None and len(process.early) < 10:
-                    process.early.append((life, line, operation))
-                elif life.configured is False:
-                    self._judge_use(life, line, operation)
             life.in_flight[line.tid] = (operation, line)
             if is_configure:
                 life.configured = None
             return life
-        entered = life.in_flight.pop(line.tid, (operation, None))[1]
+        before, entered = life.in_flight.pop(line.tid, (operation, None))
+        entered = entered if before == operation else None
         history.begins_in_the_middle |= entered is None
+        if entered and life.configured in (False, None) and not is_configure and operation not in ANY_TIME \
+                and operation[:3] not in ('get', 'set', 'tes'):
+            if life.configured is False:
+                self._judge_use(life, entered, operation)
+            elif process.is_whole is None and len(process.early) < 10:
+                process.early.append((life, entered, operation))
         count = life.calls.setdefault(operation, [0, 0])
         count[0] += 1
         count[1] = max(count[1], taken)
@@ -138,7 +142,7 @@ class Calls:
         return life
 
     def _judge_use(self, life, line, operation):
-        never = life.id is None and not any(name.startswith('configure') for name in life.calls)
+        never = life.id is None and not any('onfigure' in name for name in life.calls)
         if life.state not in ('reclaimed', 'process ended') and not (
                 never and self._history.process(line.pid).has_failed):  # Then it is a consequence.
             life.configured = None  # Once is enough.

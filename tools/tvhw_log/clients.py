@@ -50,14 +50,14 @@ class Clients:
         return life
 
     @staticmethod
-    def _overtakes(thread):
+    def _overtakes(line, thread):
         """A thread that does something else is no longer in what it was in."""
         thread.finding = None
         for reclaim in thread.reclaims:
-            reclaim.overtaken = True
+            reclaim.overtaken = line.tid != 0
 
     def asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, color):
-        self._overtakes(thread)
+        self._overtakes(line, thread)
         life = thread.life
         if life is None or life.state != 'asking' or life.stream:
             life = self._new(line, thread)
@@ -68,7 +68,7 @@ class Clients:
         return life
 
     def encoder_asked(self, line, thread, width, height, rate):
-        self._overtakes(thread)
+        self._overtakes(line, thread)
         life = thread.life
         if life is None or life.state != 'asking' or life.stream:
             life = self._new(line, thread)
@@ -292,7 +292,7 @@ class Clients:
                 and (calling_pid in (None, -1) or life.calling_pid in (None, calling_pid))]
 
     def _begin(self, line, thread, calling_pid):
-        self._overtakes(thread)
+        self._overtakes(line, thread)
         kind = 'encoder' if line.tag == ENCODER else 'decoder'
         reclaim = Reclaim(line, line.tid, kind, self._meant(line, thread, calling_pid))
         life = reclaim.life
@@ -436,10 +436,11 @@ class Clients:
         where = f'{reclaim.begin.clock}, {reclaim.who}'
         thread = history.thread(reclaim.begin)
         in_release = reclaim.quiet is not None and reclaim.timeout is None
-        granted = reclaim.granted is not None and reclaim.granted.time - reclaim.begin.time < PATIENCE - 0.5
+        granted = reclaim.granted is not None and reclaim.granted.time - reclaim.begin.time < (
+            PATIENCE - 0.5 if reclaim.newcomer else HANGS_AFTER)
         if reclaim.overtaken or reclaim not in thread.reclaims or (granted and not in_release):
-            history.note(f'The end of a reclaim is not in the log ({where}), though it went on as if there '
-                         'were one: a line is probably lost.')
+            history.note(f'The end of a reclaim is not in the log ({where}), but its thread went on or a core was '
+                         'granted: it may have ended, and its line be lost.')
         elif after is not None and after >= HANGS_AFTER or reclaim.timeout:
             lines = [line for line in (reclaim.begin, reclaim.quiet) if line]
             known = 'inside release()' if in_release else 'waiting or in release()'

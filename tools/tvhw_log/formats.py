@@ -15,6 +15,7 @@ import zlib
 
 LONGEST = 1 << 20  # Bytes that are read of a line at once; the rest counts as further lines.
 JUMP = 1.0  # Seconds that lines of several threads may be out of order.
+LEAP = 3600.0  # Seconds that the last line may be ahead of all others.
 DAY = 86400
 YEAR = 366 * DAY
 
@@ -56,7 +57,6 @@ class Source:
         self._stream = stream if hasattr(stream, 'peek') else io.BufferedReader(stream)
         self.lines = self.formless = self.jumps = self.repeated = 0
         self.damage = ''  # Why reading ended before the file did.
-        self.read = False  # Whether a line had a form.
         self._form = 'threadtime'
         self._second = ('', 0)
         self._latest = self._offset = 0.0
@@ -81,7 +81,13 @@ class Source:
                 self._second = (clock, days * DAY + seconds)
             else:
                 self._second = (clock, int(clock[-12:]))
-        time = self._second[1] + int(fraction) / 10 ** len(fraction) + self._offset
+        return self._second[1] + int(fraction) / 10 ** len(fraction)
+
+    def _corrected(self, time):
+        """Returns a time that does not go back, whatever the clock does."""
+        if time is None:
+            return self._latest
+        time += self._offset
         back = self._latest - time
         if back > YEAR - 30 * DAY:
             self._offset += YEAR
@@ -114,6 +120,22 @@ class Source:
             self.damage = str(error) or 'it ends too soon'
 
     def __iter__(self):
+        held = None
+        for line in self._read():
+            if held is not None:
+                if held.time is not None and line.time is not None and self._latest and \
+                        self._latest - JUMP <= line.time + self._offset < held.time + self._offset - JUMP:
+                    held.time = None  # It alone is ahead: its clock is damaged.
+                held.time = self._corrected(held.time)
+                yield held
+            held = line
+        if held is not None:
+            if held.time is not None and self._latest and held.time + self._offset > self._latest + LEAP:
+                held.time = None
+            held.time = self._corrected(held.time)
+            yield held
+
+    def _read(self):
         for text in self._texts():
             self.lines += 1
             line = Line()
@@ -133,16 +155,15 @@ class Source:
             self._header = None
         if match is None or is_header:
             self.formless += bool(text) and not is_header
-            line.tag, line.time = None, self._latest
+            line.tag = line.time = None
             return
         groups = match.groupdict()
         clock, fraction = groups.get('clock'), groups.get('part')
-        line.time = self._seconds(clock, fraction) if clock else self._latest
+        line.time = self._seconds(clock, fraction) if clock else None
         line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}' if clock else ''
         line.pid, line.tid = int(groups.get('pid') or 0), int(groups.get('tid') or 0)
         line.priority, line.tag = groups['priority'], groups.get('tag') or ''
         line.message = text if match is self._header else groups['message'] or ''
-        self.read = True
 
 
 def opened(paths):

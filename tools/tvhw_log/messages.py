@@ -148,4 +148,6 @@ def event_of(tag, text):
     number = int(match.lastgroup[1:])
     values = match.groups()[match.lastindex:]
     event, _, level, message = MESSAGES[number]
+    if event == 'display_none' and text[:match.start()].rstrip()[-1:].isalnum():
+        return None  # The rest of a longer message, which is damaged.
     return (tag, event, level, tuple(_number(value) for value in values[:message.count('%')]))

@@ -68,6 +68,7 @@ class Channels:
         since = life.since
         if 'connected' not in since and 'begin' in since and 'input' in since:
             since['early'] = since['input']
+        since.pop('input', None)
         since['connected'] = since['unplaced'] = line
         life.tell(line, f'connects a source of type {source}, port {port}')
         if port == NOBODYS_PORT:
@@ -115,7 +116,8 @@ class Channels:
     def input(self, line, thread, channel, _x, _y, width, height):
         life = self._at(line, thread, channel)
         life.since['input'] = line
-        life.since.pop('unplaced', None) if 'connected' in life.since else None
+        if 'connected' in life.since and 'early' not in life.since:
+            life.since.pop('unplaced', None)
         self._judge_size(life, line, 'the part of the source', width, height)
         return life
 
