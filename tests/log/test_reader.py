@@ -121,6 +121,13 @@ def reclaims(time, until=None, tag='VideoClient', tid=600, pid=500):
         [f'{until} {pid} {tid} I/{tag}: reclaim: end'] if until else [])
 
 
+def window(time, *steps):
+    texts = {'connect': '+++ vsc-connect [0]: type=3, idx=0', 'input': '+++ set-input [0]: input=0/0/64/36',
+             'disconnect': '+++ vsc-disconnect [0]: type=3',
+             'output': '+++ set-output [0]: output=0/0/64/36 displayRegion=1920/1080'}
+    return [f'{time + place / 10} 500 501 D/VideoScalerTvhw: {texts[step]}' for place, step in enumerate(steps)]
+
+
 REFUSED = 'E/VideoClient: crm-acquire: failed to acquire resource, ret={}, try=0'
 LATER = '99 500 777 I/VideoScalerTvhw: panel size =1920/1080'
 EVENING = [line for change in range(5) for line in plays(10 + change, 70001 + change)]
@@ -149,7 +156,7 @@ MADE = [
     (['1 500 600 W/VideoEncClient: live streaming, reject reclaim', '2 500 502 ' + REFUSED.format(-95),
       '2 500 502 W/VideoClient: get resource fail'], ['no-such-core'], '-95'),
     (['1 500 600 W/VideoEncClient: live streaming, reject reclaim', '2 500 502 ' + REFUSED.format(-16),
-      '2 500 502 W/VideoEncClient: get resource fail'], ['live-encoder'], 'Maybe by: +process 500, an encoder'),
+      '2 500 502 W/VideoEncClient: get resource fail'], ['live-encoder'], 'Whose: encoder without id.*Maybe by: process 500, an encoder'),
     (['1 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'] + plays(1, 70001) + reclaims(2, 2.01)
      + ['2.1 500 501 W/HostPlatform: mistake: client 70001 is open when the process ends: destroy it'], ['core-kept'],
      'Whose: decoder 70001, process 500: still open when the process ended'),
@@ -157,6 +164,35 @@ MADE = [
     (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
      ['cause-unknown'], 'encoder without id'),
     (['2 500 502 ' + REFUSED.format(-22)], ['request-invalid'], 'without sense'),
+    (['1 500 501 E/VideoClient: crm: failed to init client, ret=-111', '1 500 501 W/VideoEncClient: acquire resource not '
+      'implement'], ['manager-unreachable'], 'Whose: encoder without id.*there is no service'),
+    (['1 500 501 E/VideoClient: crm-acquire: failed to acquire display resource, ret=-16, try=0',
+      '1 500 501 E/VideoClient: vdoPort=TVHW_CRM_VIDEO_PORT_NONE'], ['port-not-granted'], 'holders keep it'),
+    (plays(1, 70001, 0) + ['2 500 501 E/VideoClient: vdoPort=TVHW_CRM_VIDEO_PORT_NONE'], ['port-not-granted'],
+     r'decoder 70001, process 500 \[released\]((?!still holds).)*$'),
+    (plays(1, 70001) + plays(2, 70002) + ['3 500 501 E/VideoClient: crm-release: ret=-5'], ['give-back-failed'],
+     'Whose: process 500'),
+    (plays(1, 70001) + ['3 500 501 E/VideoClient: crm: failed to release client, ret=-5'], ['free-failed'],
+     'Whose: decoder 70001'),
+    (window(1, 'connect', 'connect', 'input', 'output') + [LATER], [], 'places its window'),
+    (window(1, 'connect', 'disconnect'), ['never-placed'], 'Whose: scaler channel 0'),
+    (window(1, 'disconnect', 'connect'), [], 'connects a source'),
+    (['1 500 501 D/VideoScalerTvhw: +++ set-input-adaptive [0]: input=0/0/640/0'], ['empty-window'], '640x0'),
+    (['1 500 501 D/VideoScalerTvhw: +++ set-output [0]: output=0/0/64/36 displayRegion=0/0'], ['panel-unknown'], '64x36'),
+    (['1 500 501 E/VideoScalerTvhw: failed to open vsc, ret=-16, idx=1', '1 500 501 E/VideoScalerTvhw: vsc-connect: '
+      'device not opened'], ['channel-unopened'], 'Whose: scaler channel 1.*the channel is in use'),
+    (['1 500 501 E/ImageSink: failed to open vo: ret=-22', '1 500 501 E/ImageSink: TVHW_VO_Config fail'],
+     ['output-unopened'], 'no such output'),
+    (plays(1, 70001) + ["2 9 9 I/lowmemorykiller: Kill 'player' (500), uid 1, oom_adj 900"], ['process-died'],
+     'was killed for its memory: it held the core of decoder 70001'),
+    (plays(1, 70001) + ['2 9 9 I/Zygote: Process 500 exited cleanly (0)', '9 9 9 I/ImageSink: x'], [], 'its process ended'),
+    (reclaims(1, 4.2) + reclaims(2, 4.1) + [LATER], [], 'a decoder that is not in the log|Nothing is wrong'),
+    (['1 500 600 I/VideoClient: reclaim: end'], [], 'begins in the middle'),
+    (plays(1, 70001) + plays(1.1, 70002, pid=510) + reclaims(2, 13) + reclaims(2.5, 13, pid=510)
+     + ['12.6 520 502 ' + REFUSED.format(-110), LATER], ['patience-over', 'release-slow'],
+     'Maybe by: decoder 70001, process 500; decoder 70002, process 510'),
+    (['1 500 501 D/VideoClient: get unknown core_type: 9', '1 500 501 I/VideoClient: core_type: 0'], ['core-unknown'], '9'),
+    (['1 500 501 D/VideoEncClient: acquire-resource: w/h=0/720, framerate=0'], ['no-size'], 'Whose: encoder.*: 0x720'),
 ]
 
 
@@ -234,6 +270,9 @@ class Reader(unittest.TestCase):
         self.assertNotEqual(arrows['s']['tid'], arrows['f']['tid'])
         waits = [event for event in events if event.get('cat') == 'wait']
         self.assertGreater(waits[0]['dur'], 2900000)
+        read(self.logs['empty-window'], '--trace', trace)
+        kinds = {event.get('cat') for event in json.loads(trace.read_text())['traceEvents']}
+        self.assertLessEqual({'blank', 'shown', 'platform'}, kinds)
 
     def test_a_picture_tells_no_more_than_the_log(self):
         svg = WORKING / 'guess.svg'

@@ -16,8 +16,9 @@ class Calls:
         history = self._history
         if operation == 'reclaim':
             return self._reclaim(line, thread, arguments, result)
-        history.show(('thread', line.pid, line.tid), 'platform', f'{operation}({arguments}) = {result}',
-                     line.time - taken / 1e6, line)
+        if history.observers:
+            history.show(('thread', line.pid, line.tid), 'platform', f'{operation}({arguments}) = {result}',
+                         line.time - taken / 1e6, line)
         first = arguments.split(',', 1)[0]
         if operation.startswith('TVHW_CRM_'):
             return self._of_manager(line, thread, operation[len('TVHW_CRM_'):], arguments, result, taken)
@@ -124,8 +125,9 @@ class Calls:
         count[0] += 1
         count[1] = max(count[1], taken)
         life.last = line
-        history.show(('thread', line.pid, line.tid), 'call', f'{operation}', entered or line.time - taken / 1e6,
-                     line, life, {'client': life.name, 'status': result})
+        if history.observers:
+            history.show(('thread', line.pid, line.tid), 'call', operation, entered or line.time - taken / 1e6,
+                         line, life, {'client': life.name, 'status': result})
         waiting = life.reclaim
         if waiting and waiting.quiet is None and not life.in_flight:
             waiting.quiet = line

@@ -36,6 +36,10 @@ FORMS = {name: re.compile(form) for name, form in (
     ('Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+) +(?P<tag>\S+) +(?:\S+ +)?{_PRIORITY}{_MESSAGE}'),
     ('old Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+)/\S+ {_PRIORITY}/(?P<tag>.*?):{_MESSAGE}'),
 )}
+GROUPS = ('clock', 'part', 'pid', 'tid', 'priority', 'tag', 'message')
+for _name, _form in FORMS.items():  # Every form has all groups.
+    FORMS[_name] = re.compile(_form.pattern + ''.join(
+        f'(?P<{group}>)' for group in GROUPS if group not in _form.groupindex))
 _COLOUR = re.compile(r'\x1b\[[0-9;]*m')
 _DAYS_BEFORE = [0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335]
 
@@ -139,7 +143,9 @@ class Source:
         for text in self._texts():
             self.lines += 1
             line = Line()
-            text = text.rstrip('\r\n').lstrip('\ufeff')
+            text = text.rstrip('\r\n')
+            if self.lines == 1:
+                text = text.lstrip('\ufeff')
             line.file, line.number, line.raw = self.name, self.lines, text
             self._fill(line, _COLOUR.sub('', text) if '\x1b' in text else text)
             yield line
@@ -157,13 +163,14 @@ class Source:
             self.formless += bool(text) and not is_header
             line.tag = line.time = None
             return
-        groups = match.groupdict()
-        clock, fraction = groups.get('clock'), groups.get('part')
-        line.time = self._seconds(clock, fraction) if clock else None
-        line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}' if clock else ''
-        line.pid, line.tid = int(groups.get('pid') or 0), int(groups.get('tid') or 0)
-        line.priority, line.tag = groups['priority'], groups.get('tag') or ''
-        line.message = text if match is self._header else groups['message'] or ''
+        clock, fraction, pid, tid, line.priority, line.tag, message = match.group(*GROUPS)
+        if clock:
+            line.time = self._seconds(clock, fraction)
+            line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}'
+        else:
+            line.time, line.clock = None, ''
+        line.pid, line.tid = int(pid or 0), int(tid or 0)
+        line.message = text if match is self._header else message or ''
 
 
 def opened(paths):

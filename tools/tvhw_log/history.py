@@ -90,10 +90,12 @@ class History:
             return
         self.known += 1
         line.tag, name, level, values = event
-        self.levels[line.tag] = max(level, self.levels.get(line.tag, 0))
+        if level > self.levels.get(line.tag, -1):
+            self.levels[line.tag] = level
         process = self.process(line.pid)
         process.last = line
-        process.has_calls = process.has_calls or line.tag == PLATFORM
+        if line.tag == PLATFORM:
+            process.has_calls = True
         thread = self.thread(line)
         handler = self._table.get(name) or self._others.get(line.tag, self.clients.concerned)
         life = handler(line, thread, *values)
