@@ -65,13 +65,21 @@ inline std::string values(Values named) {
     return text;
 }
 
-/// All is well when each value is 0.
-inline Outcome areZero(Values named) {
+/// A value with its name, and what it should be.
+struct Compared {
+    char const* name;
+    long long came;
+    long long expected = 0;
+};
+
+inline Outcome areEqual(std::initializer_list<Compared> all) {
     bool isWell = true;
-    for (auto const& [name, value] : named) {
-        isWell = isWell && value == 0;
+    std::string came;
+    for (auto const& [name, value, expected] : all) {
+        isWell = isWell && value == expected;
+        came += (came.empty() ? "" : ", ") + values({{name, value}});
     }
-    return outcome(isWell, values(named));
+    return outcome(isWell, came);
 }
 
 /// The results of calls in their order, all of which must be 0.

@@ -15,20 +15,17 @@ Outcome panelSize() {
     int const result = CALL(TVHW_VBE_DISP_GetPanelSize)(&memory.size);
     TVHW_VBE_PANEL_SIZE again{0, 0};
     int const second = CALL(TVHW_VBE_DISP_GetPanelSize)(&again);
-    // A panel of 9,000 lines is yet to be made; a record that was never written, or not whole, is
-    // not.
-    constexpr int kMost = 65535;
+    constexpr int kMost = 65535;  // More is a record that was not written, or not whole.
     auto const isSize = [](int pixels) { return pixels > 0 && pixels <= kMost; };
-    return outcome(result == 0 && second == 0 && isSize(memory.size.width) &&
-                       isSize(memory.size.height) && again.width == memory.size.width &&
-                       again.height == memory.size.height && memory.behind == 4711,
-                   values({{"result", result},
-                           {"width", memory.size.width},
-                           {"height", memory.size.height},
-                           {"behind the record", memory.behind},
-                           {"second result", second},
-                           {"width", again.width},
-                           {"height", again.height}}));
+    Outcome same = areEqual({{"result", result},
+                             {"width", again.width, memory.size.width},
+                             {"height", again.height, memory.size.height},
+                             {"behind the record", memory.behind, 4711},
+                             {"second result", second}});
+    if (!isSize(again.width) || !isSize(again.height)) {
+        same.kind = Outcome::Kind::kFailed;
+    }
+    return same;
 }
 
 }  // namespace
