@@ -106,7 +106,12 @@ service: build-dir
 	@tools/install-packages build test service
 	@$(call run-service,service)
 	@$(call quietly,service-installed,cmake --install build/service --prefix build/service/installed \
-		&& build/service/installed/bin/tvhw-run -- build/service/installed/bin/tvhw-platform-check)
+		&& build/service/installed/bin/tvhw-run -- build/service/installed/bin/tvhw-platform-check \
+		&& XDG_RUNTIME_DIR=$(CURDIR)/build/service systemd-analyze --user verify \
+			build/service/installed/lib/systemd/user/tvhw-resource-manager.service \
+		&& XDG_DATA_DIRS=$(CURDIR)/build/service/installed/share \
+			build/service/installed/bin/tvhw-run --no-service -- \
+			build/service/installed/bin/tvhw-resource-manager --status)
 	@$(call run-service,service-asan)
 
 # $(call run-stress,preset)

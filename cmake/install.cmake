@@ -61,6 +61,17 @@ if(TVHW_SERVICE)
     configure_file(platform/service/tvhw-run installed/tvhw-run @ONLY)
     install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/installed/tvhw-run
         DESTINATION ${CMAKE_INSTALL_BINDIR})
+    # Started by the bus or as a user's service; they name the program where it is installed.
+    foreach(unit kvo.tvhw.ResourceManager.service tvhw-resource-manager.service)
+        install(CODE "
+            get_filename_component(bindir \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR} ABSOLUTE)
+            configure_file(${PROJECT_SOURCE_DIR}/platform/service/${unit}.in
+                ${CMAKE_CURRENT_BINARY_DIR}/installed/${unit} @ONLY)")
+    endforeach()
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/installed/kvo.tvhw.ResourceManager.service
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/services)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/installed/tvhw-resource-manager.service
+        DESTINATION lib/systemd/user)
 endif()
 
 if(TVHW_SERVICE AND TVHW_DEMO)

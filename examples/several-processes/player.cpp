@@ -22,13 +22,11 @@ using namespace std::chrono_literals;
 constexpr int kLost = 3;     ///< Exit status: another program got the core.
 constexpr int kRefused = 4;  ///< Exit status: no core was granted.
 
-constexpr char kUsage[] =
-    "Usage: tvhw_player decoder|encoder|live-encoder\n"
-    "Takes a core and uses it until SIGTERM comes or another program gets it. A live encoder "
-    "keeps\n"
-    "it. Exits with 0 after SIGTERM, 3 when the core was lost, 4 when none was granted, 1 when "
-    "the\n"
-    "library did anything else, 2 when the argument is wrong.\n";
+constexpr char kUsage[] = R"(Usage: tvhw_player decoder|encoder|live-encoder
+Takes a core and uses it until SIGTERM comes or another program gets it. A live encoder keeps
+it. Exits with 0 after SIGTERM, 3 when the core was lost, 4 when none was granted, 1 when the
+library did anything else, 2 when the argument is wrong.
+)";
 
 volatile std::sig_atomic_t gStop = 0;
 

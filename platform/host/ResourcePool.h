@@ -153,6 +153,9 @@ public:
     /// Returns tables for people: each core, each port, each waiting request.
     [[nodiscard]] std::string describe() const;
 
+    /// Returns the same for programs; docs/host-platform.md describes the form.
+    [[nodiscard]] std::string describeAsJson() const;
+
 private:
     static constexpr int kIdsBegin = 70000;
 

@@ -17,13 +17,13 @@ constexpr int kClients = 10;
 
 constexpr int kSeconds = 20;
 
-constexpr char kUsage[] =
-    "Usage: tvhw_service_load\n"
-    "Runs 20 processes with 10 clients each, which acquire, use, lose and release cores and ports\n"
-    "of the service on this bus for 20 seconds, and kills one at random now and then. Prints the\n"
-    "longest wait and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits\n"
-    "with 0 when nothing is held at the end and the memory came back, with 1 when not, and with 2\n"
-    "without that id.\n";
+constexpr char kUsage[] = R"(Usage: tvhw_service_load
+Runs 20 processes with 10 clients each, which acquire, use, lose and release cores and ports
+of the service on this bus for 20 seconds, and kills one at random now and then. Prints the
+longest wait and the memory of the service, whose process id TVHW_SERVICE_PID gives. Exits
+with 0 when nothing is held at the end and the memory came back, with 1 when not, and with 2
+without that id.
+)";
 
 /// One process: each client on a thread of its own. Prints its longest wait in milliseconds.
 int use(unsigned int seed, int seconds) {

@@ -105,10 +105,17 @@ void Service::registerOperations() {
     method(
         "OpenClient", {"name", "above"}, {"code", "client", "service"},
         [this](std::string const& name, std::int32_t const& above) { return open(name, above); });
-    method("CloseClient", {"client"}, {"code"},
-           [this](std::int32_t const& client) { return close(client); });
-    method("GiveBack", {"client"}, {"code"},
-           [this](std::int32_t const& client) { return giveBack(client); });
+    method("CloseClient", {"client"}, {"code"}, [this](std::int32_t const& client) {
+        bool const isDone = isOwn(client) && mOwners.erase(client) != 0;
+        return isDone && mPool.closeClient(client) ? 0 : ResourcePool::kInvalid;
+    });
+    method("GiveBack", {"client"}, {"code"}, [this](std::int32_t const& client) {
+        if (!isOwn(client)) {
+            return ResourcePool::kInvalid;
+        }
+        mPool.giveBack(client);
+        return 0;
+    });
     method("GetHolding", {"client"}, {"code", "coreType", "port", "maxWidth", "maxHeight"},
            [this](std::int32_t const& client) { return holding(client); });
     method(
@@ -125,6 +132,7 @@ void Service::registerOperations() {
     method("AllowsForcedAcquire", {"pid"}, {"allows"},
            [this](std::int32_t const& pid) { return mSettings.priorityOf(pid) >= 0; });
     method("Status", {}, {"text"}, [this] { return mPool.describe(); });
+    method("StatusAsJson", {}, {"text"}, [this] { return mPool.describeAsJson(); });
     method("Reclaim", {"client", "byForce"}, {"code"},
            [this](Reply&& reply, std::int32_t const& client, bool const& byForce) {
                reclaim(std::move(reply), client, byForce);
@@ -178,23 +186,6 @@ std::tuple<std::int32_t, std::int32_t, std::string> Service::open(std::string co
     int const client = mPool.openClient(name, owner->owner, above);
     mOwners[client] = sender();
     return {0, client, mConnection->getUniqueName()};
-}
-
-int Service::close(int client) {
-    if (!isOwn(client)) {
-        return ResourcePool::kInvalid;
-    }
-    mPool.closeClient(client);
-    mOwners.erase(client);
-    return 0;
-}
-
-int Service::giveBack(int client) {
-    if (!isOwn(client)) {
-        return ResourcePool::kInvalid;
-    }
-    mPool.giveBack(client);
-    return 0;
 }
 
 Service::Holding Service::holding(int client) {
@@ -279,14 +270,6 @@ void Service::forget(std::string const& name) {
     if (mProcesses.count(name) == 0) {
         return;
     }
-    for (auto owner = mOwners.begin(); owner != mOwners.end();) {
-        if (owner->second == name) {
-            mPool.closeClient(owner->first);
-            owner = mOwners.erase(owner);
-        } else {
-            ++owner;
-        }
-    }
     std::vector<int> asked;
     for (auto const& [reclaim, entry] : mReclaims) {
         if (entry.name == name) {
@@ -295,6 +278,14 @@ void Service::forget(std::string const& name) {
     }
     for (int const reclaim : asked) {
         endReclaim(reclaim, true);
+    }
+    for (auto owner = mOwners.begin(); owner != mOwners.end();) {
+        if (owner->second == name) {
+            mPool.closeClient(owner->first);
+            owner = mOwners.erase(owner);
+        } else {
+            ++owner;
+        }
     }
     mProcesses.erase(name);
 }

@@ -51,8 +51,6 @@ private:
 
     // Each handles a call of the process that the current message is from.
     std::tuple<std::int32_t, std::int32_t, std::string> open(std::string const& name, int above);
-    int close(int client);
-    int giveBack(int client);
     Holding holding(int client);
     void acquire(Reply&& reply, int client, host::ResourcePool::Request const& request,
                  bool tryOnly, int insideReclaim);

@@ -34,7 +34,7 @@ that use its client library. Serves until it gets SIGINT or SIGTERM.
 
 Of the service that runs on this bus:
 
-  --status         print who holds what
+  --status [--json] print who holds what, in tables or for a program
   --watch          do that every second
   --reclaim CLIENT ask a client, by its number, to give up what it holds
   --force CLIENT   take what a client holds without asking; it does not learn of that
@@ -91,11 +91,11 @@ void ask(char const* operation, Result* result, Arguments const&... arguments) {
     }
 }
 
-int printStatus(bool again) {
+int printStatus(char const* operation, bool again) {
     bool const clears = again && isatty(STDOUT_FILENO) != 0;
     for (;;) {
         std::string status;
-        ask("Status", &status);
+        ask(operation, &status);
         std::cout << (clears ? "\033[H\033[2J" : "") << status << std::flush;
         if (!again) {
             return 0;
@@ -157,7 +157,10 @@ int run(Words const& words) {
         return 0;
     }
     if ((option == "--status" || option == "--watch") && words.size() == 1) {
-        return printStatus(option == "--watch");
+        return printStatus("Status", option == "--watch");
+    }
+    if (option == "--status" && words[1] == "--json" && hasValue) {
+        return printStatus("StatusAsJson", false);
     }
     if (option == "--help" && words.size() == 1) {
         std::cout << kHelp;
