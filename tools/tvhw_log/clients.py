@@ -56,26 +56,24 @@ class Clients:
         for reclaim in thread.reclaims:
             reclaim.overtaken = line.tid != 0
 
-    def asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, color):
-        self._overtakes(line, thread)
-        life = thread.life
-        if life is None or life.state != 'asking' or life.stream:
-            life = self._new(line, thread)
-        life.kind, life.calling_pid, life.asked = 'decoder', pid, line
-        life.stream = f'{width}x{height}' + (f', adaptive up to {max_width}x{max_height}' if adaptive else '')
-        if not (width and height) and not (adaptive and max_width and max_height):
-            self._history.find('no-size', life, [line], life.stream, [life])
+    def asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, _color):
+        life = self._asks(line, thread, 'decoder', f'{width}x{height}' + (
+            f', adaptive up to {max_width}x{max_height}' if adaptive else ''),
+            (width and height) or (adaptive and max_width and max_height))
+        life.calling_pid = pid
         return life
 
     def encoder_asked(self, line, thread, width, height, rate):
+        return self._asks(line, thread, 'encoder', f'{width}x{height}, {rate} frames a second', width and height)
+
+    def _asks(self, line, thread, kind, stream, has_size):
         self._overtakes(line, thread)
         life = thread.life
         if life is None or life.state != 'asking' or life.stream:
             life = self._new(line, thread)
-        life.kind, life.asked = 'encoder', line
-        life.stream = f'{width}x{height}, {rate} frames a second'
-        if not (width and height):
-            self._history.find('no-size', life, [line], life.stream, [life])
+        life.kind, life.asked, life.stream = kind, line, stream
+        if not has_size:
+            self._history.find('no-size', life, [line], stream, [life])
         return life
 
     def no_codec(self, line, thread, mime):
@@ -89,7 +87,7 @@ class Clients:
         return life
 
     @staticmethod
-    def rule_of_refusal(thread, code, only_tried):
+    def rule_of_refusal(code, only_tried):
         if code == NO_SERVICE:
             return 'manager-unreachable'
         rules = {NO_SUCH_CORE: 'no-such-core', STUCK: 'patience-over', INVALID: 'request-invalid'}
@@ -141,8 +139,6 @@ class Clients:
         if port in (1, 2):
             self._take_port(life, port - 1, line)
         self._serves(life, line, core)
-        if life.kind == 'encoder':
-            self._rejections.clear()  # Nobody was refused for them.
         return life
 
     def _serves(self, life, line, core=None):
@@ -184,6 +180,8 @@ class Clients:
         life.core = core
         if life.kind == 'client':
             life.kind = 'encoder' if line.tag == ENCODER else 'decoder' if line.tag == CLIENT else 'client'
+        if life.kind == 'encoder':
+            self._rejections.clear()  # Nobody was refused for them.
         return life
 
     def identified(self, line, thread, number):
@@ -330,7 +328,7 @@ class Clients:
             'codec-stuck', reclaim.who, [reclaim.begin, line] if reclaim.began else [line],
             f'{count} of them' + (f'; still inside: {", ".join(inside)}' if inside else ''),
             reclaim.candidates)
-        reclaim.finding = thread.held_up = finding
+        thread.held_up = finding
         return reclaim.life
 
     def reclaim_rejected(self, line, thread):
@@ -438,7 +436,7 @@ class Clients:
         in_release = reclaim.quiet is not None and reclaim.timeout is None
         granted = reclaim.granted is not None and reclaim.granted.time - reclaim.begin.time < (
             PATIENCE - 0.5 if reclaim.newcomer else HANGS_AFTER)
-        if reclaim.overtaken or reclaim not in thread.reclaims or (granted and not in_release):
+        if reclaim.overtaken or reclaim not in thread.reclaims or (granted and (reclaim.newcomer or not in_release)):
             history.note(f'The end of a reclaim is not in the log ({where}), but its thread went on or a core was '
                          'granted: it may have ended, and its line be lost.')
         elif after is not None and after >= HANGS_AFTER or reclaim.timeout:

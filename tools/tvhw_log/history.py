@@ -172,7 +172,7 @@ class History:
     def _fail(self, name, line, thread, values, life):
         rule, explained_by = CAUSES[name]
         if name == 'acquire_refused':
-            rule = self.clients.rule_of_refusal(thread, *values)
+            rule = self.clients.rule_of_refusal(*values)
         before = thread.finding
         if (before is not None and (before.rule in explained_by or before.rule == rule)
                 and name not in before.events and line.time - before.lines[-1].time <= TOGETHER):
