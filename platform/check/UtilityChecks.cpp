@@ -59,6 +59,12 @@ int answerOf(SystemUtils& object, std::size_t number, int pid) {
     return reinterpret_cast<Operation>(slotOf(object, number))(&object, pid);
 }
 
+template <typename T>
+T const* at(void const* file, std::size_t offset) {
+    void const* const place = static_cast<char const*>(file) + offset;
+    return static_cast<T const*>(place);
+}
+
 /// The names that a library's file has for a function: all of them, as one may stand for several.
 std::string namesOf(void const* function) {
     constexpr std::uintptr_t kThumb = 1;  // Of an address, on Arm; functions begin at even ones.
@@ -77,9 +83,8 @@ std::string namesOf(void const* function) {
     if (memory == MAP_FAILED) {
         return "";
     }
-    auto const* const bytes = static_cast<unsigned char const*>(memory);
-    auto const* const header = reinterpret_cast<ElfW(Ehdr) const*>(bytes);
-    auto const* const sections = reinterpret_cast<ElfW(Shdr) const*>(bytes + header->e_shoff);
+    auto const* const header = at<ElfW(Ehdr)>(memory, 0);
+    auto const* const sections = at<ElfW(Shdr)>(memory, header->e_shoff);
     auto const wanted = (reinterpret_cast<std::uintptr_t>(function) -
                          reinterpret_cast<std::uintptr_t>(library.dli_fbase)) &
                         ~kThumb;
@@ -89,9 +94,8 @@ std::string namesOf(void const* function) {
         if (section.sh_type != SHT_SYMTAB && section.sh_type != SHT_DYNSYM) {
             continue;
         }
-        auto const* const symbols = reinterpret_cast<ElfW(Sym) const*>(bytes + section.sh_offset);
-        auto const* const texts =
-            reinterpret_cast<char const*>(bytes + sections[section.sh_link].sh_offset);
+        auto const* const symbols = at<ElfW(Sym)>(memory, section.sh_offset);
+        auto const* const texts = at<char>(memory, sections[section.sh_link].sh_offset);
         for (std::size_t each = 0; each < section.sh_size / sizeof(ElfW(Sym)); ++each) {
             if ((symbols[each].st_info & 15) == STT_FUNC && symbols[each].st_shndx != SHN_UNDEF &&
                 (symbols[each].st_value & ~kThumb) == wanted) {
