@@ -24,9 +24,9 @@ install(FILES
     impl/tvhw/VideoScalerClientTvhwImpl.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tvhw)
 
-# The log reader, a script and what it is made of.
+# The log reader, a script and what it is made of, and the sweep.
 install_as(tools)
-install(PROGRAMS tools/tvhw-log DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(PROGRAMS tools/tvhw-log tools/tvhw-sweep DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY tools/tvhw_log DESTINATION ${CMAKE_INSTALL_DATADIR}/tvhw-log
     FILES_MATCHING PATTERN *.py PATTERN *.html)
 

@@ -63,6 +63,9 @@ std::string Playback::ask() {
     if (!configured.isError() && mRecorder) {
         configured = mRecorder->start();
     }
+    if (configured.code() == status::kReclaimed.code()) {
+        return leaveWith(State::kLost, "lost its core before it played");
+    }
     if (configured.isError()) {
         bool const isRefused = configured.code() == status::kResourceFailed.code();
         return leaveWith(isRefused ? State::kRefused : State::kFailed,

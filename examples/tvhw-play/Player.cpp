@@ -56,10 +56,12 @@ Status Player::configure() {
     Status const result = mSettings.mode == Mode::kPixel
                               ? mDecoder.configurePixelMode(mClip.codecType, config).status()
                               : mDecoder.configureTunnelMode(mClip.codecType, config).status();
-    if (!result.isError()) {
-        mGranted = mDecoder.getConfiguration().value();
+    if (result.isError()) {
+        return result;
     }
-    return result;
+    Return<Configuration> const granted = mDecoder.getConfiguration();
+    mGranted = granted.value();
+    return granted.status();  // The core may be lost already.
 }
 
 void Player::start() {

@@ -8,6 +8,7 @@
 
 #include "host/CodecWrappers.h"
 #include "host/LoggedCall.h"
+#include "host/ReclaimAtCall.h"
 #include "kvo/media/hardware/Status.h"
 
 namespace kvo::media::hardware {
@@ -34,6 +35,7 @@ Result forward(void const* wrapper, std::shared_ptr<Client> const& client, char 
     if (client == nullptr) {
         return kNoClient;
     }
+    host::ReclaimAtCall const reclaim(name);
     host::WrapperCall const noted(wrapper, name);
     if (!host::mayLogCalls()) {
         return (client.get()->*operation)(std::forward<Arguments>(arguments)...);

@@ -14,6 +14,7 @@
 #include "host/HostPlatform.h"
 #include "host/Misuse.h"
 #include "host/PlatformCall.h"
+#include "host/ReclaimAtCall.h"
 #include "host/ResourceManager.h"
 #include "host/Settings.h"
 
@@ -110,6 +111,20 @@ public:
         return runReclaim(number, client, copy);
     }
 
+    /// Reclaims from the client that holds a core and was opened first, if there is one.
+    void reclaimFromHolder() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        auto const& clients = mPool.clients();
+        auto const holder = std::find_if(clients.begin(), clients.end(), [&](auto& entry) {
+            return mPool.holding(entry.first).core != nullptr;
+        });
+        if (holder != clients.end()) {
+            int const client = holder->first;
+            lock.unlock();
+            reclaim(client);
+        }
+    }
+
     void setCores(std::vector<CodecCore> const& cores) {
         std::lock_guard<std::mutex> const lock(mMutex);
         mPool.setCores(cores);
@@ -204,6 +219,7 @@ InProcessManager& manager() {
 }
 
 [[maybe_unused]] bool const gResets = [] {
+    setReclaimer([] { manager().reclaimFromHolder(); });
     setPortRegister([](int port) { return manager().isPortHeld(port); });
     onReset([] {
         manager().setCores(settings().pool);

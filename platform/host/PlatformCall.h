@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/LoggedCall.h"
+#include "host/ReclaimAtCall.h"
 #include "kvo/media/hardware/Export.h"
 
 /// What the stand-in libraries share: every operation of a platform library is a PlatformCall.
@@ -34,7 +35,8 @@ class PlatformCall {
 public:
     /// Begins a call. The arguments are printed only for the journal and the log.
     template <typename... Arguments>
-    explicit PlatformCall(char const* operation, Arguments const&... arguments) {
+    explicit PlatformCall(char const* operation, Arguments const&... arguments)
+        : mReclaim(operation) {
         if (!areCallsDescribed()) {
             enter(operation, nullptr);
             return;
@@ -77,6 +79,7 @@ private:
         return result;
     }
 
+    ReclaimAtCall const mReclaim;
     std::optional<int> mFailure;  ///< What the call is to return without doing its work.
     std::optional<LoggedCall> mLogged;
 };

@@ -124,6 +124,20 @@ void readPolicy(std::string const& value, Settings& settings) {
     });
 }
 
+void readReclaim(std::string const& value, Settings& settings) {
+    using When = Settings::Reclaim::When;
+    std::map<std::string, When> const whens{
+        {"before", When::kBefore}, {"inside", When::kInside}, {"after", When::kAfter}};
+    Parts const parts = split(value, ':');
+    Parts const call = split(parts.back(), '@');
+    auto const when = whens.find(parts.front());
+    if (parts.size() != 2 || call.size() != 2 || when == whens.end() || call[0].empty()) {
+        refuse();
+    }
+    settings.reclaim = {when->second, call[0],
+                        static_cast<std::uint64_t>(number(call[1], 1, INT32_MAX))};
+}
+
 void readMisuse(std::string const& value, Settings& settings) {
     if (value != "abort") {
         refuse();
@@ -156,7 +170,7 @@ void openLogFile(std::string const& value, Settings& settings) {
     }
 }
 
-constexpr std::array<Variable, 9> kVariables{
+constexpr std::array<Variable, 10> kVariables{
     {{"KVO_HOST_POOL",
       "cores as USE:TYPE:WIDTHxHEIGHT with a USE of decoder or encoder, a TYPE of 1 to 4 and sizes "
       "of 1 to 65535, as in decoder:1:3840x2160,encoder:1:1920x1088",
@@ -172,6 +186,10 @@ constexpr std::array<Variable, 9> kVariables{
       "priorities of -100 to 100 as PROCESS=PRIORITY, separated by commas, a PROCESS being a "
       "process id, the name of a program, or * for all others",
       readPolicy, true},
+     {"KVO_HOST_RECLAIM",
+      "WHEN:OPERATION@CALL with a WHEN of before, inside or after, an operation of the platform or "
+      "of a codec or *, and a CALL from 1, as in inside:writeInputFrame@3",
+      readReclaim},
      {"KVO_HOST_MISUSE", "abort", readMisuse},
      {"KVO_HOST_LEAST_HOLD", "milliseconds from 0 to 9999", readLeastHold, true},
      {"KVO_MEDIA_LOG_LEVEL", "a level from -1 to 4, or a list such as VideoClient:3,*:1",

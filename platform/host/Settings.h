@@ -28,11 +28,21 @@ struct Settings {
         std::uint64_t call;
     };
 
+    /// A reclaim of the core that the process holds, at a call of the platform or of a codec.
+    struct Reclaim {
+        enum class When { kBefore, kInside, kAfter };
+
+        When when = When::kBefore;
+        std::string operation;   ///< "*" for all.
+        std::uint64_t call = 0;  ///< From 1; 0: there is none.
+    };
+
     std::vector<CodecCore> pool;            ///< KVO_HOST_POOL
     Panel panel;                            ///< KVO_HOST_PANEL
     std::map<std::string, int> properties;  ///< KVO_HOST_PROPERTIES
     std::vector<Fault> faults;              ///< KVO_HOST_FAULTS
     std::map<std::string, int> priorities;  ///< KVO_HOST_POLICY, by process id or program name.
+    Reclaim reclaim;                        ///< KVO_HOST_RECLAIM
     bool abortsOnMisuse;                    ///< KVO_HOST_MISUSE
     int leastHold;                          ///< KVO_HOST_LEAST_HOLD, in milliseconds.
     LogLevels logLevels;                    ///< KVO_MEDIA_LOG_LEVEL
