@@ -6,8 +6,8 @@ import pathlib
 
 from .report import as_json, calls_of, state_of
 
-KEPT_BARS = 40000  # Of calls, and as many of all else.
-KEPT_LINES = 40000  # Of calls, and as many of all else.
+KEPT_BARS = 20000  # Of calls, and as many of all else.
+KEPT_LINES = 20000  # Of calls, and as many of all else.
 
 
 class Page:

@@ -72,6 +72,7 @@ class Channels:
         since['connected'] = since['unplaced'] = line
         life.tell(line, f'connects a source of type {source}, port {port}')
         if port == NOBODYS_PORT:
+            since.pop('unplaced')  # There is nothing to place.
             self._history.find('port-of-nobody', life, [line], '', [life])
         return life
 
