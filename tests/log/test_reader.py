@@ -187,7 +187,12 @@ MADE = [
      'was killed for its memory: it held the core of decoder 70001'),
     (plays(1, 70001) + ['2 9 9 I/Zygote: Process 500 exited cleanly (0)', '9 9 9 I/ImageSink: x'], [], 'its process ended'),
     (reclaims(1, 4.2) + reclaims(2, 4.1) + [LATER], [], 'a decoder that is not in the log|Nothing is wrong'),
+    (EVENING + reclaims(20, 26) + ['19 9 9 I/ResourceManager: reclaim: client 70003 of process 500 (player) is asked for '
+                                   'decoder of 1920x1080'], ['release-slow'], 'Whose: decoder 70003, process 500: at least'),
     (['1 500 600 I/VideoClient: reclaim: end'], [], 'begins in the middle'),
+    (plays(1, 70001) + reclaims(2) + ['2.1 500 600 F/libc: Fatal signal 6 (SIGABRT), code 1', '2.2 500 601 I/VideoClient: '
+     'vdoPort=1', '2.3 9 9 F/DEBUG: pid: 500, tid: 600, name: player'], ['process-died'],
+     'A process that uses the library died Proved'),
     (plays(1, 70001) + plays(1.1, 70002, pid=510) + reclaims(2, 13) + reclaims(2.5, 13, pid=510)
      + ['12.6 520 502 ' + REFUSED.format(-110), LATER], ['patience-over', 'release-slow'],
      'Maybe by: decoder 70001, process 500; decoder 70002, process 510'),

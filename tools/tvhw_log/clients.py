@@ -13,6 +13,7 @@ HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just u
 GRACE = 1.0  # Seconds in which what is not there may still come,
 GRACE_OF_OWNER = 3.0  # and in which an owner may notice that his codec was reclaimed.
 NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
+IS_ASKED = re.compile(r'client (\d+) of process (\d+) .* is asked ')
 OPEN_AT_THE_END = re.compile(r'client (\d+) is open when the process ends')
 ENDED = ('closed', 'refused', 'reclaimed', 'released', 'process ended')
 
@@ -25,6 +26,7 @@ class Clients:
         self._holders = {}  # Process: clients that may hold a core.
         self._on_port = {}  # Port: the client it was granted to last.
         self._reclaims = []  # The last that have ended, and those that have not.
+        self._asked = {}  # Process: the one client that the service says it asks.
         self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
 
     # --- Acquisition.
@@ -285,9 +287,18 @@ class Clients:
                 self.identify(life, thread.reclaimed_id)
             return [life]
         kind = 'encoder' if line.tag == ENCODER else 'decoder'
+        asked = self._history.by_id.get((line.pid, self._asked.pop(line.pid, None)))
+        if asked is not None and asked.kind in ('client', kind):
+            return [asked]
         return [life for life in self._holders.get(line.pid, ()) if life.state == 'holding'
                 and life.kind in ('client', kind)
                 and (calling_pid in (None, -1) or life.calling_pid in (None, calling_pid))]
+
+    def told_by_service(self, line):
+        asked = IS_ASKED.search(line.message)
+        if asked:
+            pid = int(asked[2])
+            self._asked[pid] = None if pid in self._asked else int(asked[1])  # Two at once: which is which?
 
     def _begin(self, line, thread, calling_pid):
         self._overtakes(line, thread)

@@ -74,6 +74,8 @@ class History:
         if line.tag not in TAGS and line.tag:
             self.foreign += 1
             self._end_process(line, line.message)
+            if line.tag == 'ResourceManager':
+                self.clients.told_by_service(line)
             return
         event = event_of(line.tag, line.message)
         if event is None:
@@ -205,7 +207,7 @@ class History:
             return
         lives = [life for life in self.lives if life.pid == ended.pid
                  and life.state not in ('closed', 'refused', 'process ended')]
-        if process.end is not None and not lives:
+        if process.end is not None and (not lives or line.time - process.end.time < TOGETHER):
             if process.finding:
                 process.finding.add(line)
             return
