@@ -118,5 +118,6 @@ install_pkg_config(kvo_media_hw_tvhw)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY examples/libav-codec examples/minimal-platform examples/minimal-player
+        examples/player-test
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 include(cmake/debian.cmake)

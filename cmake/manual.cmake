@@ -20,6 +20,8 @@ endfunction()
 
 install_manual(tvhw-log ${PROJECT_SOURCE_DIR}/tools/tvhw-log
     "tell from a log what happened to each codec")
+install_manual(tvhw-sweep ${PROJECT_SOURCE_DIR}/tools/tvhw-sweep
+    "reclaim a player's core at every call, and fail every call")
 install_manual(tvhw-run ${CMAKE_CURRENT_BINARY_DIR}/installed/tvhw-run
     "run programs that share the cores of one resource manager")
 install_manual(tvhw-play $<TARGET_FILE:tvhw-play> "play a video file on a codec core")
