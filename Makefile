@@ -1,7 +1,6 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
 CLIP ?= examples/television/clips/balloons.mp4
-INTERLEAVE_BOUND ?= 2
 STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
@@ -19,8 +18,7 @@ help:
 	@echo 'make sanitize          run the tests under the address, undefined-behaviour and'
 	@echo '                       thread sanitizers'
 	@echo 'make interleave        run the library, and copies of it with a fault each, under every'
-	@echo '                       interleaving of a few threads with at most INTERLEAVE_BOUND'
-	@echo '                       ($(INTERLEAVE_BOUND)) preemptions'
+	@echo '                       interleaving of a few threads'
 	@echo 'make service           test the resource manager as a service, also under load and under'
 	@echo '                       the address sanitizer, and the platform check on faulty platforms'
 	@echo 'make stress            use many codecs at once under each of the sanitizers, for'
@@ -89,13 +87,13 @@ sanitize: build-dir
 	@$(call run-tests,asan)
 	@$(call run-tests,tsan)
 
-# The library is the one that the tests use; the faults are in copies.
+# The library is the one that the tests use, and an instrumented copy; the faults are in others.
 interleave: build-dir
 	@tools/install-packages build test interleave
 	@$(call build,test,tvhw_interleave)
 	@$(call build,test,tvhw_interleave_faults) >build/interleave.log 2>&1 || \
 		{ tail -n 30 build/interleave.log; exit 1; }
-	@tools/interleave build/test $(INTERLEAVE_BOUND) $(JOBS)
+	@tools/interleave build/test $(JOBS)
 
 # $(call run-service,preset)
 run-service = $(call run-tests,$(1),-R 'Service|PlatformFault') && \

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <memory>
@@ -21,7 +22,11 @@ struct Caller {
     bool isReclaim = false;
     bool beganClosed = false;  ///< Its call began when the guard was closed.
     bool reachedCodec = false;
-    bool hasReleased = false;  ///< Its reclaim has released the codec.
+    bool hasReleased = false;  ///< Its reclaim has begun to release the codec.
+    bool overruns = false;     ///< In spite of the calls inside.
+    bool isDone = false;       ///< Its reclaim has released the codec.
+    bool knowsClosed = false;  ///< That the guard is.
+    bool isInside = false;     ///< It is in the codec.
 };
 
 /// Watches one codec for calls that a reclaim should have waited for or kept out.
@@ -34,13 +39,14 @@ public:
 
     /// Says whether the guard is closed for certain.
     bool isClosed() const {
-        bool isClosed = mIsClosed;
+        bool isClosed = false;
         for (std::size_t thread = 0; thread < mCallers.size(); ++thread) {
-            isClosed = isClosed || (mCallers[thread].isReclaim && !waitsOf(thread).empty());
+            Caller const& other = mCallers[thread];
+            isClosed = isClosed || other.knowsClosed || (hasWaited(thread) && other.isReclaim);
         }
         return isClosed;
     }
-    void noteClosed() { mIsClosed = true; }
+    void noteClosed() { caller().knowsClosed = true; }
 
     /// Says whether the codec has been destroyed.
     bool isGone() const { return mIsGone; }
@@ -49,50 +55,51 @@ public:
     /// Says whether this thread's reclaim has waited as long as it may.
     static bool isOverrun() {
         auto const& waits = waitsOf(threadNumber());
-        return !waits.empty() && now() >= waits.front().begin + kReclaimWait;
+        return !waits.empty() && lastNow() >= waits.front().begin + kReclaimWait;
     }
 
-    int releasesBegun() const { return mReleasesBegun; }  ///< By reclaims.
-    int releasesDone() const { return mReleasesDone; }    ///< By reclaims.
+    /// Says whether a reclaim has begun to release the codec.
+    bool isReleaseBegun() const { return isAny(&Caller::hasReleased); }
+    /// Says whether a reclaim has released the codec.
+    bool isReleased() const { return isAny(&Caller::isDone); }
 
     media::Status call(char const* operation) {
         enter(operation);
         expect(!caller().beganClosed, "%s reaches the codec, the guard being closed", operation);
-        expect(mReleasesBegun == 0 || mIsOverrun, "%s reaches a codec that a reclaim has released",
-               operation);
-        ++mInside;
+        expect(!isReleaseBegun() || isAny(&Caller::overruns),
+               "%s reaches a codec that a reclaim has released", operation);
+        caller().isInside = true;
         onCall();
         point("codec.%s returns", operation);
-        --mInside;
+        caller().isInside = false;
         return {};
     }
 
     media::Status release() {
         enter("release");
         if (caller().isReclaim) {
-            ++mReleasesBegun;
-            mIsOverrun = mIsOverrun || isOverrun();
-            expect(mInside == 0 || mIsOverrun, "released with %d calls in the codec", mInside);
+            caller().overruns = isOverrun();
+            expect(caller().overruns || !isAny(&Caller::isInside),
+                   "released with calls in the codec");
             caller().hasReleased = true;
         }
         point("codec.release returns");
-        mReleasesDone += caller().isReclaim ? 1 : 0;
+        caller().isDone = caller().isReclaim;
         return {};
     }
 
 private:
+    bool isAny(bool Caller::*is) const {
+        return std::any_of(mCallers.begin(), mCallers.end(),
+                           [=](Caller const& caller) { return caller.*is; });
+    }
     void enter(char const* operation) {
         expect(locksHeld() == 0, "codec.%s is called with a lock held", operation);
         point("codec.%s", operation);
         caller().reachedCodec = true;
     }
 
-    std::array<Caller, 6> mCallers{};
-    int mInside = 0;
-    int mReleasesBegun = 0;
-    int mReleasesDone = 0;
-    bool mIsOverrun = false;  ///< A reclaim has released it in spite of the calls inside.
-    bool mIsClosed = false;
+    std::array<Caller, 8> mCallers{};
     bool mIsGone = false;
 };
 

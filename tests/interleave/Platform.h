@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <deque>
 #include <optional>
@@ -24,20 +25,18 @@ struct TVHW_CRM_CLIENT {
 /// breaks the run when it uses what is not open or holds locks that it should not.
 namespace interleave {
 
-struct LogLine {
-    std::size_t thread;
-    std::string text;  ///< The format.
-};
-
 struct Platform {
     std::deque<TVHW_CRM_CLIENT> clients;  ///< All that were ever opened, in order.
     std::deque<int> ports;                ///< What the next grants name, from 1; then 0.
     std::set<std::string> failing;        ///< Operations whose next call fails.
-    std::vector<LogLine> log;
-    int callsInProgress = 0;                    ///< That a reclaim may wait for.
-    std::multiset<std::size_t> reclaimsToldBy;  ///< Threads that told the platform utility.
-    std::multiset<std::size_t> releasesToldBy;  ///< Threads that told the platform utility.
-    int scalerInitialisations = 0;              ///< That succeeded.
+    /// By thread, so that what they do on their own depends on nobody.
+    template <typename Type>
+    using ByThread = std::array<Type, 8>;
+    ByThread<std::vector<std::string>> log;  ///< The formats.
+    ByThread<int> callsInProgress{};         ///< That a reclaim may wait for.
+    ByThread<std::size_t> reclaimsTold{};    ///< To the platform utility.
+    ByThread<std::size_t> releasesTold{};    ///< To the platform utility.
+    int scalerInitialisations = 0;           ///< That succeeded.
     int outputsOpen = 0;
     int channelsOpen = 0;
     std::set<std::string> inside;  ///< Operations that must not overlap.
@@ -46,7 +45,8 @@ struct Platform {
 /// The platform of this run.
 Platform& platform();
 
-/// Says whether a thread, if given, has logged a line that begins with `text`.
+/// Says whether a thread, if given, has logged a line that begins with `text`: one of those in the
+/// table of Platform.cpp.
 bool hasLogged(std::string const& text, std::optional<std::size_t> thread = {});
 
 /// Breaks the run unless all was given back.

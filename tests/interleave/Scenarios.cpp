@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "../ScalerStart.h"
 #include "Codecs.h"
 #include "Platform.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
@@ -83,9 +84,10 @@ int flush(Wrapper& wrapper) {
 /// Makes a call that a reclaim may have to wait for.
 template <typename Call>
 int inProgress(Call const& call) {
-    ++platform().callsInProgress;
+    int& inProgress = platform().callsInProgress.at(threadNumber());
+    ++inProgress;
     int const code = call();
-    --platform().callsInProgress;
+    --inProgress;
     return code;
 }
 
@@ -153,15 +155,15 @@ public:
         mIsLetGo = true;
         Caller& me = watch->caller();
         me.reachedCodec = false;
-        auto const& told = platform().releasesToldBy;
-        std::size_t const toldBefore = told.count(threadNumber());
+        std::size_t const& told = platform().releasesTold.at(threadNumber());
+        std::size_t const toldBefore = told;
         action();
         if (!me.reachedCodec) {
             seen(kWasReclaimed);
-            expect(watch->releasesDone() > 0, "reclaimed, the codec not being released");
+            expect(watch->isReleased(), "reclaimed, the codec not being released");
         }
         bool const tells = Kind::kTellsPlatform && !me.reachedCodec;
-        expect(told.count(threadNumber()) == toldBefore + (tells ? 1 : 0),
+        expect(told == toldBefore + (tells ? 1 : 0),
                "the platform is not told of the release as it should");
     }
 
@@ -193,9 +195,9 @@ private:
         }
         expect(waitsOf(self).empty() || me.hasReleased, "a reclaim waits for nothing");
         bool const tells = Kind::kTellsPlatform && me.hasReleased;
-        expect(!mKnowsPid || platform().reclaimsToldBy.count(self) == (tells ? 1 : 0),
+        expect(!mKnowsPid || platform().reclaimsTold.at(self) == (tells ? 1 : 0),
                "the platform is not told of the reclaim as it should");
-        if (!me.hasReleased && watch->releasesDone() == 0) {
+        if (!me.hasReleased && !watch->isReleased()) {
             seen(kFindsNoCodec);
             expect(watch->isGone(), "a reclaim ends before the codec is released");
         }
@@ -227,7 +229,7 @@ void stuckCall() {
     world.configure();
     world.watch->onCall = [&] {
         if (threadNumber() == 1) {
-            waitUntil([&] { return world.watch->releasesBegun() != 0; });
+            waitUntil([&] { return world.watch->isReleaseBegun(); });
         } else {
             sleepUntil(now() + 2 * kSecond);
         }
@@ -325,7 +327,7 @@ void staleIds() {
         World<Kind> fresh;
         fresh.configure();
         fresh.call(Kind::write);
-        expect(fresh.watch->releasesBegun() == 0, "a reclaim hits the wrong codec");
+        expect(!fresh.watch->isReleaseBegun(), "a reclaim hits the wrong codec");
     });
     start("owner", [&] {
         old.letGo([&] { old.wrapper.reset(); });
@@ -375,10 +377,6 @@ void ports() {
 
 // --- Scaler client and image sink.
 
-/// The library's own flag, which each run finds as the first one did.
-extern "C" bool gScalerIsInitialised asm(
-    "_ZN3kvo5media8hardware25VideoScalerClientTvhwImpl5sInitE");
-
 struct Listening {
     bool isOver = false;
     bool isCalled = false;
@@ -403,7 +401,7 @@ private:
 };
 
 void scalerCallback() {
-    gScalerIsInitialised = false;
+    forgetScalerInitialisation();
     std::array<Listening, 2> listening;
     VideoScalerClientTvhwImpl scaler(0);
     scaler.connect({});
@@ -428,7 +426,7 @@ void scalerCallback() {
 
 /// The first attempt fails.
 void twoScalers() {
-    gScalerIsInitialised = false;
+    forgetScalerInitialisation();
     platform().failing = {"VSC_Initialize"};
     for (unsigned int channel = 0; channel < 2; ++channel) {
         start("client", [=] {

@@ -1,48 +1,103 @@
-#include <charconv>
-#include <cstring>
+#include <sys/single_threaded.h>
+
+#include <algorithm>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Scenarios.h"
+#include "scheduler/FreedMemory.h"
 
 namespace {
 
 constexpr char kHelp[] =
-    "Usage: tvhw_interleave [--bound N]\n"
-    "       tvhw_interleave --replay SCENARIO DECISIONS\n"
-    "\n"
-    "Runs the library under every order in which the threads of each scenario can go on, and "
-    "checks\n"
-    "what each of them does. Exits with 0 when all is well, 1 when a rule is broken or a scenario\n"
-    "is not walked to its end, 2 when the options are wrong.\n"
-    "\n"
-    "  --bound N   how often a thread is made to stop where it could go on, 0 to 9; 2 if not "
-    "given\n"
-    "  --replay    runs one order, as printed with a broken rule, and prints what each thread "
-    "does\n";
+    R"(Usage: tvhw_interleave [--bound N | --brief | --compare RUNS] [SCENARIO...]
+       tvhw_interleave --replay SCENARIO DECISIONS
 
-int walkAll(unsigned int bound) {
+Runs the library under every order in which the threads of each scenario can go on, and checks what
+each of them does. Needs the instrumented copy of the library, by LD_LIBRARY_PATH. Exits with 0 when
+all is well, 1 when a rule is broken or a scenario is not walked to its end, 2 when the options are
+wrong.
+
+  --bound N       only orders in which a thread is made to stop at most N times (0 to 9) where it
+                  could go on; the library need not be instrumented
+  --brief         does not look for the shortest run that breaks a rule
+  --compare RUNS  makes at most so many runs of each scenario with a bound of 3, and so many at
+                  random: these must come to nothing that the search without a bound did not
+  --replay        runs one order, as printed with a broken rule, and prints what each thread does
+)";
+
+constexpr unsigned int kCompareBound = 3;
+
+using Names = std::vector<std::string>;
+using Bound = std::optional<unsigned int>;
+
+/// Returns those scenarios that are named; all if none is.
+std::vector<interleave::Scenario> chosen(Names const& names) {
+    auto all = interleave::scenarios();
+    if (!names.empty()) {
+        auto const isOther = [&](auto const& scenario) {
+            return std::find(names.begin(), names.end(), scenario.name) == names.end();
+        };
+        all.erase(std::remove_if(all.begin(), all.end(), isOther), all.end());
+    }
+    return all;
+}
+
+int walkAll(Names const& names, Bound bound) {
     std::size_t complete = 0;
     std::uint64_t schedules = 0;
-    auto const all = interleave::scenarios();
+    std::string large;
+    auto const all = chosen(names);
     for (auto const& scenario : all) {
         auto const walk = interleave::explore(scenario, bound);
         schedules += walk.schedules;
         complete += walk.isComplete ? 1 : 0;
+        large += walk.bound ? " " + scenario.name : "";
         std::cout << scenario.name << ": " << walk.schedules << " schedules, "
-                  << (walk.isComplete ? "complete" : "not complete") << std::endl;
+                  << (walk.isComplete ? "complete" : "NOT COMPLETE");
+        if (walk.bound) {
+            std::cout << " with at most " << *walk.bound << " preemptions";
+        }
+        std::cout << std::endl;
     }
     std::cout << all.size() << " scenarios, " << schedules << " schedules, " << complete
-              << " scenarios complete with at most " << bound << " preemptions" << std::endl;
-    return complete == all.size() ? 0 : 1;
+              << " scenarios complete, ";
+    if (bound) {
+        std::cout << "at most " << *bound << " preemptions" << std::endl;
+    } else {
+        std::cout << "races looked for in each; with a bound, being too large:"
+                  << (large.empty() ? " none" : large) << std::endl;
+    }
+    return !all.empty() && complete == all.size() ? 0 : 1;
 }
 
-int replay(std::string const& name, std::string const& decisions) {
-    for (auto const& scenario : interleave::scenarios()) {
-        if (scenario.name == name) {
-            interleave::replay(scenario, decisions);
-            return 0;
-        }
+/// Returns 1 when something is new.
+int compareAll(Names const& names, std::uint64_t runs) {
+    interleave::setMode(interleave::Mode::kCompare);
+    int result = 0;
+    std::uint64_t compared = 0;
+    auto const all = chosen(names);
+    for (auto const& scenario : all) {
+        auto const found = interleave::compare(scenario, kCompareBound, runs);
+        compared += found.compared;
+        std::cout << scenario.name << ": " << found.traces << " orders, " << found.outcomes
+                  << " outcomes; of " << found.compared << " other runs " << found.newTraces
+                  << " have a new order, " << found.newOutcomes << " a new outcome" << std::endl;
+        result = found.isComplete && found.newTraces + found.newOutcomes == 0 ? result : 1;
+    }
+    std::cout << all.size() << " scenarios compared with " << compared
+              << " runs of plain searches: " << (result == 0 ? "nothing new" : "SOMETHING NEW")
+              << std::endl;
+    return all.empty() ? 1 : result;
+}
+
+int one(std::string const& option, std::string const& name, std::string const& decisions) {
+    for (auto const& scenario : chosen({name})) {
+        option == "--replay" ? interleave::replay(scenario, decisions)
+                             : interleave::showShortest(scenario, decisions);
+        return 0;
     }
     std::cerr << "tvhw_interleave: no scenario '" << name << "'\n";
     return 2;
@@ -51,19 +106,34 @@ int replay(std::string const& name, std::string const& decisions) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    std::string const option = count > 1 ? arguments[1] : "";
+    interleave::leaveAlone("libkvo_media_hw_common.");  // Its records of wrappers.
+    __libc_single_threaded = 0;  // References are counted as where there are threads.
+    Names words(arguments + 1, arguments + count);
+    std::string const option = words.empty() ? "" : words[0];
     if (option == "--help") {
         std::cout << kHelp;
         return 0;
     }
-    if (option == "--replay" && count == 4) {
-        return replay(arguments[2], arguments[3]);
+    if ((option == "--replay" || option == "--shortest") && words.size() == 3) {
+        return one(option, words[1], words[2]);
     }
-    bool const hasBound = option == "--bound" && count == 3 && std::strlen(arguments[2]) == 1 &&
-                          arguments[2][0] >= '0' && arguments[2][0] <= '9';
-    if (count != 1 && !hasBound) {
+    auto const isNumber = [&](std::size_t length) {
+        return words.size() > 1 && !words[1].empty() && words[1].size() <= length &&
+               words[1].find_first_not_of("0123456789") == std::string::npos;
+    };
+    if (option == "--compare" && isNumber(9)) {
+        return compareAll({words.begin() + 2, words.end()}, std::stoull(words[1]));
+    }
+    if (option == "--brief") {
+        interleave::setMode(interleave::Mode::kBrief);
+        words.erase(words.begin());
+    }
+    if (option == "--bound" && isNumber(1)) {
+        return walkAll({words.begin() + 2, words.end()}, std::stoul(words[1]));
+    }
+    if (!words.empty() && words[0][0] == '-') {
         std::cerr << "tvhw_interleave: these options make no sense; see --help\n";
         return 2;
     }
-    return walkAll(hasBound ? static_cast<unsigned int>(arguments[2][0] - '0') : 2);
+    return walkAll(words, {});
 }

@@ -1,5 +1,6 @@
 #include "scheduler/Scheduler.h"
 
+#include <dlfcn.h>
 #include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -15,17 +16,25 @@
 #include <set>
 #include <utility>
 
+#include "scheduler/Access.h"
 #include "scheduler/FreedMemory.h"
+#include "scheduler/Races.h"
+#include "scheduler/Search.h"
+
+extern "C" char __executable_start;
+extern "C" char etext;
 
 namespace interleave {
 
 namespace {
 
-constexpr std::size_t kMaxThreads = 6;
 constexpr std::size_t kStackSize = 256 * 1024;
-constexpr std::size_t kMaxPoints = 10'000;  ///< Of a run that will end.
-constexpr std::uint64_t kMaxSchedules = 3'000'000;
+constexpr std::size_t kMaxPoints = 10'000;        ///< Of a run that will end.
+constexpr std::uint64_t kMaxSchedules = 200'000;  ///< With no bound.
+constexpr std::uint64_t kMaxBounded = 3'000'000;
+constexpr unsigned int kBoundOfLarge = 2;  ///< Where these are too few.
 constexpr Nanoseconds kClockBegin = 3'600'000'000'000;
+constexpr int kColumn = 34;  ///< Width of a thread's in a trace.
 
 enum class Wait { kNone, kLock, kSignal, kTime, kReady, kEnd };
 
@@ -38,71 +47,119 @@ struct Thread {
     void const* mutex = nullptr;  ///< To be locked before it goes on.
     void const* condition = nullptr;
     Nanoseconds deadline = 0;
+    Nanoseconds clockRead = 0;  ///< When it last read the clock.
     std::function<bool()> isReady;
     std::size_t locksHeld = 0;
     std::vector<SignalWait> waits;
-};
-
-/// One way to go on.
-struct Option {
-    enum class Wake { kNormal, kTimeout, kSpurious };
-    Thread* thread;
-    Wake wake;
-};
-
-struct Decision {
-    std::size_t chosen = 0;
-    std::size_t options = 0;    ///< 0 when not known yet.
-    bool isPreemption = false;  ///< When not the first option is chosen.
-    unsigned int preemptionsBefore = 0;
+    std::uint32_t steps = 0;
+    int lastStep = -1;  ///< Index of an event.
+    int enabledBy = -1;
+    Clock clock;              ///< See Races.h.
+    std::uint64_t heard = 0;  ///< Hash of what it came to.
 };
 
 /// One run of a scenario.
 struct Run {
     std::deque<Thread> threads;
     Thread* running = nullptr;
-    std::map<void const*, Thread*> owners;  ///< Of the mutexes that are locked.
-    std::map<void const*, int> numbers;     ///< Of the mutexes, for the trace.
+    std::map<void const*, Thread*> owners;   ///< Of the mutexes that are locked.
+    std::map<void const*, Clock> published;  ///< By releases of locks and atomics.
+    std::map<void const*, int> numbers;      ///< Of the mutexes, for the trace.
     Nanoseconds now = kClockBegin;
     bool hadSpuriousWake = false;
     std::size_t decisions = 0;
-    std::size_t points = 0;
-    unsigned int preemptions = 0;
+    std::size_t step = 0;  ///< Index of the event.
+    std::string unusual;   ///< The decisions that were not to take the first option.
 };
 
 Run gRun;
+std::vector<Event> gEvents;  ///< Of the run; what a search keeps stays.
+Search* gSearch = nullptr;
 bool gIsRunning = false;
+bool gIsWatching = false;
+bool gIsHearing = false;  ///< What is read comes before.
+bool gIsNoted = false;    ///< The step is written to its event.
+bool gIsProgramInstrumented = false;
+bool gIsLibraryInstrumented = false;
+bool gIsLibraryUsed = false;  ///< It has taken locks.
 bool gIsReplay = false;
+unsigned int gShortestBound = 0;
+Mode gMode = Mode::kWalk;
 ucontext_t gExplorer;
 Scenario const* gScenario = nullptr;
 unsigned long long gSchedules = 0;     ///< Of this scenario.
 unsigned long long gAllSchedules = 0;  ///< Of all scenarios.
-std::vector<Decision> gPath;  ///< The decisions of this run; beyond them the first option is taken.
 std::set<std::string> gSeen;
+std::array<std::array<char, kStackSize>, kMaxThreads> gStacks;
 
-/// What was chosen at each decision of this run: a digit each, up to the last that is not 0.
-std::string decisionsText() {
-    std::string text;
-    for (std::size_t index = 0; index < gRun.decisions; ++index) {
-        text.push_back(static_cast<char>('0' + gPath[index].chosen));
-    }
-    return text.substr(0, text.find_last_not_of('0') + 1);
-}
+Event& event() { return gEvents[gRun.step]; }
 
-/// Ends the process, after another one has shown how the run came to this.
-[[noreturn]] void breakRun(std::string const& what) {
-    bool const isShown = std::exchange(gIsRunning, false) && !gIsReplay;
-    char const* const name = gScenario->name.c_str();
-    std::printf("%s: broken after %llu schedules: %s\n", name, gAllSchedules, what.c_str());
-    std::string const decisions = decisionsText();
-    if (isShown) {
-        std::printf("The same again, by --replay %s '%s':\n", name, decisions.c_str());
-    }
+/// Runs a program of the process's own, or another, and waits for it.
+void run(std::vector<std::string> const& words) {
     std::fflush(stdout);
-    if (isShown && fork() == 0) {
-        execl("/proc/self/exe", "explorer", "--replay", name, decisions.c_str(), nullptr);
+    if (fork() == 0) {
+        std::vector<char*> arguments;
+        for (std::string const& word : words) {
+            arguments.push_back(const_cast<char*>(word.c_str()));
+        }
+        arguments.push_back(nullptr);
+        execvp(arguments.front(), arguments.data());
+        _exit(1);
     }
     wait(nullptr);
+}
+
+/// Prints where in the source an address lies.
+void printPlace(void const* code) {
+    Dl_info info{};
+    if (dladdr(code, &info) != 0 && info.dli_fname != nullptr) {
+        auto const offset = reinterpret_cast<std::uintptr_t>(code) -
+                            reinterpret_cast<std::uintptr_t>(info.dli_fbase) - 1;
+        std::array<char, 20> text{};
+        static_cast<void>(std::snprintf(text.data(), text.size(), "0x%zx", offset));
+        run({"addr2line", "-Cfspe", info.dli_fname, text.data()});
+    }
+}
+
+/// Prints the last accesses to what a rule is about.
+void printAccesses(std::uintptr_t stake) {
+    std::printf("The last accesses to it, from the last on:\n");
+    int count = 0;
+    for (std::size_t index = gEvents.size(); count < 4 && index-- != 0;) {
+        for (Access const& access : gEvents[index].footprint->accesses()) {
+            if (access.word == stake && count++ < 4) {
+                auto const& thread = gRun.threads[threadOf(gEvents[index].choice)];
+                std::printf("  %s %s it: ", thread.name.c_str(),
+                            access.writes != 0 ? "writes" : "reads");
+                printPlace(access.code);
+            }
+        }
+    }
+}
+
+/// Ends the process, after others have looked for the shortest run that comes to this and shown
+/// it. `stake` is the memory that the rule is about, if any.
+[[noreturn]] void breakRun(std::string const& what, std::uintptr_t stake = 0) {
+    gIsRunning = gIsWatching = false;
+    char const* const name = gScenario->name.c_str();
+    if (gMode == Mode::kWalk || gMode == Mode::kBrief) {
+        std::printf("%s: broken after %llu schedules: %s\n", name, gAllSchedules, what.c_str());
+    }
+    if (gMode == Mode::kWalk) {
+        run({"/proc/self/exe", "--shortest", name, gRun.unusual});
+    } else if (gMode == Mode::kShortest) {
+        std::printf(
+            "No run with less than %u preemptions comes to this. The same again, by\n"
+            "--replay %s '%s':\n",
+            gShortestBound, name, gRun.unusual.c_str());
+        run({"/proc/self/exe", "--replay", name, gRun.unusual});
+    } else if (gIsReplay) {
+        std::printf("Broken: %s\n", what.c_str());
+        if (stake != 0) {
+            printAccesses(stake);
+        }
+    }
+    std::fflush(stdout);
     _exit(1);
 }
 
@@ -111,12 +168,23 @@ void onSignal(int signal) {
              std::to_string(signal));
 }
 
+/// Prints what the running thread does, in its column.
 void trace(std::string const& what) {
-    if (gIsReplay) {
-        double const seconds = static_cast<double>(gRun.now - kClockBegin) / 1e9;
-        std::printf("%5.1f s  %-10s%s\n", seconds, gRun.running->name.c_str(), what.c_str());
-        std::fflush(stdout);
+    if (!gIsReplay) {
+        return;
     }
+    static std::size_t named = 0;
+    auto const number = static_cast<int>(gRun.running->number);
+    for (; named < gRun.threads.size(); ++named) {
+        std::printf("         %*s[%s]\n", static_cast<int>(named) * kColumn, "",
+                    gRun.threads[named].name.c_str());
+    }
+    for (std::size_t begin = 0; begin < what.size(); begin += kColumn - 2) {
+        double const seconds = static_cast<double>(gRun.now - kClockBegin) / 1e9;
+        std::printf("%5.1f s  %*s%s\n", seconds, number * kColumn, "",
+                    what.substr(begin, kColumn - 2).c_str());
+    }
+    std::fflush(stdout);
 }
 
 void traceLock(char const* what, void const* mutex) {
@@ -126,26 +194,93 @@ void traceLock(char const* what, void const* mutex) {
     }
 }
 
-void addOptions(Thread& thread, Nanoseconds firstDeadline, std::vector<Option>& options) {
+bool isLibrary(void const* code) {
+    return code < static_cast<void const*>(&__executable_start) ||
+           code >= static_cast<void const*>(&etext);
+}
+
+void hear(std::string const& text) {
+    std::uint64_t& heard = gRun.running->heard;
+    heard = (heard ^ std::hash<std::string>()(text)) * 0x9E3779B97F4A7C15U;
+}
+
+/// Has all that the running thread did so far come before what others do when they hear of it.
+void publish(Clock& heard) {
+    Thread& self = *gRun.running;
+    heard.join(self.clock);
+    ++self.clock.steps.at(self.number);
+}
+
+/// Breaks the run if the library's access is in a race with another.
+void expectNoRace(std::uintptr_t word, std::uint8_t bytes, bool isWrite, bool isPlain,
+                  void const* code) {
+    if (!gIsLibraryInstrumented) {
+        return;  // What orders accesses was not seen.
+    }
+    Thread const& self = *gRun.running;
+    LibraryAccess const access{
+        bytes, isWrite, isPlain, self.number, self.clock.steps.at(self.number), code};
+    if (auto const* const other = findRace(word, access, self.clock)) {
+        breakRun("race: " + gRun.threads[other->thread].name + " and " + self.name +
+                     " use the same memory, one writes, and nothing orders them",
+                 word);
+    }
+}
+
+/// Notes that the step touches what the word stands for.
+void touch(std::uintptr_t word, bool isWrite) {
+    if (gIsNoted) {
+        Unseen const unseen;
+        Access access;
+        access.word = word;
+        (isWrite ? access.writes : access.reads) = 0xFF;
+        event().footprint->add(access);
+    }
+}
+
+/// Notes that the step uses a lock or a condition.
+void use(void const* object, void const* code = nullptr) {
+    auto const word = reinterpret_cast<std::uintptr_t>(object) / 8 * 8;
+    touch(word, true);
+    expectNoRace(word, 0xFF, true, false, code);
+}
+
+void openStep(Choice choice) {
+    Thread& thread = *gRun.running;
+    ++thread.steps;
+    gIsNoted = !gSearch->isRedundant() && gRun.step >= gSearch->kept();
+    if (gIsNoted) {
+        Event next;
+        next.choice = choice;
+        next.step = thread.steps;
+        next.previous = thread.lastStep;
+        next.enabledBy = thread.enabledBy;
+        gEvents.push_back(next);
+    }
+    thread.lastStep = static_cast<int>(gRun.step);
+    thread.enabledBy = -1;
+}
+
+void addOptions(Thread const& thread, Nanoseconds firstDeadline, std::vector<Choice>& options) {
     bool const lockIsFree = gRun.owners.count(thread.mutex) == 0;
     bool const isTimed = thread.wait == Wait::kTime || thread.wait == Wait::kSignal;
     // While another thread has the lock, to wake is no more than to wait for the lock.
     bool const canWake = thread.wait == Wait::kTime || lockIsFree;
     if (thread.wait == Wait::kNone || (thread.wait == Wait::kLock && lockIsFree) ||
         (thread.wait == Wait::kReady && thread.isReady())) {
-        options.push_back({&thread, Option::Wake::kNormal});
+        options.push_back(choiceOf(thread.number, Wake::kNormal));
     }
     if (isTimed && canWake && thread.deadline == firstDeadline) {
-        options.push_back({&thread, Option::Wake::kTimeout});
+        options.push_back(choiceOf(thread.number, Wake::kTimeout));
     }
     if (thread.wait == Wait::kSignal && canWake && !gRun.hadSpuriousWake) {
-        options.push_back({&thread, Option::Wake::kSpurious});
+        options.push_back(choiceOf(thread.number, Wake::kSpurious));
     }
 }
 
 /// The ways to go on; to go on with the running thread is the first, if it can.
-std::vector<Option> const& findOptions() {
-    static std::vector<Option> options;
+std::vector<Choice> const& findOptions() {
+    static std::vector<Choice> options;
     options.clear();
     Nanoseconds firstDeadline = std::numeric_limits<Nanoseconds>::max() - 1;
     for (auto const& thread : gRun.threads) {
@@ -154,7 +289,7 @@ std::vector<Option> const& findOptions() {
         }
     }
     addOptions(*gRun.running, firstDeadline, options);
-    for (auto& thread : gRun.threads) {
+    for (auto const& thread : gRun.threads) {
         if (&thread != gRun.running) {
             addOptions(thread, firstDeadline, options);
         }
@@ -162,48 +297,69 @@ std::vector<Option> const& findOptions() {
     return options;
 }
 
-Option decide(std::vector<Option> const& options) {
-    if (options.size() == 1) {
-        return options.front();
+/// Has the thread that goes on take what it waited for.
+void wake(Thread& thread, Choice choice) {
+    if (wakeOf(choice) == Wake::kTimeout) {
+        gRun.now = std::max(gRun.now, thread.deadline);
+        touch(kClockWord, true);
+        trace("its time has come");
+    } else if (wakeOf(choice) == Wake::kSpurious) {
+        gRun.hadSpuriousWake = true;
+        touch(kSpuriousWord, true);
+        touch(kClockWord, false);
+        trace("wakes for nothing");
     }
-    if (gRun.decisions == gPath.size()) {
-        gPath.emplace_back();
+    if (thread.wait == Wait::kSignal) {
+        thread.waits.back().timedOut = wakeOf(choice) == Wake::kTimeout;
+        touch(waitsWord(thread.number), true);
+        use(thread.condition);
     }
-    Decision& decision = gPath[gRun.decisions++];
-    bool const isSame = decision.options == 0 || decision.options == options.size();
-    expect(isSame && decision.chosen < options.size(), "the same decisions make another run");
-    Option const& first = options.front();
-    decision.options = options.size();
-    decision.isPreemption = first.thread == gRun.running && first.wake == Option::Wake::kNormal;
-    decision.preemptionsBefore = gRun.preemptions;
-    gRun.preemptions += decision.isPreemption && decision.chosen != 0 ? 1 : 0;
-    return options[decision.chosen];
+    if (thread.wait == Wait::kSignal || thread.wait == Wait::kLock) {
+        expect(!isFreed(thread.mutex), "a lock is freed that a thread waits for");
+        gRun.owners[thread.mutex] = &thread;
+        ++thread.locksHeld;
+        use(thread.mutex);
+        thread.clock.join(gRun.published[thread.mutex]);
+        if (gIsNoted) {
+            event().acquired = thread.mutex;
+        }
+    }
+    bool const isReady = thread.wait == Wait::kReady;
+    thread.wait = Wait::kNone;
+    if (isReady) {
+        // What the predicate reads was written before the thread goes on.
+        gIsWatching = gIsHearing = true;
+        static_cast<void>(thread.isReady());
+        gIsWatching = gIsHearing = false;
+    }
 }
 
 /// Goes on with the thread that is chosen; returns when this one is.
 void schedule() {
-    expect(++gRun.points < kMaxPoints, "the threads go on for ever");
+    Thread& previous = *gRun.running;
+    if (gIsNoted) {
+        event().footprint->sort();
+    }
+    expect(++gRun.step < kMaxPoints, "the threads go on for ever");
     auto const& options = findOptions();
+    Choices all = 0;
+    for (Choice const option : options) {
+        all |= only(option);
+    }
+    gSearch->stepEnded(all);
     expect(!options.empty(), "no thread can go on");
-    Option const option = decide(options);
-    Thread& next = *option.thread;
-    Thread& previous = *std::exchange(gRun.running, &next);
-    if (option.wake == Option::Wake::kTimeout) {
-        gRun.now = std::max(gRun.now, next.deadline);
-        trace("its time has come");
-    } else if (option.wake == Option::Wake::kSpurious) {
-        gRun.hadSpuriousWake = true;
-        trace("wakes for nothing");
+    bool const mayStay = options.front() == choiceOf(previous.number, Wake::kNormal);
+    Choice const choice = gSearch->choose(options, mayStay);
+    if (options.size() > 1) {
+        ++gRun.decisions;
+        if (choice != options.front()) {
+            gRun.unusual += std::to_string(gRun.decisions) + ":" + std::to_string(choice) + " ";
+        }
     }
-    if (next.wait == Wait::kSignal) {
-        next.waits.back().timedOut = option.wake == Option::Wake::kTimeout;
-    }
-    if (next.wait == Wait::kSignal || next.wait == Wait::kLock) {
-        expect(!isFreed(next.mutex), "a lock is freed that a thread waits for");
-        gRun.owners[next.mutex] = &next;
-        ++next.locksHeld;
-    }
-    next.wait = Wait::kNone;
+    Thread& next = gRun.threads[threadOf(choice)];
+    gRun.running = &next;
+    openStep(choice);
+    wake(next, choice);
     if (&next != &previous) {
         swapcontext(&previous.context, &next.context);
     }
@@ -211,8 +367,10 @@ void schedule() {
 
 void runThread() {
     Thread& self = *gRun.running;
+    gIsWatching = true;
     self.body();
     self.body = nullptr;
+    gIsWatching = false;
     expect(self.locksHeld == 0, "a thread ends with a lock held");
     self.wait = Wait::kEnd;
     if (self.number == 0) {
@@ -222,39 +380,63 @@ void runThread() {
     schedule();
 }
 
-void runOnce() {
+void runOnce(Search& search) {
     gRun = {};
+    emptyHeap();
+    forgetAccesses();
+    gSearch = &search;
+    search.begin();
     ++gSchedules;
     ++gAllSchedules;
     start("main", gScenario->body);
     gRun.running = &gRun.threads.front();
     gIsRunning = true;
+    openStep(search.choose({choiceOf(0, Wake::kNormal)}, true));
     swapcontext(&gExplorer, &gRun.running->context);
-    bool const isUntouched = freeAll();
-    expect(isUntouched, "memory was written to that was freed");
+    if (gIsNoted) {
+        event().footprint->sort();
+    }
+    expect(isFreedUntouched(), "memory was written to that was freed");
     gIsRunning = false;
 }
 
-/// Turns the path into the next one within the bound, depth first. Returns false after the last.
-bool advance(unsigned int bound) {
-    for (; !gPath.empty(); gPath.pop_back()) {
-        Decision& last = gPath.back();
-        bool const isAffordable = !last.isPreemption || last.preemptionsBefore < bound;
-        if (isAffordable && last.chosen + 1 < last.options) {
-            ++last.chosen;
-            return true;
-        }
+/// What the threads came to, whatever the order in which they did.
+std::uint64_t outcome() {
+    std::uint64_t hash = 0;
+    for (auto const& thread : gRun.threads) {
+        hash = (hash + thread.heard) * 0x9E3779B97F4A7C15U;
     }
-    return false;
+    return hash;
 }
 
 void prepare(Scenario const& scenario) {
     gScenario = &scenario;
     gSchedules = 0;
     gSeen.clear();
+    gEvents.clear();
     for (int const signal : {SIGSEGV, SIGBUS, SIGABRT}) {
         std::signal(signal, onSignal);
     }
+}
+
+/// Runs the scenario as the search will have it, and calls `afterRun` each time. Returns whether it
+/// came to its end.
+template <typename AfterRun>
+bool walk(Search& search, std::uint64_t limit, AfterRun const& afterRun) {
+    gEvents.clear();
+    for (std::uint64_t count = 0; count < limit; ++count) {
+        runOnce(search);
+        bool const isRedundant = search.isRedundant();
+        bool const goesOn = search.advance(gEvents, [&] {
+            if (!isRedundant) {
+                afterRun();
+            }
+        });
+        if (!goesOn) {
+            return true;
+        }
+    }
+    return false;
 }
 
 __attribute__((format(printf, 1, 0))) std::string formatted(char const* format,
@@ -277,84 +459,290 @@ void giveUp(void const* mutex) {
     expect(!isFreed(mutex), "a lock is freed that is held");
     gRun.owners.erase(owner);
     --gRun.running->locksHeld;
+    use(mutex);
+    publish(gRun.published[mutex]);
+    if (gIsNoted) {
+        event().released = mutex;
+    }
 }
 
 }  // namespace
 
-Walk explore(Scenario const& scenario, unsigned int bound) {
-    prepare(scenario);
-    bool isComplete = false;
-    while (!isComplete && gSchedules < kMaxSchedules) {
-        runOnce();
-        isComplete = !advance(bound);
+bool isWatching() { return gIsWatching; }
+
+Unseen::Unseen() : mWasWatching(std::exchange(gIsWatching, false)) {}
+Unseen::~Unseen() { gIsWatching = mWasWatching; }
+
+namespace {
+
+/// Notes that the step touches memory, of which each word has `like` for the bytes that are named.
+void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Access const& like) {
+    bool const isChecked = isLibrary(like.code);
+    auto const begin = reinterpret_cast<std::uintptr_t>(memory);
+    for (std::uintptr_t word = begin / 8 * 8; word < begin + size; word += 8) {
+        std::uintptr_t const from = std::max(begin, word) - word;
+        std::uintptr_t const to = std::min(begin + size, word + 8) - word;
+        auto const bytes = static_cast<std::uint8_t>((0xFFU << from) & (0xFFU >> (8 - to)));
+        if (isChecked) {
+            expectNoRace(word, bytes, isWrite, isPlain, like.code);
+        } else if (isWrite) {
+            publish(heardIn(word));
+        } else if (gIsHearing) {
+            gRun.running->clock.join(heardIn(word));
+        }
+        if (gIsNoted) {
+            Access access = like;
+            access.word = word;
+            access.reads &= bytes;
+            access.writes &= bytes;
+            access.counts &= bytes;
+            event().footprint->add(access);
+        }
     }
+}
+
+}  // namespace
+
+void noteInstrumented(void const* code) {
+    (isLibrary(code) ? gIsLibraryInstrumented : gIsProgramInstrumented) = true;
+}
+
+void noteAccess(void const* memory, std::size_t size, bool isWrite, bool isPlain,
+                void const* code) {
+    if (gIsWatching) {
+        Unseen const unseen;
+        Access access;
+        (isWrite ? access.writes : access.reads) = 0xFF;
+        access.code = code;
+        note(memory, size, isWrite, isPlain, access);
+    }
+}
+
+void noteAtomic(AtomicAccess const& access) {
+    if (!gIsWatching) {
+        return;
+    }
+    Unseen const unseen;
+    if (isLibrary(access.code)) {
+        schedule();
+    }
+    Access like;
+    like.reads = access.isRead ? 0xFF : 0;
+    like.writes = access.isWrite ? 0xFF : 0;
+    like.code = access.code;
+    Clock& published = gRun.published[access.memory];
+    if (access.isAcquire) {
+        gRun.running->clock.join(published);
+    }
+    note(access.memory, access.size, access.isWrite, false, like);
+    if (access.isWrite && !access.isRead) {
+        published = {};
+    }
+    if (access.isRelease) {
+        publish(published);
+    }
+}
+
+void noteReferences(int const volatile* number, int change, bool isPromoted, void const* code) {
+    if (!gIsWatching) {
+        return;
+    }
+    Unseen const unseen;
+    if (isLibrary(code)) {
+        schedule();
+    }
+    auto const* const memory = const_cast<int const*>(number);
+    Access like;
+    like.code = code;
+    like.counts = 0xFF;
+    like.isDropped = change < 0;
+    like.isPromoted = isPromoted;
+    if (change != 0) {
+        like.writes = *memory + change == 0 ? 0xFF : 0;
+        gRun.running->clock.join(gRun.published[memory]);
+    }
+    note(memory, sizeof *memory, change != 0, false, like);
+    if (change != 0) {
+        publish(gRun.published[memory]);
+    }
+}
+
+void setMode(Mode mode) { gMode = mode; }
+
+Walk explore(Scenario const& scenario, std::optional<unsigned int> bound) {
+    prepare(scenario);
+    Walk walked;
+    if (!bound) {
+        Reduction search(gEvents);
+        walked.isComplete = walk(search, kMaxSchedules, [] {});
+        expect(gIsProgramInstrumented && (gIsLibraryInstrumented || !gIsLibraryUsed),
+               "what the steps depend on is not seen: code is not instrumented");
+        bound = walked.isComplete ? bound : kBoundOfLarge;
+    }
+    if (bound) {
+        Bounded search(*bound);
+        walked.isComplete = walk(search, kMaxBounded, [] {});
+        walked.bound = bound;
+    }
+    walked.schedules = gSchedules;
     for (auto const& fact : scenario.facts) {
         expect(gSeen.count(fact) != 0, "none of them shows that %s", fact.c_str());
     }
-    return {gSchedules, isComplete};
+    return walked;
 }
 
 void replay(Scenario const& scenario, std::string const& decisions) {
     prepare(scenario);
     gIsReplay = true;
-    for (char const digit : decisions) {
-        gPath.push_back({static_cast<std::size_t>(digit - '0'), 0, false, 0});
+    gMode = Mode::kReplay;
+    Given search(decisions);
+    runOnce(search);
+}
+
+void showShortest(Scenario const& scenario, std::string const& decisions) {
+    prepare(scenario);
+    gMode = Mode::kShortest;
+    for (; gShortestBound < 4; ++gShortestBound) {
+        Bounded search(gShortestBound);
+        if (!walk(search, 50'000, [] {})) {
+            break;
+        }
     }
-    runOnce();
+    Given search(decisions);
+    runOnce(search);
+}
+
+Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit) {
+    prepare(scenario);
+    std::set<std::uint64_t> traces;
+    std::set<std::uint64_t> outcomes;
+    Comparison result;
+    Reduction reduction(gEvents);
+    result.isComplete = walk(reduction, kMaxSchedules, [&] {
+        traces.insert(hashOf(gEvents));
+        outcomes.insert(outcome());
+    });
+    result.traces = traces.size();
+    result.outcomes = outcomes.size();
+    auto const check = [&] {
+        ++result.compared;
+        orderSteps(gEvents, 0, [](std::size_t, std::size_t) {});
+        result.newTraces += traces.count(hashOf(gEvents)) == 0 ? 1U : 0U;
+        result.newOutcomes += outcomes.count(outcome()) == 0 ? 1U : 0U;
+    };
+    Bounded bounded(bound);
+    walk(bounded, limit, check);
+    Random random(limit);
+    walk(random, limit, check);
+    return result;
 }
 
 void start(std::string name, std::function<void()> body) {
-    static std::array<std::array<char, kStackSize>, kMaxThreads> stacks;
+    Unseen const unseen;
     std::size_t const number = gRun.threads.size();
+    expect(number < kMaxThreads, "too many threads");
     Thread& thread = gRun.threads.emplace_back();
     thread.name = std::move(name);
     thread.body = std::move(body);
     thread.number = number;
+    if (gRun.running != nullptr) {
+        thread.enabledBy = static_cast<int>(gRun.step);
+        publish(thread.clock);
+        touch(kThreadsWord, true);
+    }
     getcontext(&thread.context);
-    thread.context.uc_stack.ss_sp = stacks.at(number).data();
+    thread.context.uc_stack.ss_sp = gStacks.at(number).data();
     thread.context.uc_stack.ss_size = kStackSize;
     makecontext(&thread.context, runThread, 0);
 }
 
 void joinAll() {
-    waitUntil([] {
+    Unseen const unseen;
+    gRun.running->isReady = [] {
         return std::all_of(gRun.threads.begin() + 1, gRun.threads.end(),
                            [](auto const& thread) { return thread.wait == Wait::kEnd; });
-    });
+    };
+    waitFor(Wait::kReady);
+    for (auto const& thread : gRun.threads) {
+        gRun.running->clock.join(thread.clock);
+    }
+    if (gIsNoted) {
+        event().joinsAll = true;
+    }
 }
 
 void point(char const* format, ...) {
-    if (gIsReplay) {
+    Unseen const unseen;
+    if (gIsReplay || gMode == Mode::kCompare) {
         std::va_list arguments;
         va_start(arguments, format);
-        trace(formatted(format, arguments));
+        std::string const what = formatted(format, arguments);
         va_end(arguments);
+        trace(what);
+        hear(what);
     }
     schedule();
 }
 
 void waitUntil(std::function<bool()> isReady) {
+    Unseen const unseen;
     gRun.running->isReady = std::move(isReady);
     waitFor(Wait::kReady);
 }
 
 void sleepUntil(Nanoseconds time) {
+    Unseen const unseen;
+    touch(kClockWord, false);
     gRun.running->deadline = time;
     waitFor(Wait::kTime);
 }
 
-Nanoseconds now() { return gRun.now; }
+Nanoseconds now() {
+    touch(kClockWord, false);
+    gRun.running->clockRead = gRun.now;
+    return gRun.now;
+}
+
+Nanoseconds lastNow() { return gRun.running->clockRead; }
 
 std::size_t threadNumber() { return gRun.running->number; }
 
 std::size_t locksHeld() { return gRun.running->locksHeld; }
 
-std::vector<SignalWait> const& waitsOf(std::size_t thread) { return gRun.threads[thread].waits; }
+std::vector<SignalWait> const& waitsOf(std::size_t thread) {
+    static std::vector<SignalWait> const none;
+    if (thread >= gRun.threads.size()) {
+        return none;
+    }
+    touch(waitsWord(thread), false);
+    return gRun.threads[thread].waits;
+}
 
-void clearWaits() { gRun.running->waits.clear(); }
+void clearWaits() {
+    Unseen const unseen;
+    touch(waitsWord(threadNumber()), true);
+    if (!gRun.running->waits.empty()) {
+        touch(anyWaitsWord(threadNumber()), true);
+    }
+    gRun.running->waits.clear();
+}
+
+bool hasWaited(std::size_t thread) {
+    if (thread >= gRun.threads.size()) {
+        return false;
+    }
+    touch(anyWaitsWord(thread), false);
+    return !gRun.threads[thread].waits.empty();
+}
+
+void touch(std::string const& object, bool isWrite) {
+    Unseen const unseen;
+    touch(std::hash<std::string>()(object) | 1U, isWrite);
+}
 
 void expect(bool isTrue, char const* format, ...) {
     if (!isTrue) {
+        Unseen const unseen;
         std::va_list arguments;
         va_start(arguments, format);
         std::string const what = formatted(format, arguments);
@@ -364,13 +752,19 @@ void expect(bool isTrue, char const* format, ...) {
 }
 
 void seen(char const* fact) {
+    Unseen const unseen;
     trace(std::string("so: ") + fact);
+    hear(fact);
     gSeen.insert(fact);
 }
 
 bool isRunning() { return gIsRunning; }
 
-void lock(void const* mutex) {
+unsigned long long runNumber() { return gAllSchedules; }
+
+void lock(void const* mutex, void const* code) {
+    Unseen const unseen;
+    gIsLibraryUsed = gIsLibraryUsed || isLibrary(code);
     expect(!isFreed(mutex), "a lock is taken that was freed");
     expect(locksHeld() == 0, "a lock is taken while another is held");
     traceLock("takes lock ", mutex);
@@ -379,29 +773,42 @@ void lock(void const* mutex) {
 }
 
 void unlock(void const* mutex) {
+    Unseen const unseen;
     giveUp(mutex);
     traceLock("drops lock ", mutex);
     schedule();
 }
 
 void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline) {
+    Unseen const unseen;
     giveUp(mutex);
     traceLock("waits for a signal, without lock ", mutex);
     Thread& self = *gRun.running;
     self.condition = condition;
     self.mutex = mutex;
     self.deadline = deadline;
-    self.waits.push_back({gRun.now, deadline, false});
+    if (self.waits.empty()) {
+        touch(anyWaitsWord(self.number), true);
+    }
+    self.waits.push_back({self.clockRead, deadline, false});
+    touch(waitsWord(self.number), true);
+    use(condition);
+    touch(kClockWord, false);
     waitFor(Wait::kSignal);
 }
 
 void signal(void const* condition, bool all) {
+    Unseen const unseen;
     expect(!isFreed(condition), "a condition is signalled that was freed");
     expect(locksHeld() == 1, "a condition is signalled without its lock");
-    point("signals");
+    trace("signals");
+    schedule();
+    use(condition);
     for (auto& thread : gRun.threads) {
         if (thread.wait == Wait::kSignal && thread.condition == condition) {
+            touch(kClockWord, false);
             thread.wait = Wait::kLock;
+            thread.enabledBy = static_cast<int>(gRun.step);
             if (!all) {
                 return;
             }

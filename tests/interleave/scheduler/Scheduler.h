@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,16 +31,40 @@ struct Scenario {
 /// How far a scenario was walked.
 struct Walk {
     std::uint64_t schedules = 0;
-    bool isComplete = false;  ///< Every schedule within the bound was run.
+    bool isComplete = false;  ///< Every schedule was run, within the bound if there is one.
+    std::optional<unsigned int> bound;  ///< The one given, or one for what was too large.
 };
 
-/// Runs `scenario` in every order with at most `bound` preemptions, depth first. To go on with
-/// another thread is a preemption when the running one could have gone on. A deadline that comes
-/// first, or a spurious wake-up, one a run, is a way to go on with the thread that waits.
-Walk explore(Scenario const& scenario, unsigned int bound);
+/// Runs `scenario` in every order, but for orders of steps that do not depend on each other. The
+/// scenario and the libraries under test must be instrumented (CMakeLists.txt). If these are too
+/// many, or with a `bound`: in every order with at most so many preemptions, depth first. To go on
+/// with another thread is a preemption when the running one could have gone on. A deadline that
+/// comes first, or a spurious wake-up, one a run, is a way to go on with the thread that waits.
+Walk explore(Scenario const& scenario, std::optional<unsigned int> bound = {});
 
 /// Runs the one schedule that these decisions make and prints what each thread does.
 void replay(Scenario const& scenario, std::string const& decisions);
+
+/// Looks for the run with the fewest preemptions that breaks a rule, as the run that these
+/// decisions make does, and shows it by replay() in another process.
+void showShortest(Scenario const& scenario, std::string const& decisions);
+
+/// What explore() came to, and plain searches that it did not.
+struct Comparison {
+    bool isComplete = false;        ///< explore() came to its end.
+    std::size_t traces = 0;         ///< Its orders.
+    std::size_t outcomes = 0;       ///< What the threads came to in them.
+    std::uint64_t compared = 0;     ///< Runs of the plain searches.
+    std::uint64_t newTraces = 0;    ///< Of these, such as are none of the traces.
+    std::uint64_t newOutcomes = 0;  ///< Or none of the outcomes.
+};
+
+/// Compares explore() with at most `limit` runs within the bound, and `limit` at random.
+Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit);
+
+/// What is done with a broken rule.
+enum class Mode { kWalk, kBrief, kShortest, kReplay, kCompare };
+void setMode(Mode mode);
 
 // --- For the threads of a scenario.
 
@@ -61,6 +86,9 @@ void sleepUntil(Nanoseconds time);
 /// The clock of the run. It stands still but for deadlines, each of which it reaches in order.
 Nanoseconds now();
 
+/// The clock as the running thread last read it.
+Nanoseconds lastNow();
+
 /// Number of the running thread, in the order of starting.
 std::size_t threadNumber();
 
@@ -69,7 +97,7 @@ std::size_t locksHeld();
 
 /// A wait for a signal.
 struct SignalWait {
-    Nanoseconds begin;
+    Nanoseconds begin;  ///< When the thread last read the clock.
     Nanoseconds deadline;
     bool timedOut;  ///< It ended without any signal.
 };
@@ -77,6 +105,11 @@ struct SignalWait {
 /// The waits of a thread since it called clearWaits().
 std::vector<SignalWait> const& waitsOf(std::size_t thread);
 void clearWaits();
+/// Says whether there are any, which depends on less than what they are.
+bool hasWaited(std::size_t thread);
+
+/// Notes that the running thread reads or writes what a name stands for.
+void touch(std::string const& object, bool isWrite);
 
 /// Breaks the run unless `isTrue`.
 __attribute__((format(printf, 2, 3))) void expect(bool isTrue, char const* format, ...);
@@ -86,11 +119,14 @@ void seen(char const* fact);
 
 // --- For the functions that the libraries call.
 
+/// Number of the run, from 1. An object of the run before is not there any more.
+unsigned long long runNumber();
+
 /// Says whether a thread of a scenario is running. Otherwise the process has one thread and nothing
 /// to lock.
 bool isRunning();
 
-void lock(void const* mutex);
+void lock(void const* mutex, void const* code);  ///< `code` is where.
 void unlock(void const* mutex);
 void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline);
 void signal(void const* condition, bool all);

@@ -1,0 +1,187 @@
+// The functions that the compiler calls for each access to memory, by the thread sanitizer's
+// instrumentation. This file itself is compiled without.
+
+#include "scheduler/Access.h"
+
+#include <dlfcn.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace {
+
+using interleave::noteAccess;
+using interleave::noteAtomic;
+using interleave::noteReferences;
+
+bool acquires(int order) {
+    return order == __ATOMIC_ACQUIRE || order == __ATOMIC_CONSUME || order == __ATOMIC_ACQ_REL ||
+           order == __ATOMIC_SEQ_CST;
+}
+bool releases(int order) {
+    return order == __ATOMIC_RELEASE || order == __ATOMIC_ACQ_REL || order == __ATOMIC_SEQ_CST;
+}
+
+/// Says whether an access is one of those with which the standard library counts references. A
+/// relaxed one may be another's, but to anything else than such accesses both are the same.
+template <typename Number>
+bool isReferences(Number const volatile* /*number*/, int order, int ofCount) {
+    return std::is_same_v<Number, std::uint32_t> && order == ofCount;
+}
+int const volatile* asCount(void const volatile* number) {
+    return static_cast<int const volatile*>(number);
+}
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the compiler's.
+#define CODE __builtin_return_address(0)
+#define PLAIN(size)                                                                             \
+    void __tsan_read##size(void const* memory) { noteAccess(memory, size, false, true, CODE); } \
+    void __tsan_write##size(void const* memory) { noteAccess(memory, size, true, true, CODE); } \
+    void __tsan_unaligned_read##size(void const* memory) {                                      \
+        noteAccess(memory, size, false, true, CODE);                                            \
+    }                                                                                           \
+    void __tsan_unaligned_write##size(void const* memory) {                                     \
+        noteAccess(memory, size, true, true, CODE);                                             \
+    }
+#define NOTE(bits, isRead, isWrite)                                                        \
+    noteAtomic({const_cast<std::uint##bits##_t const*>(memory), bits / 8, isRead, isWrite, \
+                isRead && acquires(order), isWrite && releases(order), CODE})
+#define CHANGE(bits, name)                                                                   \
+    std::uint##bits##_t __tsan_atomic##bits##_##name(std::uint##bits##_t volatile* memory,   \
+                                                     std::uint##bits##_t value, int order) { \
+        NOTE(bits, true, true);                                                              \
+        return __atomic_##name(memory, value, __ATOMIC_SEQ_CST);                             \
+    }
+// Of the standard library's loop that takes a reference, if there is one, the first round succeeds.
+#define COMPARE(bits, name)                                                                  \
+    bool __tsan_atomic##bits##_compare_exchange_##name(                                      \
+        std::uint##bits##_t volatile* memory, std::uint##bits##_t* expected,                 \
+        std::uint##bits##_t value, int order, int) {                                         \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {      \
+            noteReferences(asCount(memory), 1, true, CODE);                                  \
+            *expected = *memory;                                                             \
+            return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;     \
+        }                                                                                    \
+        NOTE(bits, true, true);                                                              \
+        return __atomic_compare_exchange_n(memory, expected, value, false, __ATOMIC_SEQ_CST, \
+                                           __ATOMIC_SEQ_CST);                                \
+    }
+#define ATOMIC(bits)                                                                            \
+    std::uint##bits##_t __tsan_atomic##bits##_load(std::uint##bits##_t const volatile* memory,  \
+                                                   int order) {                                 \
+        if (isReferences(memory, order, __ATOMIC_RELAXED)) {                                    \
+            noteReferences(asCount(memory), 0, false, CODE);                                    \
+        } else {                                                                                \
+            NOTE(bits, true, false);                                                            \
+        }                                                                                       \
+        return __atomic_load_n(memory, __ATOMIC_SEQ_CST);                                       \
+    }                                                                                           \
+    std::uint##bits##_t __tsan_atomic##bits##_fetch_add(std::uint##bits##_t volatile* memory,   \
+                                                        std::uint##bits##_t value, int order) { \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                                    \
+            noteReferences(asCount(memory), static_cast<int>(value), false, CODE);              \
+        } else {                                                                                \
+            NOTE(bits, true, true);                                                             \
+        }                                                                                       \
+        return __atomic_fetch_add(memory, value, __ATOMIC_SEQ_CST);                             \
+    }                                                                                           \
+    void __tsan_atomic##bits##_store(std::uint##bits##_t volatile* memory,                      \
+                                     std::uint##bits##_t value, int order) {                    \
+        NOTE(bits, false, true);                                                                \
+        __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                                      \
+    }                                                                                           \
+    CHANGE(bits, exchange_n)                                                                    \
+    std::uint##bits##_t __tsan_atomic##bits##_exchange(std::uint##bits##_t volatile* memory,    \
+                                                       std::uint##bits##_t value, int order) {  \
+        return __tsan_atomic##bits##_exchange_n(memory, value, order);                          \
+    }                                                                                           \
+    CHANGE(bits, fetch_sub)                                                                     \
+    CHANGE(bits, fetch_and)                                                                     \
+    CHANGE(bits, fetch_or)                                                                      \
+    COMPARE(bits, strong)                                                                       \
+    COMPARE(bits, weak)
+
+extern "C" {
+
+void __tsan_init() { interleave::noteInstrumented(CODE); }
+void __tsan_func_entry(void*) {}
+void __tsan_func_exit() {}
+void __tsan_vptr_read(void const* memory) { noteAccess(memory, 8, false, true, CODE); }
+void __tsan_vptr_update(void const* memory, void const*) {
+    noteAccess(memory, 8, true, true, CODE);
+}
+void __tsan_read_range(void const* memory, std::size_t size) {
+    noteAccess(memory, size, false, true, CODE);
+}
+void __tsan_write_range(void const* memory, std::size_t size) {
+    noteAccess(memory, size, true, true, CODE);
+}
+PLAIN(1)
+PLAIN(2)
+PLAIN(4)
+PLAIN(8)
+PLAIN(16)
+ATOMIC(8)
+ATOMIC(16)
+ATOMIC(32)
+ATOMIC(64)
+// NOLINTEND(bugprone-reserved-identifier)
+
+}  // extern "C"
+
+#undef PLAIN
+
+// The standard library's own code is not instrumented: a map changes its header and the nodes
+// beside the one that comes or goes.
+
+#include <bits/stl_tree.h>
+
+namespace {
+
+template <typename Function>
+Function* theirs(char const* name, Function* /*like*/) {
+    void* const symbol = dlsym(RTLD_NEXT, name);
+    Function* function = nullptr;
+    std::memcpy(&function, &symbol, sizeof function);
+    return function;
+}
+
+void noteTree(std::_Rb_tree_node_base const* node, std::_Rb_tree_node_base const& header,
+              void const* code) {
+    noteAccess(&header, sizeof header, true, true, code);
+    using Node = std::_Rb_tree_node_base const*;
+    for (Node const near :
+         std::array<Node, 4>{node, node->_M_parent, node->_M_left, node->_M_right}) {
+        if (near != nullptr) {
+            noteAccess(near, sizeof *near, true, true, code);
+        }
+    }
+}
+
+}  // namespace
+
+namespace std {
+
+void _Rb_tree_insert_and_rebalance(bool const left, _Rb_tree_node_base* node,
+                                   _Rb_tree_node_base* parent, _Rb_tree_node_base& header) throw() {
+    static auto* const insert =
+        theirs("_ZSt29_Rb_tree_insert_and_rebalancebPSt18_Rb_tree_node_baseS0_RS_",
+               &_Rb_tree_insert_and_rebalance);
+    insert(left, node, parent, header);
+    noteTree(node, header, CODE);
+}
+
+_Rb_tree_node_base* _Rb_tree_rebalance_for_erase(_Rb_tree_node_base* const node,
+                                                 _Rb_tree_node_base& header) throw() {
+    static auto* const erase =
+        theirs("_ZSt28_Rb_tree_rebalance_for_erasePSt18_Rb_tree_node_baseRS_",
+               &_Rb_tree_rebalance_for_erase);
+    noteTree(node, header, CODE);
+    return erase(node, header);
+}
+
+}  // namespace std
