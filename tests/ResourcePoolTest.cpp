@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <future>
+#include <sstream>
 
 #include "tvhw_crm.h"
 
@@ -366,6 +367,21 @@ TEST_F(ResourcePoolTest, TheCoresOfAnEarlierPoolAreKeptAndNotAskedFor) {
     pool().setCores({kSmallCore, kLargeCore});
     EXPECT_EQ(pool().describe().find("old "), std::string::npos) << "both are in the new pool";
     EXPECT_EQ(next(ask(open(), kDecoder, 0, true)), "-16");
+}
+
+TEST_F(ResourcePoolTest, TheTablesFitATerminal) {
+    start({{1, false, 65535, 65535}});
+    int const client =
+        pool().openClient("test", {4194304, std::string(200, 'x'), 0}, INT32_MAX - 1);
+    auto const number = pool().request(client, kDecoder, false, 0);
+    EXPECT_EQ(next(number), "0");
+    Number const waiting = ask(open(), kDecoder);
+    EXPECT_NE(next(waiting), "0");
+    gNow += std::chrono::hours(10000);
+    std::istringstream lines(pool().describe());
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80U) << line;
+    }
 }
 
 TEST_F(ResourcePoolTest, NoIdIsGivenOutTwice) {

@@ -44,13 +44,12 @@ public:
 
     int open(std::string const& name, TVHW_CRM_RECLAIM_CALLBACK function, void* cookie,
              int& client) override {
-        std::string service;
-        int code = 0;
-        int id = 0;
+        std::tuple<int, int, std::string> opened;
+        auto const& [code, id, service] = opened;
         int const above = mLastClient;
         int const failure =
             callOr([this](int, int late, std::string const&) { notify("CloseClient", late); },
-                   "OpenClient", kCallPatience, std::tie(code, id, service), name, above);
+                   "OpenClient", kCallPatience, opened, name, above);
         if (failure != 0 || code != 0) {
             return failure != 0 ? failure : code;
         }
@@ -66,8 +65,8 @@ public:
             return ResourcePool::kInvalid;
         }
         // What a service that has gone since gave out is not held any longer.
-        int code = 0;
-        call("CloseClient", kCallPatience, std::tie(code), client);
+        std::tuple<int> code;
+        call("CloseClient", kCallPatience, code, client);
         return 0;
     }
 
@@ -77,12 +76,12 @@ public:
     }
 
     int acquire(int client, ResourcePool::Request const& request, bool tryOnly) override {
-        auto const end = Clock::now() + ResourcePool::kPatience + kCallPatience;
-        int code = 0;
+        auto const patience = ResourcePool::kPatience + kCallPatience;
+        auto const end = Clock::now() + patience;
+        std::tuple<int> code;
         int const result =
-            callFor(client, "Acquire", ResourcePool::kPatience + kCallPatience, std::tie(code),
-                    request.display, request.encoder, request.codecType, request.width,
-                    request.height, tryOnly, tReclaim);
+            callFor(client, "Acquire", patience, code, request.display, request.encoder,
+                    request.codecType, request.width, request.height, tryOnly, tReclaim);
         if (result == ResourcePool::kNoService && Clock::now() >= end && forget(client)) {
             notify("CloseClient", client);  // It holds nothing, should the service ever go on.
         }
@@ -90,27 +89,23 @@ public:
     }
 
     int describe(int client, TVHW_CRM_RESOURCE& resource) override {
-        int code = 0;
-        int core = 0;
-        int port = 0;
-        int maxWidth = 0;
-        int maxHeight = 0;
-        int const result = callFor(client, "GetHolding", kCallPatience,
-                                   std::tie(code, core, port, maxWidth, maxHeight));
+        std::tuple<int, int, int, int, int> held;
+        int const result = callFor(client, "GetHolding", kCallPatience, held);
         if (result == 0) {
+            auto const& [code, core, port, maxWidth, maxHeight] = held;
             resource = {core, port, {}, maxWidth, maxHeight, {}};
         }
         return result;
     }
 
     int giveBack(int client) override {
-        int code = 0;
-        return callFor(client, "GiveBack", kCallPatience, std::tie(code));
+        std::tuple<int> code;
+        return callFor(client, "GiveBack", kCallPatience, code);
     }
 
     bool allowsForcedAcquire(int pid) override {
-        bool allows = false;
-        return call("AllowsForcedAcquire", kCallPatience, std::tie(allows), pid) == 0 && allows;
+        std::tuple<bool> allows;
+        return call("AllowsForcedAcquire", kCallPatience, allows, pid) == 0 && std::get<0>(allows);
     }
 
     void onProcessReclaimed(int pid) override { notify("NotifyReclaimed", pid); }
@@ -118,8 +113,9 @@ public:
     void onReclaimedClientReleased(int pid) override { notify("NotifyReleased", pid); }
 
     std::string status() {
-        std::string text;
-        return call("Status", kCallPatience, std::tie(text)) == 0 ? text : "There is no service.\n";
+        std::tuple<std::string> text("There is no service.\n");
+        call("Status", kCallPatience, text);
+        return std::get<0>(text);
     }
 
 private:
@@ -142,7 +138,7 @@ private:
     /// has not answered in time; `late` is called with an answer that comes even later.
     template <typename Late, typename... Results, typename... Arguments>
     int callOr(Late const& late, std::string const& method, Clock::duration patience,
-               std::tuple<Results&...> results, Arguments const&... arguments) {
+               std::tuple<Results...>& results, Arguments const&... arguments) {
         auto const end = Clock::now() + patience;
         auto const bus = connect(end);
         if (bus == nullptr) {
@@ -177,15 +173,12 @@ private:
             return ResourcePool::kNoService;
         }
         auto const values = answer.get();
-        if (!values) {
-            return ResourcePool::kNoService;
-        }
-        results = *values;
-        return 0;
+        results = values.value_or(results);
+        return values ? 0 : ResourcePool::kNoService;
     }
 
     template <typename... Results, typename... Arguments>
-    int call(std::string const& method, Clock::duration patience, std::tuple<Results&...> results,
+    int call(std::string const& method, Clock::duration patience, std::tuple<Results...>& results,
              Arguments const&... arguments) {
         return callOr([](Results const&...) {}, method, patience, results, arguments...);
     }
@@ -193,7 +186,7 @@ private:
     /// The same for a client of this process, and returns the code that is the first result.
     template <typename... Results, typename... Arguments>
     int callFor(int client, std::string const& method, Clock::duration patience,
-                std::tuple<Results&...> results, Arguments const&... arguments) {
+                std::tuple<Results...>& results, Arguments const&... arguments) {
         if (!isOpen(client)) {
             return ResourcePool::kInvalid;
         }

@@ -128,10 +128,7 @@ int reclaim(std::string const& client, bool byForce) {
 /// Says in a user's words what went wrong on the bus.
 std::string reasonOf(sdbus::Error const& error) {
     std::string const name = error.getName();
-    auto const is = [&](char const* end) {
-        return name.rfind(end) != std::string::npos &&
-               name.rfind(end) + std::string(end).size() == name.size();
-    };
+    auto const is = [&](char const* part) { return name.find(part) != std::string::npos; };
     return is("FileExists")                 ? "there is already a service on this bus"
            : is("ServiceUnknown")           ? "there is no service on this bus"
            : is("NoReply") || is("Timeout") ? "the service does not answer"
