@@ -26,8 +26,8 @@ _BY_COLUMN = rf'(?:\S+ +)?(?P<pid>\d+) +(?P<tid>\d+) {_PRIORITY} (?P<tag>.*?) *:
 # Seconds of fewer than three columns are the rest of a line that lost its beginning.
 FORMS = {name: re.compile(form) for name, form in (
     ('threadtime', rf'{_CLOCK}\s+{_BY_COLUMN}'),
-    ('time', rf'{_CLOCK} {_PRIORITY}/(?P<tag>.*?) *\( *(?P<pid>\d+)\):{_MESSAGE}'),
-    ('brief', rf'{_PRIORITY}/(?P<tag>.*?) *\( *(?P<pid>\d+)\):{_MESSAGE}'),
+    ('time', rf'{_CLOCK} {_PRIORITY}/(?P<tag>.*?) *\( *(?:\w+: *)?(?P<pid>\d+)\):{_MESSAGE}'),
+    ('brief', rf'{_PRIORITY}/(?P<tag>.*?) *\( *(?:\w+: *)?(?P<pid>\d+)\):{_MESSAGE}'),
     ('epoch, monotonic', rf'(?=[ \d]{{3}}) *(?P<clock>\d+)\.(?P<part>\d{{3,9}})\s+{_BY_COLUMN}'),
     ('long', rf'\[ {_CLOCK} +(?P<pid>\d+): *(?P<tid>\d+) {_PRIORITY}/(?P<tag>.*?) *\]$'),
     ('tag', rf'{_PRIORITY}/(?P<tag>[^(:]*?) *:{_MESSAGE}'),
@@ -67,15 +67,13 @@ class Source:
         self._is_astray = False
         self._header = None  # Of the form "long".
 
-    def _parse(self, text):
-        match = FORMS[self._form].match(text)
-        if match is None:
-            for name, form in FORMS.items():
-                match = form.match(text)
-                if match is not None:
-                    self._form = name
-                    break
-        return match
+    def _other_form(self, text):
+        for name, form in FORMS.items():
+            match = form.match(text)
+            if match is not None:
+                self._form = name
+                return match
+        return None
 
     def _seconds(self, clock, fraction):
         if clock != self._second[0]:
@@ -151,7 +149,7 @@ class Source:
             yield line
 
     def _fill(self, line, text):
-        match = self._parse(text)
+        match = FORMS[self._form].match(text) or self._other_form(text)
         is_header = match is not None and self._form == 'long'
         if is_header:
             self._header = match
@@ -170,7 +168,7 @@ class Source:
         else:
             line.time, line.clock = None, ''
         line.pid, line.tid = int(pid or 0), int(tid or 0)
-        line.message = text if match is self._header else message or ''
+        line.message = text if match is self._header else (message or '').strip()
 
 
 def opened(paths):

@@ -121,7 +121,6 @@ def _number(text):
         return text
 
 
-@functools.lru_cache(maxsize=4096)
 def event_of(tag, text):
     """Returns the tag, event, level and values that a message tells of, or None. An empty tag, as in a
     form without tags, is told by the message, if that is one tag's only. A call, which only the host
@@ -141,6 +140,11 @@ def event_of(tag, text):
         kind, address, operation, arguments, entered, result, taken = match.groups()
         return (CODEC if kind else PLATFORM, 'codec_call' if kind else 'platform_call', CALL_LEVEL,
                 (kind, address, operation, arguments, None if entered else int(result), int(taken or 0)))
+    return _event_of_library(tag, text)
+
+
+@functools.lru_cache(maxsize=4096)
+def _event_of_library(tag, text):
     whole, end = _OF_TAG[tag]
     match = whole.match(text) or end.search(text)
     if match is None:

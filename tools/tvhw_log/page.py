@@ -28,7 +28,7 @@ class Page:
 
     def interval(self, track, what, text, begin, end, life, arguments):
         key = (track[1].pid, 0, track[1].number) if track[0] == 'life' else (track[1], 1, track[2])
-        self._tracks.setdefault(key, track[1])
+        self._tracks[key] = track[1].name if track[0] == 'life' else f'thread {track[2]}'
         details = ', '.join(f'{name} {value}' for name, value in arguments.items() if value != '')
         self._keep('bars', self._bars[what in ('call', 'platform')], KEPT_BARS,
                    [key, what, f'{text} ({details})' if details else text, begin, end])
@@ -52,8 +52,7 @@ class Page:
         data.update(
             files=[source.name for source in sources], left_out=self._left_out,
             clock=history.first.clock, span=max(history.last.time - start, 1e-3),
-            tracks=[[f'{self._tracks[key].name}' if key[1] == 0 else f'thread {key[2]}', key[0], key[1]]
-                    for key in tracks],
+            tracks=[[self._tracks[key], key[0], key[1]] for key in tracks],
             bars=[[rows[key], what, text, round(begin - start, 6), round(end - start, 6)]
                   for key, what, text, begin, end in self._bars[False] + self._bars[True]],
             lives=[{'who': life.who, 'state': state_of(life, history.process(life.pid).has_calls),
@@ -61,7 +60,10 @@ class Page:
                                 sorted(life.moments, key=lambda moment: moment[0].time)]
                     + ([['', calls_of(life)]] if life.calls else [])} for life in history.lives],
             log=[[line.file, line.number, line.raw[:2000], round(line.time - start, 6)] for line in lines])
-        page = (pathlib.Path(__file__).parent / 'page.html').read_text(encoding='utf-8')
-        text = json.dumps(data, separators=(',', ':')).replace('<', '\\u003c')
+        page = (pathlib.Path(__file__).parent / 'page.html').read_text(encoding='utf-8').split('"DATA"')
         with open(path, 'w', encoding='utf-8') as file:
-            file.write(page.replace('"DATA"', text))
+            file.write(page[0] + '{')
+            for place, (name, value) in enumerate(data.items()):  # Not all at once: it may be long.
+                text = json.dumps({name: value}, separators=(',', ':')).replace('<', '\\u003c')
+                file.write((',' if place else '') + text[1:-1])
+            file.write('}' + page[1])
