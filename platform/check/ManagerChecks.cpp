@@ -208,12 +208,18 @@ struct Client {
 
 using Clients = std::vector<std::unique_ptr<Client>>;
 
+/// What a client asks for.
+using Acquire = int (*)(Client&);
 int core(Client& client) { return client.acquire(); }
 int port(Client& client) { return client.acquirePort(); }
 int encoder(Client& client) { return client.acquire(coreRequest("video/avc", true)); }
 
+bool isGranted(Held const& held, Acquire acquire) {
+    return acquire == port ? held.isPort() : held.isCore();
+}
+
 /// How many clients get something while nobody gives anything up; kMostCores when it never ends.
-std::size_t countFree(int (*acquire)(Client&)) {
+std::size_t countFree(Acquire acquire) {
     Clients holders;
     do {
         holders.push_back(std::make_unique<Client>());
@@ -228,7 +234,7 @@ std::size_t countFree(int (*acquire)(Client&)) {
 
 /// Clients that hold all that is free, and answer a reclaim with `answer`. None of them has refused
 /// before, since a manager may remember that.
-Clients holdAll(int answer, int (*acquire)(Client&) = core) {
+Clients holdAll(int answer, Acquire acquire = core) {
     std::size_t const count = countFree(acquire);
     Clients holders;
     for (std::size_t each = 0; each < count; ++each) {
@@ -256,7 +262,9 @@ int asked(Clients const& clients) {
 
 /// A core that a-core-is-granted misses is no fault of the other checks.
 Outcome noCore() { return skipped("no core is granted to try it with"); }
-Outcome noPort() { return skipped("no display port is granted to try it with"); }
+Outcome none(Acquire acquire) {
+    return acquire == port ? skipped("no display port is granted to try it with") : noCore();
+}
 
 /// Lets all holders' callbacks do `inside` while a newcomer takes one of their cores; then looks
 /// at the holder that was asked, the newcomer and the result of its request.
@@ -285,23 +293,21 @@ Outcome duringReclaim(std::function<int(Client&)> const& inside, Check const& ch
 int nothing(Client&) { return 0; }
 
 /// Whether a client that opens now gets what another has given back, nobody being asked.
-Outcome isFree(Clients const& holders, int result, int (*acquire)(Client&)) {
+Outcome isFree(Clients const& holders, int result, Acquire acquire) {
     Client newcomer;
     int const request = acquire(newcomer);
     auto const held = newcomer.held();
-    auto const isHeld = [&](Held const& each) {
-        return acquire == core ? each.isCore() : each.isPort();
-    };
     long long keep = 0;
     for (auto const& holder : holders) {
         if (holder->handle != nullptr) {
             auto const its = holder->held();
             bool const isShared =
                 acquire == port && its.resource.videoPort == held.resource.videoPort;
-            keep += isHeld(its) && !isShared ? 1 : 0;
+            keep += isGranted(its, acquire) && !isShared ? 1 : 0;
         }
     }
-    bool const isWell = result == 0 && request == 0 && asked(holders) == 0 && isHeld(held) &&
+    bool const isWell = result == 0 && request == 0 && asked(holders) == 0 &&
+                        isGranted(held, acquire) &&
                         keep + 1 == static_cast<long long>(holders.size());
     return outcome(isWell, values({{"result", result},
                                    {"newcomer's request", request},
@@ -311,11 +317,11 @@ Outcome isFree(Clients const& holders, int result, int (*acquire)(Client&)) {
 }
 
 /// Lets a client give back with `giveBack` while all others keep theirs.
-Outcome givesBack(int (*acquire)(Client&), int (*giveBack)(Client&), bool isStillOpen) {
+Outcome givesBack(Acquire acquire, int (*giveBack)(Client&), bool isStillOpen) {
     auto const free = static_cast<long long>(countFree(acquire));
     auto holders = holdAll(0, acquire);
     if (free == 0) {
-        return acquire == core ? noCore() : noPort();
+        return none(acquire);
     }
     auto const again = static_cast<long long>(holders.size());
     if (again < free) {
@@ -346,6 +352,24 @@ Outcome aHundredTimes(Once const& once) {
     return outcome(done == kMany, values({{"times", done}, {"result", result}}));
 }
 
+/// A refusal that says of itself that the chip has no such core.
+bool isLacking(int result) { return result == -EOPNOTSUPP; }
+
+Outcome givesBackEachTime(Acquire acquire) {
+    auto const once = [&](int round) {
+        Client next;
+        next.answer = 0;
+        if (acquire == port && round % 3 == 0) {
+            next.acquire();
+        }
+        int const result = acquire(next);
+        return result != 0 || round % 2 == 0 ? result : next.release();
+    };
+    int const first = once(0);
+    return isLacking(first) || (first != 0 && acquire != port) ? none(acquire)
+                                                               : aHundredTimes(once);
+}
+
 constexpr char const* kMimeTypes[] = {"video/avc",  "video/hevc",          "video/x-vnd.on2.vp9",
                                       "video/av01", "video/mp4v-es",       "video/mpeg2",
                                       "video/3gpp", "video/mjpeg",         "video/dolby-vision",
@@ -369,9 +393,6 @@ Outcome mimeTypes() {
     return outcome(isWell && isAvc,
                    came + "the chip lacks:" + (lacking.empty() ? " none" : lacking));
 }
-
-/// A refusal that says of itself that the chip has no such core.
-bool isLacking(int result) { return result == -EOPNOTSUPP; }
 
 Outcome decoderCore() {
     if (gLacking.decoder) {
@@ -507,7 +528,7 @@ Outcome keepsPort() {
     first.answer = 0;
     int const result = first.acquirePort();
     if (isLacking(result)) {
-        return noPort();
+        return none(port);
     }
 
     int const again = first.acquirePort();
@@ -575,10 +596,10 @@ Outcome tryForm() {
                    values({{"request", result}}) + ", " + held.text());
 }
 
-Outcome refusesAll(int (*acquire)(Client&)) {
+Outcome refusesAll(Acquire acquire) {
     auto const holders = holdAll(0, acquire);
     if (holders.empty()) {
-        return acquire == port ? noPort() : noCore();
+        return none(acquire);
     }
     Client newcomer;
     int const result = acquire(newcomer);
@@ -586,8 +607,7 @@ Outcome refusesAll(int (*acquire)(Client&)) {
     int const tried = acquire == core ? newcomer.tryAcquire() : result;
     long long keep = 0;
     for (auto const& holder : holders) {
-        auto const held = holder->held();
-        keep += acquire == port ? held.isPort() : held.isCore();
+        keep += isGranted(holder->held(), acquire) ? 1 : 0;
     }
     auto const all = static_cast<long long>(holders.size());
     auto const held = newcomer.held();
@@ -784,46 +804,12 @@ Checks managerChecks() {
          [] { return givesBack(port, freeClient, false); }},
         {kMust, "cores-are-given-back-each-time",
          "100 times a core by a new client, freed, or released and freed", "0 each time",
-         [] {
-             Client client;
-             if (client.acquire() != 0) {
-                 return noCore();
-             }
-             client.free();
-             return aHundredTimes([](int round) {
-                 Client next;
-                 next.answer = 0;
-                 int const result = next.acquire();
-                 return result != 0 || round % 2 == 0 ? result : next.release();
-             });
-         }},
+         [] { return givesBackEachTime(core); }},
         {kMust, "ports-are-given-back-each-time",
-         "100 times a display port, each third time after a core, by a new client, freed, or "
-         "released and freed",
-         "0 each time",
-         [] {
-             auto const once = [](int round) {
-                 Client next;
-                 next.answer = 0;
-                 if (round % 3 == 0) {
-                     next.acquire();
-                 }
-                 int const result = next.acquirePort();
-                 return result != 0 || round % 2 == 0 ? result : next.release();
-             };
-             return isLacking(once(0)) ? noPort() : aHundredTimes(once);
-         }},
-        {kMust, "encoders-are-given-back-each-time",
-         "100 times an encoder core by a new client, freed, or released and freed", "0 each time",
-         [] {
-             auto const once = [](int round) {
-                 Client next;
-                 next.answer = 0;
-                 int const result = next.acquire(coreRequest("video/avc", true));
-                 return result != 0 || round % 2 == 0 ? result : next.release();
-             };
-             return once(0) == 0 ? aHundredTimes(once) : noCore();
-         }},
+         "the same with display ports, each third time after a core", "0 each time",
+         [] { return givesBackEachTime(port); }},
+        {kMust, "encoders-are-given-back-each-time", "the same with encoder cores", "0 each time",
+         [] { return givesBackEachTime(encoder); }},
         {kMust, "a-core-and-a-port-at-once",
          "two clients ask for a core, then for a display port; nobody gives up anything",
          "0, and of the ports 1 and 2 one each or a refusal for the second; the cores as before",
