@@ -132,13 +132,15 @@ CallOfThread& callOfThread() {
             hasEnded = true;
         }
     };
-    if (tCall == nullptr) {
-        tCall = &gCalls.claim(&tCall);
-        if (!hasEnded) {
-            thread_local Owner const owner;
-        }
+    if (tCall != nullptr) {
+        return *tCall;
     }
-    return *tCall;
+    CallOfThread& call = gCalls.claim(&tCall);
+    tCall = &call;
+    if (!hasEnded) {
+        thread_local Owner const owner;
+    }
+    return call;
 }
 
 void noteWrapper(void const* wrapper) { enter(gWrappers.claim(wrapper), State::kNew); }

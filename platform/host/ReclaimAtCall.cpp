@@ -20,8 +20,9 @@ std::atomic<std::uint64_t> gCount{0};  ///< Calls of the operation so far.
 void reclaim(std::chrono::milliseconds patience) {
     auto* const reclaimer = gReclaimer.load();
     if (reclaimer == nullptr) {
-        std::fputs("KVO_HOST_RECLAIM: only the resource manager within the process can do that\n",
-                   stderr);
+        static_cast<void>(std::fputs(
+            "KVO_HOST_RECLAIM: only the resource manager within the process can do that\n",
+            stderr));
         std::_Exit(2);
     }
     std::packaged_task<void()> task(reclaimer);

@@ -63,15 +63,22 @@ bool isPortSet(TVHW_CRM_RESOURCE resource) {
     return ports >= TVHW_CRM_VIDEO_PORT_0 && ports <= TVHW_CRM_VIDEO_PORT_ALL && isZero(resource);
 }
 
-/// The clients that are open. Tells of those that still are when the process ends, after the
-/// destructors of the program's own static objects; a forked process has not opened its parent's.
+/// The clients that are open, each with the process that opened it: a forked one has not opened its
+/// parent's. Never destroyed.
 class OpenClients {
 public:
-    OpenClients() = default;
-    OpenClients(OpenClients const&) = delete;
-    OpenClients& operator=(OpenClients const&) = delete;
-    ~OpenClients() {
-        mHaveEnded = true;
+    void add(int client) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPids[client] = getpid();
+    }
+
+    void remove(int client) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPids.erase(client);
+    }
+
+    void tell() {
+        std::lock_guard<std::mutex> const lock(mMutex);
         for (auto const& [client, pid] : mPids) {
             if (pid == getpid()) {
                 tellMisuse(Misuse::kClientLeftOpen,
@@ -80,23 +87,23 @@ public:
         }
     }
 
-    void add(int client) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mPids[client] = getpid();
-    }
-
-    void remove(int client) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (!mHaveEnded) {
-            mPids.erase(client);
-        }
-    }
-
 private:
     std::mutex mMutex;
-    std::map<int, int> mPids;  ///< By client: the process that opened it.
-    bool mHaveEnded = false;
-} gOpenClients;
+    std::map<int, int> mPids;  ///< By client.
+};
+
+OpenClients& openClients() {
+    static OpenClients& theClients = *new OpenClients;
+    return theClients;
+}
+
+/// Tells of open clients after the destructors of the program's own static objects.
+struct TellAtExit {
+    TellAtExit() = default;
+    TellAtExit(TellAtExit const&) = delete;
+    TellAtExit& operator=(TellAtExit const&) = delete;
+    ~TellAtExit() { openClients().tell(); }
+} const gTellAtExit;
 
 int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request,
             bool tryOnly) {
@@ -145,7 +152,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* na
             int const result = resourceManager().open(name, reclaim, cookie, id);
             if (result == 0) {
                 *client = kvo::host::handleOf(id);
-                kvo::host::gOpenClients.add(id);
+                kvo::host::openClients().add(id);
             }
             return result;
         });
@@ -155,7 +162,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
     auto* const handle = client == nullptr ? nullptr : *client;
     PlatformCall call("TVHW_CRM_ClientFree", named(handle));
     return call.performAnyhow([&] {
-        kvo::host::gOpenClients.remove(idOf(handle));
+        kvo::host::openClients().remove(idOf(handle));
         int const result = resourceManager().close(idOf(handle));
         if (client != nullptr && result == 0 && !call.fails()) {
             *client = nullptr;  // A failed call leaves the caller's handle as it is.
