@@ -239,6 +239,10 @@ int runProgram(std::vector<std::string> const& arguments) {
         return refuse(mistake);
     }
     choose(subsystems, options);
+    if (std::all_of(subsystems.begin(), subsystems.end(),
+                    [](Subsystem const& subsystem) { return subsystem.checks.empty(); })) {
+        return refuse("no such check in " + options.only);
+    }
     if (!options.listsOnly) {
         return runAll(subsystems, options);
     }

@@ -50,7 +50,8 @@ class Answers(unittest.TestCase):
 
     def test_wrong_arguments(self):
         for wrong in (["--only"], ["--only", "rocket"], ["--repeat", "0"], ["--repeat", "2x"],
-                      ["no-such-check"], ["--fast"]):
+                      ["no-such-check"], ["--fast"],
+                      ["--only", "panel", "free-succeeds"]):
             ended = run(*wrong)
             self.assertEqual((ended.returncode, ended.stdout), (2, ""))
             self.assertRegex(ended.stderr, r"^tvhw-platform-check: .*; see --help\n$")
