@@ -24,13 +24,14 @@ void tellOverlap(void const* wrapper, char const* operation);
 void noteConfigured(void const* wrapper, char const* operation,
                     media::hardware::Configuration const& config, media::hardware::Status status);
 
-/// Returns what `configure` returns, a configure operation of a wrapper that is given `config`.
+/// Returns what `configure` returns, a configure operation of a wrapper that is given `config`; it
+/// is passed its name.
 template <typename Configure>
 media::hardware::Return<void> configuring(void const* wrapper, char const* operation,
                                           media::hardware::Configuration const& config,
                                           Configure const& configure) {
     tellOverlap(wrapper, operation);
-    media::hardware::Return<void> result = configure();
+    media::hardware::Return<void> result = configure(operation);
     noteConfigured(wrapper, operation, config, result.status());
     return result;
 }

@@ -291,7 +291,8 @@ Settings settingsWith(std::string const& file) {
         }
         auto const equals = std::min(line.find('='), line.size());
         std::string const name = line.substr(0, equals);
-        std::string const place = file + ":" + std::to_string(number) + ": " + line + ": ";
+        std::string place = file;
+        place.append(":").append(std::to_string(number)).append(": ").append(line).append(": ");
         auto const variable =
             std::find_if(kVariables.begin(), kVariables.end(),
                          [&](Variable const& known) { return known.name == name; });

@@ -21,7 +21,7 @@ VideoDecoderClientWrapper::~VideoDecoderClientWrapper() {
 
 Return<void> VideoDecoderClientWrapper::configureTunnelMode(CodecType type,
                                                             Configuration const& config) {
-    return host::configuring(this, __func__, config, [&, name = __func__] {
+    return host::configuring(this, __func__, config, [&](char const* name) {
         return forward(this, mClient, name, &IVideoDecoderClient::configureTunnelMode, type,
                        config);
     });
@@ -29,7 +29,7 @@ Return<void> VideoDecoderClientWrapper::configureTunnelMode(CodecType type,
 
 Return<void> VideoDecoderClientWrapper::configureReferenceMode(CodecType type,
                                                                Configuration const& config) {
-    return host::configuring(this, __func__, config, [&, name = __func__] {
+    return host::configuring(this, __func__, config, [&](char const* name) {
         return forward(this, mClient, name, &IVideoDecoderClient::configureReferenceMode, type,
                        config);
     });
@@ -37,14 +37,14 @@ Return<void> VideoDecoderClientWrapper::configureReferenceMode(CodecType type,
 
 Return<void> VideoDecoderClientWrapper::configurePixelMode(CodecType type,
                                                            Configuration const& config) {
-    return host::configuring(this, __func__, config, [&, name = __func__] {
+    return host::configuring(this, __func__, config, [&](char const* name) {
         return forward(this, mClient, name, &IVideoDecoderClient::configurePixelMode, type, config);
     });
 }
 
 Return<void> VideoDecoderClientWrapper::configureNativeBufferMode(CodecType type,
                                                                   Configuration const& config) {
-    return host::configuring(this, __func__, config, [&, name = __func__] {
+    return host::configuring(this, __func__, config, [&](char const* name) {
         return forward(this, mClient, name, &IVideoDecoderClient::configureNativeBufferMode, type,
                        config);
     });

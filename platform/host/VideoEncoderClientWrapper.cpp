@@ -20,7 +20,7 @@ VideoEncoderClientWrapper::~VideoEncoderClientWrapper() {
 }
 
 Return<void> VideoEncoderClientWrapper::configure(Configuration const& config) {
-    return host::configuring(this, __func__, config, [&, name = __func__] {
+    return host::configuring(this, __func__, config, [&](char const* name) {
         return forward(this, mClient, name, &IVideoEncoderClient::configure, config);
     });
 }
