@@ -341,6 +341,19 @@ void staleIds() {
     }
 }
 
+/// Two codecs come, work and go at once.
+template <typename Kind>
+void twoCodecs() {
+    for (char const* const owner : {"first", "second"}) {
+        start(owner, [] {
+            World<Kind> world;
+            world.configure();
+            world.call(Kind::write);
+        });
+    }
+    joinAll();
+}
+
 /// A reclaim between any two platform calls of a configure operation.
 template <typename Kind, int (*kConfigure)(typename Kind::Wrapper&)>
 void configures() {
@@ -424,6 +437,17 @@ void scalerCallback() {
     joinAll();
 }
 
+void scalerConnects() {
+    forgetScalerInitialisation();
+    Listening listening;
+    VideoScalerClientTvhwImpl scaler(0);
+    auto const listener = std::make_shared<Listener>(listening);
+    scaler.setCallback(listener);
+    start("reporter", [&] { scaler.bbdCallbackRegion({}); });
+    start("owner", [&] { scaler.connect({}); });
+    joinAll();
+}
+
 /// The first attempt fails.
 void twoScalers() {
     forgetScalerInitialisation();
@@ -473,6 +497,7 @@ void addCodec(std::string const& kind, std::vector<Scenario>& all) {
                            {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed}));
     all.push_back(scenario(kind + "-reconfigures", ownerReconfigures<Kind>, {kIsRefused, kWaits}));
     all.push_back(scenario(kind + "-without-codec", noCodec<Kind>, {kWaits}));
+    all.push_back(scenario(kind + "-two-codecs", twoCodecs<Kind>, {}));
     all.push_back(scenario(kind + "-stale-ids", staleIds<Kind>, {kFindsNoClient}));
 }
 
@@ -482,6 +507,7 @@ std::vector<Scenario> scenarios() {
     using Wrapper = Decoder::Wrapper;
     std::vector<Scenario> all;
     all.push_back(scenario("scaler-callback", scalerCallback, {"a callback is called"}));
+    all.push_back(scenario("scaler-connects", scalerConnects, {"a callback is called"}));
     all.push_back(scenario("two-scalers", twoScalers, {}));
     all.push_back(scenario("two-sinks", twoSinks, {}));
     addCodec<Decoder>("decoder", all);
