@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <fstream>
@@ -259,7 +260,7 @@ TEST_F(ServiceTest, AProcessIsDeadThoughAChildOfItLives) {
 TEST_F(ServiceTest, TheServiceNeitherWaitsNorDiesForItsLog) {
     mService->end(SIGTERM);
     int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
     auto words = service("KVO_MEDIA_LOG_LEVEL=3");
     words.insert(words.begin(),
@@ -284,6 +285,29 @@ TEST_F(ServiceTest, TheServiceNeitherWaitsNorDiesForItsLog) {
     }
     EXPECT_EQ(Client().acquire(), 0);
     EXPECT_EQ(mService->end(SIGTERM), 0);
+}
+
+TEST_F(ServiceTest, AFloodOfRefusalsIsNoFloodOfLines) {
+    mService->end(SIGTERM);
+    std::string const file = gSelf + ".log";
+    std::remove(file.c_str());
+    mService = std::make_unique<Process>(service("KVO_MEDIA_LOG_FILE=" + file));
+    while (Client().opened != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(output(std::string(std::getenv("TVHW_SERVICE")) + " --log-level 2 2>&1"), "");
+    Client client;
+    auto const begin = std::chrono::steady_clock::now();
+    for (int times = 0; times < 1000; ++times) {
+        client.acquire(99999);
+    }
+    auto const seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+    std::ifstream log(file);
+    auto const lines = std::count(std::istreambuf_iterator<char>(log), {}, '\n');
+    EXPECT_GE(lines, 50);
+    EXPECT_LE(lines, 101 * (seconds.count() + 2));
+    std::remove(file.c_str());
 }
 
 TEST_F(ServiceTest, EachCallEndsThoughTheServiceIsStoppedAndLeavesNothing) {
@@ -373,7 +397,9 @@ TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
     EXPECT_EQ(client.core(), 4);
     auto& utils = kvo::media::platform::SystemUtils::getInstance();
     EXPECT_FALSE(utils.allowsForcedAcquire(1));
-    write("KVO_HOST_POOL=decoder:4:1920x1088,decoder:2:1920x1088\nKVO_HOST_POLICY=*=1\n");
+    write(
+        "KVO_HOST_POOL=decoder:4:1920x1088,decoder:2:1920x1088\nKVO_HOST_POLICY=*=1\n"
+        "KVO_HOST_LEAST_HOLD=9999\n");
     mService->signal(SIGHUP);
     while (!utils.allowsForcedAcquire(1)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -381,7 +407,12 @@ TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
     Client other;
     EXPECT_EQ(other.acquire(), 0);
     EXPECT_EQ(other.core(), 2);
+    auto third = std::async(std::launch::async, [] { return Client().acquire(); });
+    EXPECT_EQ(third.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_EQ(client.reclaims + other.reclaims, 0) << "they have not held for long";
     EXPECT_EQ(client.core(), 4);
+    TVHW_CRM_ClientReleaseResource(client.handle);
+    EXPECT_EQ(third.get(), 0);
     std::remove(file.c_str());
 }
 
