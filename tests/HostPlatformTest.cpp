@@ -168,8 +168,9 @@ TEST_F(HostPlatformTest, TheEnvironmentSetsTheFirstState) {
     for (std::string const wrong :
          {"KVO_HOST_POOL=decoder:5:1x1", "KVO_HOST_PANEL=0x1", "KVO_HOST_PROPERTIES=p",
           "KVO_HOST_FAULTS=TVHW_VO_Oper=1", "KVO_HOST_FAULTS=*=1@0", "KVO_HOST_POLICY=a=101",
-          "KVO_HOST_FAULT=TVHW_VO_Open=1", "KVO_MEDIA_LOG_LEVELS=3", "KVO_MEDIA_LOG_LEVEL=A:5",
-          "KVO_MEDIA_LOG_FILE=/nowhere/log"}) {
+          "KVO_HOST_RECLAIM=before:*", "KVO_HOST_RECLAIM=never:*@1", "KVO_HOST_RECLAIM=after:*@0",
+          "KVO_HOST_MISUSE=tell", "KVO_HOST_FAULT=TVHW_VO_Open=1", "KVO_MEDIA_LOG_LEVELS=3",
+          "KVO_MEDIA_LOG_LEVEL=A:5", "KVO_MEDIA_LOG_FILE=/nowhere/log"}) {
         auto const [status, output] = runSet(wrong, "none");
         EXPECT_EQ(status, 2) << wrong;
         EXPECT_EQ(output.substr(0, wrong.size() + 2), wrong + ": ");
