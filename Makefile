@@ -69,6 +69,7 @@ demo: build-dir
 	@[ ! -f build/demo-output/demo.log ] || \
 		tools/tvhw-log --svg build/demo-output/reclaim.svg build/demo-output/demo.log \
 			>build/demo-output/report.txt || [ $$? -eq 1 ]  # There are verdicts.
+	@! grep -s 'HostPlatform: mistake:' build/demo-output/demo.log  # It is a right program.
 	@[ ! -f build/demo-output/demo.log ] || \
 		echo 'build/demo-output/reclaim.svg: a reclaim of this run, drawn from its log by tools/tvhw-log'
 	@examples/several-processes/several-processes build/demo
