@@ -85,7 +85,9 @@ int compareAll(Names const& names, std::uint64_t runs) {
         std::cout << scenario.name << ": " << found.traces << " orders, " << found.outcomes
                   << " outcomes; of " << found.compared << " other runs " << found.newTraces
                   << " have a new order, " << found.newOutcomes << " a new outcome" << std::endl;
-        result = found.isComplete && found.newTraces + found.newOutcomes == 0 ? result : 1;
+        bool const isNew = found.newTraces + found.newOutcomes != 0;
+        std::cout << (found.isComplete ? "" : "  too large to be compared\n");
+        result = found.isComplete && isNew ? 1 : result;
     }
     std::cout << all.size() << " scenarios compared with " << compared
               << " runs of plain searches: " << (result == 0 ? "nothing new" : "SOMETHING NEW")
