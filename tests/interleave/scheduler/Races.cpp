@@ -14,8 +14,10 @@ struct Word {
     std::vector<LibraryAccess> accesses;
 };
 
-/// The threads' heaps and stacks are at the same place in each run, so that there are only so many.
+/// The threads' heaps and stacks are at the same place in each run; what else there is comes and
+/// goes.
 std::vector<Word> gWords(1U << 16U);
+std::size_t gUsed = 0;  ///< Of these.
 std::uint64_t gRun = 0;
 
 Word& find(std::uintptr_t word) {
@@ -25,6 +27,7 @@ Word& find(std::uintptr_t word) {
     }
     Word& found = gWords[index];
     if (found.run != gRun) {
+        gUsed += found.word == 0 ? 1 : 0;
         found.word = word;
         found.run = gRun;
         found.heard = {};
@@ -35,7 +38,13 @@ Word& find(std::uintptr_t word) {
 
 }  // namespace
 
-void forgetAccesses() { ++gRun; }
+void forgetAccesses() {
+    ++gRun;
+    if (gUsed > gWords.size() / 2) {
+        gWords.assign(gWords.size(), {});
+        gUsed = 0;
+    }
+}
 
 LibraryAccess const* findRace(std::uintptr_t word, LibraryAccess const& access,
                               Clock const& clock) {

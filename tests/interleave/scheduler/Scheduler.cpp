@@ -30,7 +30,7 @@ namespace {
 
 constexpr std::size_t kStackSize = 256 * 1024;
 constexpr std::size_t kMaxPoints = 10'000;        ///< Of a run that will end.
-constexpr std::uint64_t kMaxSchedules = 40'000;  ///< With no bound.
+constexpr std::uint64_t kMaxSchedules = 100'000;  ///< With no bound.
 constexpr std::uint64_t kMaxBounded = 3'000'000;
 constexpr unsigned int kBoundOfLarge = 1;  ///< Where these are too few.
 constexpr Nanoseconds kClockBegin = 3'600'000'000'000;
