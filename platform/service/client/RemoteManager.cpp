@@ -324,7 +324,8 @@ private:
         }).detach();
     }
 
-    RemoteManager const* const mOfParent;  ///< Not to be used: its locks may be held for good.
+    /// Not to be used: its locks may be held for good. Kept, so that it counts as no leak.
+    [[maybe_unused]] RemoteManager const* const mOfParent;
     std::mutex mMutex;
     std::condition_variable mConnected;
     bool mIsConnecting = false;

@@ -48,7 +48,7 @@ what it holds, 2 when the option or a setting is wrong.
 /// Lets nobody who reads the log too slowly, or not at all, stop the service. Standard error is
 /// opened anew where that is possible, since others may share how it is open now.
 void neverWaitForTheLog() {
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     int const own = open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
     if (own >= 0) {
         dup2(own, STDERR_FILENO);
@@ -127,7 +127,7 @@ int reclaim(std::string const& client, bool byForce) {
 
 /// Says in a user's words what went wrong on the bus.
 std::string reasonOf(sdbus::Error const& error) {
-    std::string const name = error.getName();
+    std::string const& name = error.getName();
     auto const is = [&](char const* part) { return name.find(part) != std::string::npos; };
     return is("FileExists")                 ? "there is already a service on this bus"
            : is("ServiceUnknown")           ? "there is no service on this bus"
