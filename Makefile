@@ -1,14 +1,13 @@
 # A thin front for CMake. Out-of-tree builds in build/<preset>.
 
 CLIP ?= examples/television/clips/balloons.mp4
-STRESS_SECONDS ?= 20
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
-.PHONY: help build-dir demo play test sanitize interleave service stress fuzz coverage bench clang target abi \
+.PHONY: help build-dir demo play test sanitize interleave service fuzz coverage bench clang target abi \
 	install install-check package package-check docs format format-check tidy shellcheck
 
 help:
@@ -21,8 +20,6 @@ help:
 	@echo '                       interleaving of a few threads'
 	@echo 'make service           test the resource manager as a service, also under load and under'
 	@echo '                       the address sanitizer, and the platform check on faulty platforms'
-	@echo 'make stress            use many codecs at once under each of the sanitizers, for'
-	@echo '                       STRESS_SECONDS ($(STRESS_SECONDS)) each'
 	@echo 'make fuzz              drive the library with made-up input, for FUZZ_SECONDS ($(FUZZ_SECONDS))'
 	@echo 'make coverage          report which lines of the library the tests reach; fails below 98 %'
 	@echo 'make bench             count what the library costs beside floors that do the same job, and'
@@ -112,15 +109,6 @@ service: build-dir
 			build/service/installed/bin/tvhw-run --no-service -- \
 			build/service/installed/bin/tvhw-resource-manager --status)
 	@$(call run-service,service-asan)
-
-# $(call run-stress,preset)
-run-stress = $(call build,$(1),tvhw_stress) && \
-	build/$(1)/tests/stress/tvhw_stress $(STRESS_SECONDS)
-
-stress: build-dir
-	@tools/install-packages build test
-	@$(call run-stress,asan)
-	@$(call run-stress,tsan)
 
 # What is found goes to the first directory; the saved corpus stays as it is.
 fuzz: build-dir
