@@ -288,6 +288,19 @@ int TVHW_VSC_Connect(std::uint32_t /*channel*/, TVHW_VSC_SOURCE /*source*/,
     return call("VSC_Connect");
 }
 
+int TVHW_VSC_Disconnect(std::uint32_t /*channel*/, TVHW_VSC_SOURCE /*source*/,
+                        std::int32_t /*reserved*/) {
+    return call("VSC_Disconnect");
+}
+
+int TVHW_VSC_SetInputRegion(std::uint32_t /*channel*/, TVHW_VSC_WINDOW /*window*/) {
+    return call("VSC_SetInputRegion");
+}
+
+int TVHW_VSC_SetOutputRegion(std::uint32_t /*channel*/, TVHW_VSC_WINDOW /*window*/) {
+    return call("VSC_SetOutputRegion");
+}
+
 int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t /*channel*/, std::int32_t /*adaptive*/) {
     return call("VSC_SetAdaptiveStreamEx");
 }

@@ -26,6 +26,8 @@ constexpr char kOverruns[] = "a reclaim overruns a call";
 constexpr char kFindsNoClient[] = "a reclaim finds no client";
 constexpr char kFindsNoCodec[] = "a reclaim finds no codec";
 constexpr char kDiesInReclaim[] = "what a reclaim keeps alive dies with it";
+constexpr char kIsTaken[] = "a reclaim takes the core";
+constexpr char kIsKept[] = "a reclaim is refused";
 constexpr char kWasReclaimed[] = "the owner lets go of a reclaimed codec";
 
 struct Decoder {
@@ -297,6 +299,40 @@ void ownerReconfigures() {
     joinAll();
 }
 
+/// The owner begins anew while a call and a reclaim of the first session are under way.
+template <typename Kind>
+void newSession() {
+    World<Kind> world;
+    world.configure();
+    start("writer", [&] { world.call(Kind::write); });
+    world.startReclaim();
+    start("owner", [&] {
+        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
+        world.call(Kind::configure);
+    });
+    joinAll();
+}
+
+/// The codec's own call lets go of it, as a callback of the codec may.
+template <typename Kind>
+void releasesInside() {
+    World<Kind> world;
+    world.configure();
+    world.watch->onCall = [&] {
+        if (threadNumber() != 1) {
+            return;
+        }
+        Caller& me = world.watch->caller();
+        bool const reachedCodec = me.reachedCodec;
+        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
+        me.reachedCodec = reachedCodec;
+    };
+    start("writer", [&] { world.call(Kind::write); });
+    start("flusher", [&] { world.call(flush, 0); });
+    world.startReclaim();
+    joinAll();
+}
+
 /// Without a codec to release the guard stays closed, and the next reclaim waits again.
 template <typename Kind>
 void noCodec() {
@@ -374,6 +410,47 @@ void livingEncoder() {
     expect(world.call(flush) == 0, "a call is refused");
 }
 
+/// Whether a reclaim comes before or after it, all that follows fits its answer.
+void becomesLive() {
+    World<Encoder> world;
+    int answer = -1;
+    start("owner", [&] { world.call(Encoder::configureLive); });
+    start("manager", [&] {
+        waitUntil([] { return !platform().clients.empty(); });
+        world.watch->caller().isReclaim = true;
+        answer = reclaim(platform().clients.front());
+        seen(answer == 1 ? kIsTaken : kIsKept);
+    });
+    joinAll();
+    expect(world.call(Encoder::write) == (answer == 1 ? kRefused : 0),
+           "a call does not fit what the reclaim has answered");
+}
+
+/// Calls that read and learn the port while a first configuration is granted one.
+void readsEarly() {
+    World<Decoder> world;
+    platform().ports = {1, 2};
+    start("reader", [&] { world.call(Decoder::dequeue); });
+    start("shower", [&] { world.call(Decoder::showOnPort1); });
+    start("owner",
+          [&] { world.call(Decoder::configureBy<&Decoder::Wrapper::configureTunnelMode>); });
+    joinAll();
+    world.call(Decoder::dequeue);
+}
+
+/// The same while the owner gives the port back.
+void readsLate() {
+    World<Decoder> world;
+    platform().ports = {1, 2};
+    world.configure();
+    start("reader", [&] { world.call(Decoder::dequeue); });
+    start("shower", [&] { world.call(Decoder::showOnPort1); });
+    start("owner", [&] {
+        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
+    });
+    joinAll();
+}
+
 void ports() {
     World<Decoder> world;
     platform().ports = {1, 2};
@@ -448,6 +525,40 @@ void scalerConnects() {
     joinAll();
 }
 
+/// What any thread may do, each of it twice, beside the owner.
+void scalerAnyThread() {
+    forgetScalerInitialisation();
+    Listening listening;
+    VideoScalerClientTvhwImpl scaler(0);
+    auto const listener = std::make_shared<Listener>(listening);
+    for (int count = 0; count < 2; ++count) {
+        start("reporter", [&] { scaler.bbdCallbackRegion({}); });
+        start("setter", [&] { scaler.setCallback(listener); });
+    }
+    start("owner", [&] {
+        scaler.connect({});
+        scaler.updateRegion({});
+        scaler.disconnect();
+    });
+    joinAll();
+}
+
+/// A report while the picture is placed and its source goes.
+void scalerMoves() {
+    forgetScalerInitialisation();
+    Listening listening;
+    VideoScalerClientTvhwImpl scaler(0);
+    auto const listener = std::make_shared<Listener>(listening);
+    scaler.setCallback(listener);
+    scaler.connect({});
+    start("reporter", [&] { scaler.bbdCallbackRegion({}); });
+    start("owner", [&] {
+        scaler.updateRegion({});
+        scaler.disconnect();
+    });
+    joinAll();
+}
+
 /// The first attempt fails.
 void twoScalers() {
     forgetScalerInitialisation();
@@ -496,6 +607,8 @@ void addCodec(std::string const& kind, std::vector<Scenario>& all) {
     all.push_back(scenario(kind + "-destroys", ownerDestroys<Kind>,
                            {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed}));
     all.push_back(scenario(kind + "-reconfigures", ownerReconfigures<Kind>, {kIsRefused, kWaits}));
+    all.push_back(scenario(kind + "-new-session", newSession<Kind>, {kIsRefused, kWaits}));
+    all.push_back(scenario(kind + "-releases-inside", releasesInside<Kind>, {kWaits}));
     all.push_back(scenario(kind + "-without-codec", noCodec<Kind>, {kWaits}));
     all.push_back(scenario(kind + "-two-codecs", twoCodecs<Kind>, {}));
     all.push_back(scenario(kind + "-stale-ids", staleIds<Kind>, {kFindsNoClient}));
@@ -508,10 +621,14 @@ std::vector<Scenario> scenarios() {
     std::vector<Scenario> all;
     all.push_back(scenario("scaler-callback", scalerCallback, {"a callback is called"}));
     all.push_back(scenario("scaler-connects", scalerConnects, {"a callback is called"}));
+    all.push_back(scenario("scaler-any-thread", scalerAnyThread, {"a callback is called"}));
+    all.push_back(scenario("scaler-moves", scalerMoves, {"a callback is called"}));
     all.push_back(scenario("two-scalers", twoScalers, {}));
     all.push_back(scenario("two-sinks", twoSinks, {}));
     addCodec<Decoder>("decoder", all);
     all.push_back(scenario("decoder-ports", ports, {}));
+    all.push_back(scenario("decoder-reads-early", readsEarly, {}));
+    all.push_back(scenario("decoder-reads-late", readsLate, {}));
     all.push_back(scenario("decoder-tunnel-mode",
                            configures<Decoder, Decoder::configureBy<&Wrapper::configureTunnelMode>>,
                            {kIsRefused}));
@@ -530,6 +647,7 @@ std::vector<Scenario> scenarios() {
     all.push_back(
         scenario("encoder-configures", configures<Encoder, Encoder::configure>, {kIsRefused}));
     all.push_back(scenario("encoder-live", livingEncoder, {}));
+    all.push_back(scenario("encoder-becomes-live", becomesLive, {kIsTaken, kIsKept}));
     return all;
 }
 
