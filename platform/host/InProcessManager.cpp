@@ -153,7 +153,7 @@ public:
         std::lock_guard<std::mutex> const lock(mMutex);
         auto const& clients = mPool.clients();
         return mForced.videoPort || std::any_of(clients.begin(), clients.end(), [&](auto& entry) {
-                   return mPool.holding(entry.first).port == port + 1;
+                   return mPool.holding(entry.first).port - 1 == port;
                });
     }
 
