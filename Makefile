@@ -190,16 +190,13 @@ format-check:
 	@tools/install-packages check
 	@clang-format --dry-run -Werror $(sources)
 
-# Reads the code as the service's build does, which compiles all of it. The analyzer, which takes most
-# of the time, reads what runs on the device.
-tidy = xargs -P $(JOBS) -n 1 clang-tidy --quiet -p build/service 2>>build/tidy.log
+# Reads the code as the service's build does, which compiles all of it.
 tidy: build-dir
 	@tools/install-packages build test check service
 	@$(call quietly,service,cmake --preset service)
-	@echo $(filter impl/%.cpp,$(sources)) | $(tidy)
-	@echo $(filter platform/%.cpp,$(sources)) | $(tidy) --checks='-clang-analyzer-*'
+	@echo $(filter impl/%.cpp platform/%.cpp,$(sources)) | \
+		xargs -P $(JOBS) -n 1 clang-tidy --quiet -p build/service 2>build/tidy.log
 
-# The scripts are the files that name a shell in their first line.
 shellcheck:
 	@tools/install-packages check
 	@shellcheck $$(git grep -lI '^#!.*sh$$')

@@ -169,6 +169,11 @@ public:
                "the platform is not told of the release as it should");
     }
 
+    /// Releases the codec, as the owner.
+    void release() {
+        letGo([this] { expect(wrapper->release().status().code() == 0, "no release"); });
+    }
+
     /// From now on the client that is reclaimed may be replaced.
     void replaceClient() { mIsLetGo = true; }
 
@@ -261,9 +266,7 @@ void ownerReleases() {
     world.configure();
     start("writer", [&] { world.call(Kind::write); });
     world.startReclaim();
-    start("owner", [&] {
-        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
-    });
+    start("owner", [&] { world.release(); });
     joinAll();
 }
 
@@ -307,7 +310,7 @@ void newSession() {
     start("writer", [&] { world.call(Kind::write); });
     world.startReclaim();
     start("owner", [&] {
-        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
+        world.release();
         world.call(Kind::configure);
     });
     joinAll();
@@ -324,7 +327,7 @@ void releasesInside() {
         }
         Caller& me = world.watch->caller();
         bool const reachedCodec = me.reachedCodec;
-        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
+        world.release();
         me.reachedCodec = reachedCodec;
     };
     start("writer", [&] { world.call(Kind::write); });
@@ -445,9 +448,7 @@ void readsLate() {
     world.configure();
     start("reader", [&] { world.call(Decoder::dequeue); });
     start("shower", [&] { world.call(Decoder::showOnPort1); });
-    start("owner", [&] {
-        world.letGo([&] { expect(world.wrapper->release().status().code() == 0, "no release"); });
-    });
+    start("owner", [&] { world.release(); });
     joinAll();
 }
 
