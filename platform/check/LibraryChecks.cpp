@@ -1,12 +1,17 @@
 // The map of settings and the two wrapper bases of the common media library.
 
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 #include "Check.h"
+#include "CodecOperations.h"
 #include "kvo/media/hardware/KeyValueMap.h"
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
@@ -61,379 +66,202 @@ Outcome mapCopies() {
                      {"assigned", assigned.getInt32("key", 0), 10}});
 }
 
-// What the codecs are called with: no two numbers are alike.
-constexpr unsigned long long kWide = 0x0123456789ABCDEFULL;
-unsigned char gBytes[4];
-unsigned int gNumbers[3];
-int gSizes[3];
-unsigned long long gTime;
-bool gIsReady;
-PicType gType;
-PixelInfo gPixel{21, 22, 23, 24, 25, 26, 27, {}};
-auto const gNative = std::make_shared<NativeBuffer>(NativeBuffer{28, 29, 30, 31, 32, 33});
-Configuration configuration() {
-    Configuration result;
-    result.setInt32("width", 34);
-    result.setInt32("height", 1034);
-    return result;
+// --- The wrapper bases: what a codec gets and answers through one must be what it does without.
+
+/// The fields of a record that has nothing but fields of 32 bits and of 64.
+template <typename Record>
+auto wordsOf(Record const& record) {
+    static_assert(std::has_unique_object_representations_v<Record>);
+    std::array<std::uint32_t, sizeof(Record) / sizeof(std::uint32_t)> words{};
+    std::memcpy(words.data(), &record, sizeof(record));
+    return words;
 }
-ColorAspect aspect() { return {35, 36, 37, 38}; }
-HdrInfo hdr() { return {{39, 40, 41}, {42, 43, 44}, 45, 46, 47, 48, 49, 50}; }
-BufferInfo buffer() { return {51, 52, 53, 54, 55, -1, 57, 58}; }
-Image image() { return {59, 60, 61, 62, 63, 64, 65}; }
 
-/// Values in words, to be compared.
-struct Words {
-    template <typename T>
-    static std::string text(T const& value) {
-        if constexpr (std::is_pointer_v<T>) {
-            return std::to_string(reinterpret_cast<std::uintptr_t>(value));
-        } else if constexpr (std::is_enum_v<T>) {
-            return std::to_string(static_cast<int>(value));
-        } else {
-            return std::to_string(value);
-        }
-    }
-    template <typename... T>
-    static std::string list(T const&... each) {
-        std::string all;
-        ((all += ' ' + text(each)), ...);
-        return all;
-    }
-    static std::string text(Configuration const& it) {
-        return list(it.getInt32("width", 0), it.getInt32("height", 0), it.size());
-    }
-    static std::string text(ColorAspect const& it) {
-        return list(it.primaries, it.transfer, it.matrix, it.fullRange);
-    }
-    static std::string text(HdrInfo const& it) {
-        return list(it.primariesX[0], it.primariesY[2], it.whitePointX,
-                    it.maxFrameAverageLightLevel);
-    }
-    static std::string text(FrameInfo const& it) {
-        return list(it.width, it.height, it.decodedFrames, it.droppedFrames);
-    }
-    static std::string text(BufferInfo const& it) {
-        return list(it.bufferId, it.width, it.height, it.endOfStream, it.timestampUs, it.videoPort,
-                    it.resourceId, it.callingPid);
-    }
-    static std::string text(PixelInfo const& it) {
-        return list(it.bufferId, it.colorFormat, it.width, it.length, it.timestampUs,
-                    it.planes.size());
-    }
-    static std::string text(RenderEvent const& it) { return list(it.timestampUs, it.renderTimeNs); }
-    static std::string text(std::shared_ptr<NativeBuffer> const& it) { return text(it.get()); }
-    static std::string text(Image const& it) {
-        return list(it.colorFormat, it.width, it.height, it.sliceHeight, it.buffer, it.bufferLength,
-                    it.stride);
-    }
-    template <typename T>
-    static std::string text(Return<T> const& result) {
-        if constexpr (std::is_void_v<T>) {
-            return list(result.status().code());
-        } else {
-            return list(result.status().code(), result.value());
-        }
-    }
-};
-
+unsigned long long gNext = 0;                 ///< Of the samples, which all differ.
+std::array<unsigned long long, 512> gMemory;  ///< That the pointers lead to.
+auto const gNative = std::make_shared<NativeBuffer>();
 std::string gCalls;  ///< Of the codec: which, and with what.
-int gStatus = 0;     ///< That the codec answers; another for each slot.
+
+/// A value for an argument or a result.
+template <typename T>
+T sample() {
+    ++gNext;
+    if constexpr (std::is_pointer_v<T>) {
+        return reinterpret_cast<T>(&gMemory.at(gNext));
+    } else if constexpr (std::is_enum_v<T>) {
+        return static_cast<T>(1 + gNext % 3);
+    } else if constexpr (std::is_floating_point_v<T>) {
+        return static_cast<T>(gNext) + 0.25;
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return static_cast<T>(0x9E3779B97F4A7C15ULL * gNext);
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<NativeBuffer>>) {
+        return gNative;
+    } else if constexpr (std::is_same_v<T, Configuration>) {
+        Configuration result;
+        result.setInt32("width", 634);
+        result.setInt32("height", 358);
+        result.setInt32("frame-rate", static_cast<std::int32_t>(gNext));
+        return result;
+    } else if constexpr (std::is_same_v<T, BufferInfo>) {
+        return {51, 52, 53, 54, 55, -1, 57, 58};
+    } else if constexpr (std::is_same_v<T, PixelInfo>) {
+        return {21, 22, 23, 24, 25, 26, 27, {{28, 29, 30}}};
+    } else {
+        T record;
+        auto words = wordsOf(record);
+        std::iota(words.begin(), words.end(), static_cast<std::uint32_t>(gNext));
+        std::memcpy(static_cast<void*>(&record), words.data(), sizeof(record));
+        return record;
+    }
+}
+
+template <typename... T>
+std::string all(T const&... each);
 
 template <typename T>
-T answer() {
-    if constexpr (std::is_arithmetic_v<T>) {
-        return static_cast<T>(kWide);
-    } else if constexpr (std::is_same_v<T, FrameInfo>) {
-        return {66, 67, 68, 69};
-    } else if constexpr (std::is_same_v<T, RenderEvent>) {
-        return {70, 71};
-    } else if constexpr (std::is_same_v<T, ColorAspect>) {
-        return aspect();
-    } else if constexpr (std::is_same_v<T, HdrInfo>) {
-        return hdr();
-    } else if constexpr (std::is_same_v<T, BufferInfo>) {
-        return buffer();
-    } else if constexpr (std::is_same_v<T, PixelInfo>) {
-        return gPixel;
+std::string text(T const& value) {
+    if constexpr (std::is_pointer_v<T>) {
+        return std::to_string(reinterpret_cast<std::uintptr_t>(value));
+    } else if constexpr (std::is_enum_v<T>) {
+        return std::to_string(static_cast<int>(value));
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(value);
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<NativeBuffer>>) {
+        return text(value.get());
     } else if constexpr (std::is_same_v<T, Configuration>) {
-        return configuration();
+        return all(value.getInt32("width", 0), value.getInt32("frame-rate", 0), value.size());
+    } else if constexpr (std::is_same_v<T, BufferInfo>) {
+        return all(value.bufferId, value.width, value.height, value.endOfStream, value.timestampUs,
+                   value.videoPort, value.resourceId, value.callingPid);
+    } else if constexpr (std::is_same_v<T, PixelInfo>) {
+        return all(value.bufferId, value.colorFormat, value.width, value.height, value.length,
+                   value.endOfStream, value.timestampUs, value.planes.size());
     } else {
-        return gNative;
+        return std::apply([](auto... words) { return all(words...); }, wordsOf(value));
     }
 }
 
-template <typename T, typename... Arguments>
-Return<T> called(char const* name, Arguments const&... arguments) {
-    gCalls += name + Words::list(arguments...) + "; ";
-    if constexpr (std::is_void_v<T>) {
-        return Status(gStatus);
-    } else {
-        return {Status(gStatus), answer<T>()};
-    }
+template <typename... T>
+std::string all(T const&... each) {
+    std::string list;
+    ((list += ' ' + text(each)), ...);
+    return list;
 }
 
-// Names of parameters would say what the interfaces say.
+/// What the codec does with an argument that it may change.
+void change(PixelInfo& pixel) { ++pixel.width; }
+template <typename T>
+void change(T const&) {}
+
+/// Returns what answers a call of the codec's operation `name`.
+template <typename T>
+auto called(char const* name) {
+    return [name](auto&&... arguments) -> Return<T> {
+        gCalls += name + all(arguments...) + "; ";
+        (change(arguments), ...);
+        Status const status(static_cast<int>(++gNext));
+        if constexpr (std::is_void_v<T>) {
+            return status;
+        } else {
+            return {status, sample<T>()};
+        }
+    };
+}
+
+#define CALLED(Result, name, parameters, ...) \
+    Return<Result> name parameters override { return called<Result>(#name)(__VA_ARGS__); }
+
 class Decoder final : public IVideoDecoderClient {
 public:
-    Return<void> configureTunnelMode(CodecType type, Configuration const& config) override {
-        return called<void>("configureTunnelMode", type, config);
-    }
-    Return<void> configureReferenceMode(CodecType type, Configuration const& config) override {
-        return called<void>("configureReferenceMode", type, config);
-    }
-    Return<void> configurePixelMode(CodecType type, Configuration const& config) override {
-        return called<void>("configurePixelMode", type, config);
-    }
-    Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override {
-        return called<void>("configureNativeBufferMode", type, config);
-    }
-    Return<void> release() override { return called<void>("release"); }
-    Return<void> writeInputData(unsigned char const* data, unsigned int length,
-                                unsigned int flags) override {
-        return called<void>("writeInputData", data, length, flags);
-    }
-    Return<void> writeInputFrame(unsigned int flags, unsigned long long timeUs,
-                                 unsigned char const* data, unsigned int length) override {
-        return called<void>("writeInputFrame", flags, timeUs, data, length);
-    }
-    Return<void> writeInputEndOfStream() override { return called<void>("writeInputEndOfStream"); }
-    Return<void> writeHdrInfo(ColorAspect const& aspect, HdrInfo const& info) override {
-        return called<void>("writeHdrInfo", aspect, info);
-    }
-    Return<void> pause() override { return called<void>("pause"); }
-    Return<void> resume() override { return called<void>("resume"); }
-    Return<void> step() override { return called<void>("step"); }
-    Return<void> setTunnelPeek(bool enable) override {
-        return called<void>("setTunnelPeek", enable);
-    }
-    Return<void> setSpeed(double speed) override { return called<void>("setSpeed", speed); }
-    Return<FrameInfo> getFrameInfo() override { return called<FrameInfo>("getFrameInfo"); }
-    Return<ColorAspect> getColorAspect() override { return called<ColorAspect>("getColorAspect"); }
-    Return<HdrInfo> getHdrInfo() override { return called<HdrInfo>("getHdrInfo"); }
-    Return<BufferInfo> dequeueOutputBuffer() override {
-        return called<BufferInfo>("dequeueOutputBuffer");
-    }
-    Return<void> releaseOutputBuffer(BufferInfo const& buffer) override {
-        return called<void>("releaseOutputBuffer", buffer);
-    }
-    Return<PixelInfo> dequeuePixelBuffer() override {
-        return called<PixelInfo>("dequeuePixelBuffer");
-    }
-    Return<void> copyFromPixelBuffer(unsigned char* to, unsigned int length,
-                                     PixelInfo& pixel) override {
-        return called<void>("copyFromPixelBuffer", to, length, pixel);
-    }
-    Return<void> releasePixelBuffer(PixelInfo const& pixel) override {
-        return called<void>("releasePixelBuffer", pixel);
-    }
-    Return<void> queueNativeBuffer(std::shared_ptr<NativeBuffer> buffer) override {
-        return called<void>("queueNativeBuffer", buffer);
-    }
-    Return<std::shared_ptr<NativeBuffer>> dequeueNativeBuffer() override {
-        return called<std::shared_ptr<NativeBuffer>>("dequeueNativeBuffer");
-    }
-    Return<RenderEvent> dequeueRenderEvent() override {
-        return called<RenderEvent>("dequeueRenderEvent");
-    }
-    Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override {
-        return called<void>("reconfigureOutputBuffer", type, config);
-    }
-    Return<void> flush() override { return called<void>("flush"); }
-    Return<void> getInputBufferStatus(unsigned int* free, unsigned int* total,
-                                      bool* ready) override {
-        return called<void>("getInputBufferStatus", free, total, ready);
-    }
-    Return<Configuration> getConfiguration() override {
-        return called<Configuration>("getConfiguration");
-    }
-    Return<std::int64_t> currentSTCTime() override {
-        return called<std::int64_t>("currentSTCTime");
-    }
-    Return<void> testConnection() override { return called<void>("testConnection"); }
-    Return<void> testInvalidConnection() override { return called<void>("testInvalidConnection"); }
-    Return<void> testWriteInputData(unsigned char const* data, unsigned int length,
-                                    unsigned int flags) override {
-        return called<void>("testWriteInputData", data, length, flags);
-    }
+    using Client = IVideoDecoderClient;
+    using Wrapper = VideoDecoderClientWrapper;
+
+    KVO_MEDIA_DECODER_OPERATIONS(CALLED, CALLED)
+    CALLED(void, release, (), )
 };
 
 class Encoder final : public IVideoEncoderClient {
 public:
-    Return<void> configure(Configuration const& config) override {
-        return called<void>("configure", config);
-    }
-    Return<void> release() override { return called<void>("release"); }
-    Return<void> writeColorAspect(ColorAspect const& aspect) override {
-        return called<void>("writeColorAspect", aspect);
-    }
-    Return<void> writeInputFrame(unsigned long long timeUs, unsigned char const* data,
-                                 unsigned int length) override {
-        return called<void>("writeInputFrame", timeUs, data, length);
-    }
-    Return<void> writeInputImage(unsigned long long timeUs, Image const& image) override {
-        return called<void>("writeInputImage", timeUs, image);
-    }
-    Return<int> readOutputFrame(unsigned long long* timeUs, unsigned char* data,
-                                unsigned int* length, PicType* type) override {
-        return called<int>("readOutputFrame", timeUs, data, length, type);
-    }
-    Return<void> pause() override { return called<void>("pause"); }
-    Return<void> resume() override { return called<void>("resume"); }
-    Return<void> flush() override { return called<void>("flush"); }
-    Return<void> setParameters(Configuration const& config) override {
-        return called<void>("setParameters", config);
-    }
-    Return<void> getInputBufferStatus(unsigned int* free, unsigned int* total, int* width,
-                                      int* height, int* stride) override {
-        return called<void>("getInputBufferStatus", free, total, width, height, stride);
-    }
-    Return<Configuration> getConfiguration() override {
-        return called<Configuration>("getConfiguration");
-    }
+    using Client = IVideoEncoderClient;
+    using Wrapper = VideoEncoderClientWrapper;
+
+    KVO_MEDIA_ENCODER_OPERATIONS(CALLED, CALLED)
+    CALLED(void, release, (), )
 };
 
-/// A slot of the table, and its call with arguments of its own.
-template <typename Client>
-struct Slot {
-    char const* name;
-    std::string (*call)(Client&);
-};
+/// Calls `use` with the name of each operation and with the operation; release() comes last.
+template <typename Codec, typename Use>
+void forEachSlot(Use const& use) {
+#define USE(Result, name, parameters, ...) use(#name, &Codec::Client::name);
+    if constexpr (std::is_same_v<Codec, Decoder>) {
+        KVO_MEDIA_DECODER_OPERATIONS(USE, USE)
+    } else {
+        KVO_MEDIA_ENCODER_OPERATIONS(USE, USE)
+    }
+    USE(void, release, (), )
+}
 
-constexpr Slot<IVideoDecoderClient> kDecoderSlots[] = {
-    {"configureTunnelMode",
-     [](auto& codec) {
-         return Words::text(codec.configureTunnelMode(CodecType::VP9, configuration()));
-     }},
-    {"configureReferenceMode",
-     [](auto& codec) {
-         return Words::text(codec.configureReferenceMode(CodecType::AV1, configuration()));
-     }},
-    {"configurePixelMode",
-     [](auto& codec) {
-         return Words::text(codec.configurePixelMode(CodecType::MPEG2, configuration()));
-     }},
-    {"configureNativeBufferMode",
-     [](auto& codec) {
-         return Words::text(codec.configureNativeBufferMode(CodecType::H263, configuration()));
-     }},
-    {"release", [](auto& codec) { return Words::text(codec.release()); }},
-    {"writeInputData",
-     [](auto& codec) { return Words::text(codec.writeInputData(gBytes, 3000000001U, 12U)); }},
-    {"writeInputFrame",
-     [](auto& codec) { return Words::text(codec.writeInputFrame(13U, kWide, gBytes, 14U)); }},
-    {"writeInputEndOfStream",
-     [](auto& codec) { return Words::text(codec.writeInputEndOfStream()); }},
-    {"writeHdrInfo", [](auto& codec) { return Words::text(codec.writeHdrInfo(aspect(), hdr())); }},
-    {"pause", [](auto& codec) { return Words::text(codec.pause()); }},
-    {"resume", [](auto& codec) { return Words::text(codec.resume()); }},
-    {"step", [](auto& codec) { return Words::text(codec.step()); }},
-    {"setTunnelPeek", [](auto& codec) { return Words::text(codec.setTunnelPeek(true)); }},
-    {"setSpeed", [](auto& codec) { return Words::text(codec.setSpeed(1.25)); }},
-    {"getFrameInfo", [](auto& codec) { return Words::text(codec.getFrameInfo()); }},
-    {"getColorAspect", [](auto& codec) { return Words::text(codec.getColorAspect()); }},
-    {"getHdrInfo", [](auto& codec) { return Words::text(codec.getHdrInfo()); }},
-    {"dequeueOutputBuffer", [](auto& codec) { return Words::text(codec.dequeueOutputBuffer()); }},
-    {"releaseOutputBuffer",
-     [](auto& codec) { return Words::text(codec.releaseOutputBuffer(buffer())); }},
-    {"dequeuePixelBuffer", [](auto& codec) { return Words::text(codec.dequeuePixelBuffer()); }},
-    {"copyFromPixelBuffer",
-     [](auto& codec) { return Words::text(codec.copyFromPixelBuffer(gBytes, 15U, gPixel)); }},
-    {"releasePixelBuffer",
-     [](auto& codec) { return Words::text(codec.releasePixelBuffer(gPixel)); }},
-    {"queueNativeBuffer",
-     [](auto& codec) { return Words::text(codec.queueNativeBuffer(gNative)); }},
-    {"dequeueNativeBuffer", [](auto& codec) { return Words::text(codec.dequeueNativeBuffer()); }},
-    {"dequeueRenderEvent", [](auto& codec) { return Words::text(codec.dequeueRenderEvent()); }},
-    {"reconfigureOutputBuffer",
-     [](auto& codec) {
-         return Words::text(codec.reconfigureOutputBuffer(CodecType::VVC, configuration()));
-     }},
-    {"flush", [](auto& codec) { return Words::text(codec.flush()); }},
-    {"getInputBufferStatus",
-     [](auto& codec) {
-         return Words::text(codec.getInputBufferStatus(&gNumbers[0], &gNumbers[1], &gIsReady));
-     }},
-    {"getConfiguration", [](auto& codec) { return Words::text(codec.getConfiguration()); }},
-    {"currentSTCTime", [](auto& codec) { return Words::text(codec.currentSTCTime()); }},
-    {"testConnection", [](auto& codec) { return Words::text(codec.testConnection()); }},
-    {"testInvalidConnection",
-     [](auto& codec) { return Words::text(codec.testInvalidConnection()); }},
-    {"testWriteInputData",
-     [](auto& codec) { return Words::text(codec.testWriteInputData(gBytes, 16U, 17U)); }},
-};
-
-constexpr Slot<IVideoEncoderClient> kEncoderSlots[] = {
-    {"configure", [](auto& codec) { return Words::text(codec.configure(configuration())); }},
-    {"release", [](auto& codec) { return Words::text(codec.release()); }},
-    {"writeColorAspect", [](auto& codec) { return Words::text(codec.writeColorAspect(aspect())); }},
-    {"writeInputFrame",
-     [](auto& codec) { return Words::text(codec.writeInputFrame(kWide, gBytes, 18U)); }},
-    {"writeInputImage",
-     [](auto& codec) { return Words::text(codec.writeInputImage(kWide, image())); }},
-    {"readOutputFrame",
-     [](auto& codec) {
-         return Words::text(codec.readOutputFrame(&gTime, gBytes, &gNumbers[2], &gType));
-     }},
-    {"pause", [](auto& codec) { return Words::text(codec.pause()); }},
-    {"resume", [](auto& codec) { return Words::text(codec.resume()); }},
-    {"flush", [](auto& codec) { return Words::text(codec.flush()); }},
-    {"setParameters",
-     [](auto& codec) { return Words::text(codec.setParameters(configuration())); }},
-    {"getInputBufferStatus",
-     [](auto& codec) {
-         return Words::text(codec.getInputBufferStatus(&gNumbers[0], &gNumbers[1], &gSizes[0],
-                                                       &gSizes[1], &gSizes[2]));
-     }},
-    {"getConfiguration", [](auto& codec) { return Words::text(codec.getConfiguration()); }},
-};
+/// Calls a slot of the table with arguments of its own. Returns the result and what the arguments
+/// are then.
+template <typename Client, typename T, typename... Parameters>
+std::string call(Client& codec, Return<T> (Client::*operation)(Parameters...)) {
+    std::tuple<std::decay_t<Parameters>...> arguments{sample<std::decay_t<Parameters>>()...};
+    Return<T> const result =
+        std::apply([&](auto&... each) { return (codec.*operation)(each...); }, arguments);
+    std::string came = std::to_string(result.status().code());
+    if constexpr (!std::is_void_v<T>) {
+        came += all(result.value());
+    }
+    return came + std::apply([](auto&... each) { return all(each...); }, arguments);
+}
 
 /// Calls each slot of a wrapper as its table has it, beside the codec's own.
-template <typename Wrapper, typename Codec, typename Client, std::size_t count>
-Outcome forwards(Slot<Client> const (&slots)[count]) {
+template <typename Codec>
+Outcome forwards() {
     auto const codec = std::make_shared<Codec>();
     std::string wrong;
     {
-        Wrapper const shortLived(codec);
+        typename Codec::Wrapper const shortLived(codec);
         wrong += codec.use_count() == 2 ? "" : "the codec is not kept; ";
     }
     wrong += codec.use_count() == 1 ? "" : "the codec is kept for good; ";
-    Wrapper wrapper(codec);
-    Client* volatile through = &wrapper;  // Else the compiler would go past the table.
-    gStatus = 100;
-    for (bool const isEnd : {false, true}) {  // A codec is released last.
-        for (Slot<Client> const& slot : slots) {
-            if ((std::string(slot.name) == "release") != isEnd) {
-                continue;
-            }
-            ++gStatus;
+    typename Codec::Wrapper wrapper(codec);
+    typename Codec::Client* volatile through = &wrapper;  // Else the table would not be used.
+    unsigned int slots = 0;
+    forEachSlot<Codec>([&](char const* name, auto operation) {
+        auto const resultOn = [&](auto& called) {
+            gNext = 100ULL + slots;
             gCalls.clear();
-            std::string const direct = slot.call(*codec) + " from " + gCalls;
-            gCalls.clear();
-            InCall const in(slot.name);
-            std::string const forwarded = slot.call(*through) + " from " + gCalls;
-            if (forwarded != direct) {
-                wrong.append(slot.name).append(forwarded).append("in place of").append(direct);
-            }
+            std::string const result = call(called, operation);
+            return result + " from " + gCalls;
+        };
+        typename Codec::Client& own = *codec;
+        std::string const direct = resultOn(own);
+        InCall const in(name);
+        std::string const forwarded = resultOn(*through);
+        if (forwarded != direct) {
+            wrong.append(name).append(": ").append(forwarded).append("in place of ").append(direct);
         }
-    }
+        ++slots;
+    });
     return outcome(wrong.empty(),
-                   std::to_string(count) + " slots, wrong: " + (wrong.empty() ? "none" : wrong));
+                   std::to_string(slots) + " slots, wrong: " + (wrong.empty() ? "none" : wrong));
 }
 
-template <typename Wrapper, typename Client, std::size_t count>
-Outcome refusesWithoutCodec(Slot<Client> const (&slots)[count]) {
-    Wrapper wrapper(nullptr);
-    Client* volatile through = &wrapper;
+template <typename Codec>
+Outcome refusesWithoutCodec() {
+    typename Codec::Wrapper wrapper(nullptr);
+    typename Codec::Client* volatile through = &wrapper;
     std::string wrong;
-    for (Slot<Client> const& slot : slots) {
-        InCall const in(slot.name);
-        std::string const result = slot.call(*through);
-        if (result.find('-') != 1) {
-            wrong.append(slot.name).append(result).append("; ");
-        }
-    }
-    return outcome(wrong.empty(), std::to_string(count) + " slots, without an error: " +
+    unsigned int slots = 0;
+    forEachSlot<Codec>([&](char const* name, auto operation) {
+        InCall const in(name);
+        gNext = 0;
+        std::string const result = call(*through, operation);
+        wrong += result[0] == '-' ? "" : name + (" " + result) + "; ";
+        ++slots;
+    });
+    return outcome(wrong.empty(), std::to_string(slots) + " slots, without an error: " +
                                       (wrong.empty() ? "none" : wrong));
 }
 
@@ -457,17 +285,17 @@ Checks libraryChecks() {
         {Level::kMust, "the-decoder-wrapper-forwards",
          "each slot of a VideoDecoderClientWrapper is called, with its own arguments",
          "the codec's same slot, the same arguments and its result; the codec lives as long",
-         [] { return forwards<VideoDecoderClientWrapper, Decoder>(kDecoderSlots); }},
+         forwards<Decoder>},
         {Level::kMust, "the-encoder-wrapper-forwards",
          "each slot of a VideoEncoderClientWrapper is called, with its own arguments",
          "the codec's same slot, the same arguments and its result; the codec lives as long",
-         [] { return forwards<VideoEncoderClientWrapper, Encoder>(kEncoderSlots); }},
+         forwards<Encoder>},
         {Level::kShould, "a-wrapper-without-a-codec-refuses",
          "each slot of a VideoDecoderClientWrapper that has no codec is called", "an error",
-         [] { return refusesWithoutCodec<VideoDecoderClientWrapper>(kDecoderSlots); }},
+         refusesWithoutCodec<Decoder>},
         {Level::kShould, "an-encoder-wrapper-without-a-codec-refuses",
          "each slot of a VideoEncoderClientWrapper that has no codec is called", "an error",
-         [] { return refusesWithoutCodec<VideoEncoderClientWrapper>(kEncoderSlots); }},
+         refusesWithoutCodec<Encoder>},
     };
 }
 

@@ -143,7 +143,11 @@ CallOfThread& callOfThread() {
     return call;
 }
 
-void noteWrapper(void const* wrapper) { enter(gWrappers.claim(wrapper), State::kNew); }
+void noteWrapper(void const* wrapper, bool hasClient) {
+    if (hasClient) {
+        enter(gWrappers.claim(wrapper), State::kNew);
+    }
+}
 
 void forgetWrapper(void const* wrapper) {
     auto const* const call =
@@ -189,13 +193,11 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
     }
 }
 
-media::hardware::Return<void> noteReleased(void const* wrapper,
-                                           media::hardware::Return<void> result) {
+void noteReleased(void const* wrapper) {
     Wrapper* const record = find(wrapper);
     if (record != nullptr && record->state == State::kConfigured) {
         enter(*record, State::kReleased);
     }
-    return result;
 }
 
 void noteReconfiguring(void const* wrapper, Configuration const& config) {
@@ -213,7 +215,8 @@ void noteReconfiguring(void const* wrapper, Configuration const& config) {
     }
 }
 
-void checkPort(int port) {
+void noteReleasing(media::hardware::BufferInfo const& buffer) {
+    int const port = buffer.videoPort;
     bool const isGranted =
         port >= 0 && port < 32 && (gGrantedPorts >> static_cast<unsigned int>(port) & 1U) != 0;
     if (port >= 0 && !isGranted && !isPortHeld(port)) {

@@ -1,18 +1,18 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 
+#include "kvo/media/hardware/BufferInfo.h"
 #include "kvo/media/hardware/Configuration.h"
-#include "kvo/media/hardware/Return.h"
+#include "kvo/media/hardware/Status.h"
 
 /// What the stand-in of the common library knows of the wrappers in the process, to notice when
 /// they are misused. A wrapper has no room for it, so it is kept apart, by address. Nothing here
 /// takes a lock or allocates once there is a record for each wrapper and thread.
 namespace kvo::host {
 
-/// A wrapper around a client was constructed.
-void noteWrapper(void const* wrapper);
+/// A wrapper was constructed, around a client or around none, for which nothing is noted.
+void noteWrapper(void const* wrapper, bool hasClient);
 
 /// A wrapper is being destroyed.
 void forgetWrapper(void const* wrapper);
@@ -24,27 +24,14 @@ void tellOverlap(void const* wrapper, char const* operation);
 void noteConfigured(void const* wrapper, char const* operation,
                     media::hardware::Configuration const& config, media::hardware::Status status);
 
-/// Returns what `configure` returns, a configure operation of a wrapper that is given `config`; it
-/// is passed its name.
-template <typename Configure>
-media::hardware::Return<void> configuring(void const* wrapper, char const* operation,
-                                          media::hardware::Configuration const& config,
-                                          Configure const& configure) {
-    tellOverlap(wrapper, operation);
-    media::hardware::Return<void> result = configure(operation);
-    noteConfigured(wrapper, operation, config, result.status());
-    return result;
-}
-
-/// release() of a wrapper has returned `result`, which it returns.
-media::hardware::Return<void> noteReleased(void const* wrapper,
-                                           media::hardware::Return<void> result);
+/// release() of a wrapper has returned.
+void noteReleased(void const* wrapper);
 
 /// A wrapper is given the size anew; tells when that is not the size that it was configured with.
 void noteReconfiguring(void const* wrapper, media::hardware::Configuration const& config);
 
-/// An output buffer is being released that is marked with this display port, from 0.
-void checkPort(int port);
+/// An output buffer is being released; tells when nobody has the display port in it.
+void noteReleasing(media::hardware::BufferInfo const& buffer);
 
 /// The call of a wrapper that a thread is in.
 struct CallOfThread {
