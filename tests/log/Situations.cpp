@@ -336,9 +336,54 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
 };
 
+/// Stays until it is ended from outside.
+[[noreturn]] void stay() {
+    for (;;) {
+        pass(3600000);
+    }
+}
+
+// What each of several processes does that share a pool.
+std::map<std::string, std::function<void()>> const kRoles{
+    {"hold",
+     [] {
+         Decoder decoder;
+         play(decoder);
+         while (!decoder.wrapper.writeInputData(nullptr, 0, 0).status().isError()) {
+             pass(10);
+         }
+     }},
+    {"hold-stuck",
+     [] {
+         Decoder decoder;
+         decoder.codec->onCall = [](std::string const& called) {
+             if (called == "release") {
+                 stay();
+             }
+         };
+         play(decoder);
+         stay();
+     }},
+    {"hold-live",
+     [] {
+         Configuration live = kStream;
+         live.setInt32(key::kUseDmaBuffer, 1);
+         Encoder encoder;
+         encoder.wrapper.configure(live);
+         stay();
+     }},
+    {"ask", [] { Decoder().wrapper.configureReferenceMode(CodecType::AVC, kStream); }},
+    {"ask-encoder", [] { Encoder().wrapper.configure(kStream); }},
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    auto const role = argc == 3 ? kRoles.find(argv[2]) : kRoles.end();
+    if (role != kRoles.end()) {
+        role->second();
+        return 0;
+    }
     unsigned const seed = argc == 2 ? static_cast<unsigned>(std::atoi(argv[1])) : 0;
     if (seed != 0) {
         playAtRandom(seed);
@@ -346,7 +391,7 @@ int main(int argc, char** argv) {
     }
     auto const situation = argc == 2 ? kSituations.find(argv[1]) : kSituations.end();
     if (situation == kSituations.end()) {
-        std::fputs("usage: tvhw_situation NAME or SEED, with NAME one of:\n", stderr);
+        std::fputs("usage: tvhw_situation NAME, SEED or as ROLE, with NAME one of:\n", stderr);
         for (auto const& entry : kSituations) {
             std::fprintf(stderr, "  %s\n", entry.first.c_str());
         }

@@ -24,13 +24,14 @@ from tvhw_log.cli import arguments, run  # noqa: E402
 from tvhw_log.verdicts import RANK, RULES  # noqa: E402
 
 SITUATION, TESTS = sys.argv[1:3]
-RUNS, CUTS = 8, 5  # Faultless runs, and how often each is cut at each level.
+RUNS = 8  # Without a fault.
 POOL = 'decoder:1:3840x2160,decoder:1:1920x1088,encoder:1:1920x1088'  # Too small for all of them.
 PRIORITIES = 'EWIDV'
 FOREIGN = ['--------- beginning of main\n', 'CLOCK   501   777 D Other: a: b\n', '\xff\xfe\x00 broken\n', 'x' * 3000 + '\n',
            '\n', 'CLOCK   501   777 I VideoClient: of somebody else with the same tag\n',
            'CLOCK   501   777 F libc: Fatal signal 11 (SIGSEGV), code 1 in tid 777\n']
-WORKING = pathlib.Path(tempfile.mkdtemp(prefix='tvhw-log-'))
+FOLDER = tempfile.TemporaryDirectory(prefix='tvhw-log-')
+WORKING = pathlib.Path(FOLDER.name)
 
 # Situation: the level from which on it is named, and what is named below that level.
 EXPECTED = {
@@ -161,7 +162,7 @@ MADE = [
     (['1 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'] + plays(1, 70001) + reclaims(2, 2.01)
      + ['2.1 500 501 W/HostPlatform: mistake: client 70001 is open when the process ends: destroy it'], ['core-kept'],
      'Whose: decoder 70001, process 500: still open when the process ended'),
-    (plays(1, 70001) + ['2 500 501 W/HostPlatform: it was used after it was closed'], ['platform-says'], 'after it was'),
+    (plays(1, 70001) + ['2 500 501 W/HostPlatform: mistake: it was used after it was closed'], ['platform-says'], 'after it was'),
     (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
      ['cause-unknown'], 'encoder without id'),
     (['2 500 502 ' + REFUSED.format(-22)], ['request-invalid'], 'without sense'),
@@ -221,21 +222,32 @@ class Reader(unittest.TestCase):
             for level in range(5):
                 expected = (called or [name])[0] if level >= named_from else below.get(level)
                 with self.subTest(name, level=level):
-                    self.assertEqual(found(up_to(level, lines)), [expected] if expected else [])
+                    self.assertEqual(found(up_to(level, lines) if level < 4 else self.logs[name].read_bytes()),
+                                     [expected] if expected else [])
             self.assertIn(' 0 of the library or platform that are not known, 0 in no',
                           read(self.logs[name])[1])
 
     def test_the_innocent_are_not_accused(self):
         chance = random.Random(1)
+
+        def place(lines):
+            return chance.randrange(len(lines) + 1)
+
+        damages = {
+            'none': ''.join,
+            'lost beginning': lambda lines: ''.join(lines[place(lines):])[chance.randrange(50):],
+            'lost end': lambda lines: ''.join(lines[:place(lines)]),
+            'lost part': lambda lines: ''.join(lines[:len(lines) // 3] + lines[len(lines) // 3 + place(lines) // 3:]),
+            'lost lines': lambda lines: ''.join(line for line in lines if chance.random() > 0.05),
+            'killed, and its number reused': lambda lines: ''.join(lines[:place(lines)] + [
+                re.sub(r' (\d\d):', lambda hour: f' {int(hour[1]) + 1:02}:', line, count=1) for line in lines]),
+        }
         for seed in range(1, RUNS + 1):
             lines = write_log(f'run-{seed}', [SITUATION, str(seed)], KVO_HOST_POOL=POOL).read_text().splitlines(True)
             for level in range(5):
-                shown = up_to(level, lines)
-                for cut in range(CUTS):
-                    begin = chance.randrange(len(shown) + 1) if cut % 3 else 0
-                    end = chance.randrange(begin, len(shown) + 1) if cut else len(shown)
-                    log = ''.join(shown[begin:end])[chance.randrange(50) if cut > 4 else 0:]
-                    with self.subTest(seed, level=level, begin=begin, end=end):
+                for damage, damaged in damages.items():
+                    log = damaged(up_to(level, lines))
+                    with self.subTest(damage, seed=seed, level=level, log=log):
                         self.assertEqual(found(log), [])
 
     def test_what_the_lines_of_a_device_tell(self):
@@ -352,6 +364,52 @@ class Reader(unittest.TestCase):
                              ('-1', set()), ('*:4,Codec:3,VideoClient:1', {'HostPlatform'})):
             log = write_log('tags-' + levels.replace('*', 'any'), [SITUATION, 'nothing-wrong'], levels)
             self.assertEqual({line.split()[5].rstrip(':') for line in log.read_text().splitlines()}, tags)
+
+
+# Who has the only core, what comes then, the verdicts from a level on, and from which on they name him.
+SHARED = [
+    ('hold-live', '$S as ask-encoder', {0: ['refused'], 1: ['live-encoder']}, 1),
+    ('hold', 'kill -9 $HOLDER; $S as ask', {0: [], 2: ['process-died']}, 2),
+    ('hold', '$S as ask', {0: []}, 5),
+    ('hold-stuck', '$S as ask', {0: ['patience-over']}, 1),
+    ('hold', '${RUN%/*}/tvhw-resource-manager --force 70001', {0: [], 1: ['forced']}, 1),
+]
+
+
+class OverTheService(unittest.TestCase):
+    """Several processes that share the service's cores, and a log."""
+
+    SCRIPT = """until grep -q 'ResourceManager.* gets ' $KVO_MEDIA_LOG_FILE; do sleep 0.05; done
+        HOLDER=$(sed -n 's/.*client 70001 of process \\([0-9]*\\).* gets .*/\\1/p' $KVO_MEDIA_LOG_FILE)
+        {}; sleep 0.2; kill $HOLDER; true"""
+
+    @classmethod
+    def write_log(cls, number):
+        """Returns what the processes logged, and the end of one that was killed."""
+        holds, then, *_ = SHARED[number]
+        path, run_by = WORKING / f'shared-{number}.log', os.environ['TVHW_RUN']
+        ended = subprocess.run([run_by, '--cores', 'decoder:1:1920x1088,encoder:1:1920x1088', '--', SITUATION, 'as',
+                                holds, '--', 'sh', '-c', cls.SCRIPT.format(then)],
+                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False,
+                               env={**os.environ, 'KVO_MEDIA_LOG_LEVEL': '4', 'KVO_MEDIA_LOG_FILE': str(path),
+                                    'S': SITUATION, 'RUN': run_by})
+        return path.read_text().splitlines(True), re.findall(r'.* was killed by SIGKILL\n', ended.stderr.decode())
+
+    def test_who_has_the_core_is_named_and_nobody_else(self):
+        with concurrent.futures.ThreadPoolExecutor(len(SHARED)) as pool:
+            logs = list(pool.map(self.write_log, range(len(SHARED))))
+        for (holds, then, verdicts, named_from), (lines, ends) in zip(SHARED, logs):
+            holder = re.search(r'client 70001 of process (\d+)', ''.join(lines))[1]
+            for level in range(5):
+                log = ''.join(up_to(level, lines) + ends)
+                read_of = json.loads(read('-', '--json', stdin=log.encode())[1])['verdicts']
+                named = ' '.join(' '.join([*finding['candidates'], finding['who'] * (
+                    verdict['name'] in ('process-died', 'reclaim-hangs', 'forced'))])
+                                 for verdict in read_of for finding in verdict['findings'])
+                with self.subTest(holds, then=then, level=level):
+                    self.assertEqual([verdict['name'] for verdict in read_of],
+                                     verdicts[max(known for known in verdicts if known <= level)])
+                    self.assertEqual(set(re.findall(r'process (\d+)', named)), {holder} if level >= named_from else set())
 
 
 class InABrowser(unittest.TestCase):

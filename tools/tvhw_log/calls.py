@@ -1,8 +1,7 @@
 """Platform calls and calls of codecs, which the host platform logs at level 4."""
 
 DISPLAY = '16385'  # The codec type of a request for a display port.
-# Calls that a codec may get in any state; so may those that begin with "get", "set" or "test".
-ANY_TIME = ('release', 'currentSTCTime')
+MANY = 1 << 20  # What a program that calls the manager itself puts in the place of a number is above it.
 
 
 class Calls:
@@ -14,8 +13,9 @@ class Calls:
 
     def of_platform(self, line, thread, _kind, _address, operation, arguments, result, taken):
         history = self._history
+        thread.process.has_calls = True
         if operation == 'reclaim':
-            return self._reclaim(line, thread, arguments, result)
+            return self._reclaim(line, thread, arguments, result, taken / 1e6)
         if history.observers:
             history.show(('thread', line.pid, line.tid), 'platform', f'{operation}({arguments}) = {result}',
                          line.time - taken / 1e6, line)
@@ -34,24 +34,31 @@ class Calls:
                 fitting[0].told_of_reclaim = line
         return None
 
-    def _reclaim(self, line, thread, arguments, result):
+    def _reclaim(self, line, thread, arguments, result, taken):
         if result is None:
             thread.reclaimed_id = int(arguments) if arguments.isdigit() else None
         else:
             thread.reclaimed_id = None
             if thread.reclaims and str(getattr(thread.reclaims[-1].life, 'id', '')) == arguments:
                 self._clients.end_reclaim(thread.reclaims.pop(), line, thread)  # Its own line is lost.
+            if thread.ended:
+                self._clients.judge_length(thread.ended, taken)
+                thread.ended = None
         return None
 
     def _of_manager(self, line, thread, operation, arguments, result, taken):
-        history = self._history
-        process = history.process(line.pid)
+        history, process = self._history, thread.process
         if operation == 'ClientInit':
+            number = arguments.rsplit(' ', 1)[-1]  # Clients are counted from 1.
+            if number == '1' and process.is_whole is not None:
+                history.end_process(line.pid, line, 'its process ended: another has its number')
+                thread = history.thread(line)
+            if number.isdigit() and int(number) < MANY:
+                process.opened += 1
+                process.highest = max(process.highest, int(number))
             if process.is_whole is None:
-                process.is_whole = arguments.rsplit(' ', 1)[-1] == '1'  # Clients are counted from 1.
+                process.is_whole = number == '1'
                 history.begins_in_the_middle |= not process.is_whole
-                for early in process.early if process.is_whole else ():
-                    self._judge_use(*early)
             return history.new_life('client', line, thread) if result == 0 else None
         if operation == 'CodecTypeFromMIME':
             if thread.life is not None:
@@ -100,27 +107,26 @@ class Calls:
             mine.codec = address
         if life is None and operation == 'release' and thread.life and thread.life.state == 'refused':
             life = thread.life  # Never configured.
-        process = history.process(line.pid)
         if life is None:
             life = history.by_codec[key] = history.new_life(kind, line)
             life.codec, life.state = address, 'without a core'
-            life.configured = False if process.is_whole else None
         if life.kind == 'client':
             life.kind = kind
         if result is None:
-            life.in_flight[line.tid] = (operation, line)
-            if is_configure:
-                life.configured = None
+            outer = life.in_flight.get(line.tid)
+            if outer and outer[0] == operation and line.tid:
+                history.loses(line)  # The return from the same call before.
+                outer = None
+            life.in_flight[line.tid] = (operation, line, outer)
             return life
-        before, entered = life.in_flight.pop(line.tid, (operation, None))
+        before, entered, outer = life.in_flight.pop(line.tid, (operation, None, None))
+        if outer:
+            life.in_flight[line.tid] = outer
         entered = entered if before == operation else None
-        history.begins_in_the_middle |= entered is None
-        if entered and life.configured in (False, None) and not is_configure and operation not in ANY_TIME \
-                and operation[:3] not in ('get', 'set', 'tes'):
-            if life.configured is False:
-                self._judge_use(life, entered, operation)
-            elif process.is_whole is None and len(process.early) < 10:
-                process.early.append((life, entered, operation))
+        if entered is None:
+            history.begins_in_the_middle = True
+            if not thread.is_new:
+                history.loses(line)
         count = life.calls.setdefault(operation, [0, 0])
         count[0] += 1
         count[1] = max(count[1], taken)
@@ -132,21 +138,11 @@ class Calls:
         if waiting and waiting.quiet is None and not life.in_flight:
             waiting.quiet = line
         if is_configure:
-            life.configured = result == 0 or None
             life.tell(line, f'{operation}: ' + ('configured' if result == 0 else f'status {result}'))
             if result != 0:
                 history.find('codec-refused', life, [entered or line, line], f'status {result}', [life])
         elif operation == 'release':
             life.tell(line, 'its owner released the codec')
-            life.configured = False if life.configured else life.configured
             if life.state == 'without a core':
                 life.state = 'closed'
         return life
-
-    def _judge_use(self, life, line, operation):
-        never = life.id is None and not any('onfigure' in name for name in life.calls)
-        if life.state not in ('reclaimed', 'process ended') and not (
-                never and self._history.process(line.pid).has_failed):  # Then it is a consequence.
-            life.configured = None  # Once is enough.
-            lines = [line] if life.last.number >= line.number else [life.last, line]
-            self._history.find('not-configured', life, lines, operation, [life])

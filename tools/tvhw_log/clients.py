@@ -4,6 +4,8 @@ import re
 
 from .lives import Reclaim, named, seconds
 from .messages import CLIENT, ENCODER
+from .service import Service
+from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, STUCK
 
 WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
 PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
@@ -12,8 +14,6 @@ LONG_RECLAIM = 1.5  # and in a reclaim of unknown parts that are worth a note.
 HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just under way.
 GRACE = 1.0  # Seconds in which what is not there may still come,
 GRACE_OF_OWNER = 3.0  # and in which an owner may notice that his codec was reclaimed.
-NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
-IS_ASKED = re.compile(r'client (\d+) of process (\d+) .* is asked ')
 OPEN_AT_THE_END = re.compile(r'client (\d+) is open when the process ends')
 ENDED = ('closed', 'refused', 'reclaimed', 'released', 'process ended')
 
@@ -26,7 +26,7 @@ class Clients:
         self._holders = {}  # Process: clients that may hold a core.
         self._on_port = {}  # Port: the client it was granted to last.
         self._reclaims = []  # The last that have ended, and those that have not.
-        self._asked = {}  # Process: the one client that the service says it asks.
+        self.service = Service(history)
         self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
 
     # --- Acquisition.
@@ -41,6 +41,8 @@ class Clients:
         if life is None or life.state != 'asking' or life.held_since is not None:
             life = self._new(line, thread)
         return life
+
+    init_failed = requests
 
     def concerned(self, line, thread, *_):
         """A line of the client that the thread is concerned with."""
@@ -83,7 +85,7 @@ class Clients:
         life.mime = mime or 'no MIME type'
         return life
 
-    def refused(self, line, thread, code, only_tried):
+    def acquire_refused(self, line, thread, code, only_tried):
         life = self.requests(line, thread)
         life.tell(line, f'refused: code {code}, ' + ('not allowed to force' if only_tried else 'with force'))
         return life
@@ -99,9 +101,11 @@ class Clients:
         """Looks for what explains a refusal, once the lines tell whose it is."""
         finding = thread.finding
         life = thread.life
-        if life is None or not finding or name not in ('acquire_refused', 'grant_unread'):
+        if life is None or not finding or name not in ('acquire_refused', 'display_refused', 'grant_unread'):
             return
-        if finding.rule == 'patience-over':
+        if name != 'grant_unread':
+            self.service.explains(finding, line, life)
+        if finding.rule == 'patience-over' and not finding.is_explained:
             late = [reclaim for reclaim in self._reclaims if reclaim.end is None
                     or line.time - reclaim.end.time < PATIENCE]
             late = [reclaim for reclaim in late if line.time - reclaim.begin.time > PATIENCE - 1]
@@ -114,7 +118,7 @@ class Clients:
             self._history.verdicts.move(finding, 'live-encoder')
             finding.candidates = [who for _, who in rejections]
             finding.lines[:0] = [rejected for rejected, _ in rejections[-3:] if rejected not in finding.lines]
-        else:
+        elif not finding.is_explained:
             kind = life.kind if life.kind != 'client' else None
             holders = [other for lives in self._holders.values() for other in lives
                        if other.state == 'holding' and other is not life and kind in (None, other.kind)]
@@ -186,7 +190,7 @@ class Clients:
             self._rejections.clear()  # Nobody was refused for them.
         return life
 
-    def identified(self, line, thread, number):
+    def id(self, line, thread, number):
         life = self.concerned(line, thread)
         if life.id not in (None, number):
             life = self._new(line, thread)
@@ -198,8 +202,11 @@ class Clients:
     def identify(self, life, number):
         known = self._history.by_id
         old = known.get((life.pid, number))
-        if old is not None and old is not life and old.state not in ENDED:
-            old.state = 'closed'  # Its end is not in the log.
+        if old is not None and old is not life:
+            if old.state not in ENDED:
+                old.state = 'closed'  # Its end is not in the log.
+            for reclaim in self._reclaims:  # It may be another process of the same number.
+                reclaim.overtaken |= reclaim.pid == life.pid
         life.id = number
         known[life.pid, number] = life
 
@@ -213,7 +220,7 @@ class Clients:
         return life
 
     @staticmethod
-    def succeeds(_line, thread, *_):
+    def no_port(_line, thread, *_):
         thread.finding = None
         return thread.life
 
@@ -239,7 +246,7 @@ class Clients:
         life.state = 'without a core' if life.kind == 'encoder' else 'refused'
         return life
 
-    def not_configured(self, line, thread, *_):
+    def grant_unread(self, line, thread, *_):
         life = self.concerned(line, thread)
         if life.kind == 'client' and line.tag == CLIENT:
             life.kind = 'decoder'
@@ -249,12 +256,14 @@ class Clients:
             life.state = 'refused'
         return life
 
+    request_unsent = grant_unread
+
     def id_unread(self, line, thread):
         life = self.concerned(line, thread)
         life.tell(line, 'holds the core, but its id is not known: not configured')
         return life
 
-    def no_display(self, line, thread):
+    def display_none(self, line, thread):
         life = self.concerned(line, thread)
         life.tell(line, 'no display port: not configured, gives everything back')
         if life.state == 'holding':
@@ -262,12 +271,14 @@ class Clients:
             life.state, life.gave_back = 'released', line
         return life
 
+    display_unrequested = display_none
+
     def not_cleared(self, line, thread):
         life = self.concerned(line, thread)
         life.tell(line, 'ports not cleared: not configured, keeps the core')
         return life
 
-    def giving_back(self, line, thread, code):
+    def give_back_failed(self, line, thread, code):
         """A failure on the way out: whose, only a log with calls tells."""
         if not self._history.process(line.pid).has_calls:
             mine = [life for life in self._holders.get(line.pid, ()) if life.state == 'holding']
@@ -275,6 +286,8 @@ class Clients:
         if thread.life is not None:
             thread.life.tell(line, f'giving back or closing failed: code {code}')
         return thread.life
+
+    free_failed = give_back_failed
 
     # --- Reclaims.
 
@@ -287,18 +300,12 @@ class Clients:
                 self.identify(life, thread.reclaimed_id)
             return [life]
         kind = 'encoder' if line.tag == ENCODER else 'decoder'
-        asked = self._history.by_id.get((line.pid, self._asked.pop(line.pid, None)))
+        asked = self._history.by_id.get((line.pid, self.service.asked.pop(line.pid, None)))
         if asked is not None and asked.kind in ('client', kind):
             return [asked]
         return [life for life in self._holders.get(line.pid, ()) if life.state == 'holding'
                 and life.kind in ('client', kind)
                 and (calling_pid in (None, -1) or life.calling_pid in (None, calling_pid))]
-
-    def told_by_service(self, line):
-        asked = IS_ASKED.search(line.message)
-        if asked:
-            pid = int(asked[2])
-            self._asked[pid] = None if pid in self._asked else int(asked[1])  # Two at once: which is which?
 
     def _begin(self, line, thread, calling_pid):
         self._overtakes(line, thread)
@@ -311,7 +318,7 @@ class Clients:
             if calling_pid and calling_pid > 0:
                 life.calling_pid = calling_pid
             reclaim.knows_calls = life.codec is not None
-            reclaim.waited_for = [f'{name} (thread {tid})' for tid, (name, _) in life.in_flight.items()]
+            reclaim.waited_for = [f'{name} (thread {tid})' for tid, (name, *_) in life.in_flight.items()]
             reclaim.quiet = line if reclaim.knows_calls and not life.in_flight else None
             life.reclaim = reclaim
         thread.reclaims.append(reclaim)
@@ -333,7 +340,7 @@ class Clients:
             self._begin(line, thread, None).began = False
         reclaim = thread.reclaims[-1]
         reclaim.timeout = reclaim.quiet = line
-        inside = [f'{name} (thread {tid})' for tid, (name, _) in reclaim.life.in_flight.items()] \
+        inside = [f'{name} (thread {tid})' for tid, (name, *_) in reclaim.life.in_flight.items()] \
             if reclaim.life else []
         finding = self._history.find(
             'codec-stuck', reclaim.who, [reclaim.begin, line] if reclaim.began else [line],
@@ -364,7 +371,10 @@ class Clients:
         if reclaim.timeout and thread.held_up:
             thread.held_up.add(line)
         thread.finding = thread.held_up = None
-        self._judge_length(reclaim)
+        if thread.reclaimed_id is None:
+            self.judge_length(reclaim)
+        else:
+            thread.ended = reclaim
         history.show(('thread', line.pid, line.tid), 'reclaim', f'reclaim: {reclaim.who}', reclaim.begin,
                      line, life)
         if life is None:
@@ -408,14 +418,17 @@ class Clients:
             return text + f'; wait for calls and release of the codec took {taken:.3f} s'
         return text + (f'; took {taken:.3f} s' if taken is not None else '')
 
-    def _judge_length(self, reclaim):
-        """Says what took long in a reclaim that has ended, as far as the log tells its parts."""
+    def judge_length(self, reclaim, measured=None):
+        """Says what took long in a reclaim that has ended, as far as the log tells its parts; in seconds, as
+        measured, or by the clock, which may have been set meanwhile."""
         taken = seconds(reclaim.begin, reclaim.end)
+        if measured is not None and taken is not None:
+            taken = min(taken, measured)
         if taken is None or not reclaim.began:
             return
         lines = [line for line in (reclaim.begin, reclaim.quiet, reclaim.end) if line]
         late = f'; the host platform\'s manager waits {PATIENCE:.0f} s' if taken > PATIENCE else ''
-        known = seconds(reclaim.quiet, reclaim.end) if reclaim.quiet else taken - WAIT_LIMIT
+        known = min(taken, seconds(reclaim.quiet, reclaim.end)) if reclaim.quiet else taken - WAIT_LIMIT
         at_least = '' if reclaim.quiet else 'at least '
         if known >= LONG_RELEASE:
             self._history.find('release-slow', reclaim.who, lines,
@@ -447,23 +460,24 @@ class Clients:
         in_release = reclaim.quiet is not None and reclaim.timeout is None
         granted = reclaim.granted is not None and reclaim.granted.time - reclaim.begin.time < (
             PATIENCE - 0.5 if reclaim.newcomer else HANGS_AFTER)
-        if reclaim.overtaken or reclaim not in thread.reclaims or (granted and (reclaim.newcomer or not in_release)):
-            history.note(f'The end of a reclaim is not in the log ({where}), but its thread went on or a core was '
-                         'granted: it may have ended, and its line be lost.')
-        elif after is not None and after >= HANGS_AFTER or reclaim.timeout:
-            lines = [line for line in (reclaim.begin, reclaim.quiet) if line]
-            known = 'inside release()' if in_release else 'waiting or in release()'
-            if reclaim.timeout and not in_release:
-                known = 'the wait was over, release() is next'
-            silent = '' if history.quiet_for(reclaim.begin) > GRACE else \
-                '; its process wrote nothing any more, and may have ended'
-            if after is not None and after >= HANGS_AFTER:
-                history.find('reclaim-hangs', reclaim.who, lines,
-                             f'{after:.1f} s when the log ends, {known}{silent}', reclaim.candidates)
-            else:
-                history.note(f'The log ends in a reclaim that gave up waiting for calls ({where}).')
+        answered = reclaim.life and self.service.answers_of.get((reclaim.pid, reclaim.life.id))
+        lines = [line for line in (reclaim.begin, reclaim.quiet) if line]
+        if reclaim.overtaken or reclaim not in thread.reclaims or (granted and (reclaim.newcomer or not in_release)) \
+                or answered and answered.time >= reclaim.begin.time:
+            history.note(f'The end of a reclaim is not in the log ({where}), but its thread went on, it was answered '
+                         'or a core was granted: it may have ended, and its line be lost.')
+        elif after is None or after < HANGS_AFTER:
+            history.note(f'The log ends in a reclaim that gave up waiting for calls ({where}).' if reclaim.timeout else
+                         f'The log ends during a reclaim ({where}): too soon to tell more.')
+        elif history.quiet_for(reclaim.begin) <= GRACE and not history.has_system and not (
+                reclaim.life and (reclaim.pid, reclaim.life.id) in self.service.stuck):
+            history.note(f'A reclaim had not ended after {after:.1f} s, when the log ends ({where}), but its process '
+                         'wrote nothing any more: it may have been killed.')
         else:
-            history.note(f'The log ends during a reclaim ({where}): too soon to tell more.')
+            known = 'the wait was over, release() is next' if reclaim.timeout and not in_release else \
+                'inside release()' if in_release else 'waiting or in release()'
+            history.find('reclaim-hangs', reclaim.who, lines, f'{after:.1f} s when the log ends, {known}',
+                         reclaim.candidates, absent=True)
         if reclaim.life:
             reclaim.life.tell(reclaim.begin, 'a reclaim begins, whose end is not in the log')
             history.show(('life', reclaim.life), 'guard', 'guard closed: a reclaim', reclaim.begin, history.last)
@@ -473,7 +487,7 @@ class Clients:
     def finish(self, life):
         history, last = self._history, self._history.last
         knows = history.process(life.pid).has_calls
-        for tid, (operation, line) in life.in_flight.items():
+        for tid, (operation, line, _) in life.in_flight.items():
             life.tell(line, f'{operation} on thread {tid} had not returned when the log ended')
             history.show(('thread', life.pid, tid), 'call', f'{operation}, not returned', line, last,
                          life, {'client': life.name})
@@ -484,7 +498,7 @@ class Clients:
         elif life.state == 'released' and life.gave_back is not None:
             self._judge_open_client(life, 'never-freed', life.gave_back, None, knows)
         if life.held_since is not None:
-            life.tell(last, 'still holds its core when the log ends' if knows else
+            life.tell(last, 'still holds its core when its lines end' if knows else
                       'whether it still holds its core when the log ends is not known')
             self.end_hold(life, last)
 
@@ -509,7 +523,7 @@ class Clients:
         open_for = history.quiet_for(since)
         if open_for >= (GRACE_OF_OWNER if rule == 'core-kept' else GRACE):
             history.find(rule, life, [line for line in (since, told) if line],
-                         f'still open {open_for:.1f} s later, when the log ends', [life])
+                         f'still open {open_for:.1f} s later, when the log ends', [life], absent=True)
         elif not life.in_flight:
             history.note(f'{life.who}: not closed {open_for:.3f} s after it lost or gave back its core, when '
                          'the log ends: too soon to tell whether it is kept.')

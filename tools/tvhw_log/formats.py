@@ -3,6 +3,7 @@ writes "threadtime". Compressed files, archives and UTF-16 are read as they are.
 one in none of the forms has no tag."""
 
 import filecmp
+import functools
 import gzip
 import heapq
 import io
@@ -40,6 +41,7 @@ GROUPS = ('clock', 'part', 'pid', 'tid', 'priority', 'tag', 'message')
 for _name, _form in FORMS.items():  # Every form has all groups.
     FORMS[_name] = re.compile(_form.pattern + ''.join(
         f'(?P<{group}>)' for group in GROUPS if group not in _form.groupindex))
+LONG = FORMS['long']
 _COLOUR = re.compile(r'\x1b\[[0-9;]*m')
 _DAYS_BEFORE = [0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335]
 
@@ -61,29 +63,27 @@ class Source:
         self._stream = stream if hasattr(stream, 'peek') else io.BufferedReader(stream)
         self.lines = self.formless = self.jumps = self.repeated = 0
         self.damage = ''  # Why reading ended before the file did.
-        self._form = 'threadtime'
+        self._form = FORMS['threadtime']
         self._second = ('', 0)
         self._latest = self._offset = 0.0
         self._is_astray = False
-        self._header = None  # Of the form "long".
 
     def _other_form(self, text):
-        for name, form in FORMS.items():
+        for form in FORMS.values():
             match = form.match(text)
             if match is not None:
-                self._form = name
+                self._form = form
                 return match
         return None
 
-    def _seconds(self, clock, fraction):
-        if clock != self._second[0]:
-            if '-' in clock:
-                days = _DAYS_BEFORE[min(max(int(clock[:2]), 1), 12) - 1] + int(clock[3:5])
-                seconds = int(clock[6:8]) * 3600 + int(clock[9:11]) * 60 + int(clock[12:14])
-                self._second = (clock, days * DAY + seconds)
-            else:
-                self._second = (clock, int(clock[-12:]))
-        return self._second[1] + int(fraction) / 10 ** len(fraction)
+    def _seconds(self, clock):
+        if '-' in clock:
+            days = _DAYS_BEFORE[min(max(int(clock[:2]), 1), 12) - 1] + int(clock[3:5])
+            seconds = days * DAY + int(clock[6:8]) * 3600 + int(clock[9:11]) * 60 + int(clock[12:14])
+        else:
+            seconds = int(clock[-12:])
+        self._second = (clock, seconds)
+        return seconds
 
     def _corrected(self, time):
         """Returns a time that does not go back, whatever the clock does."""
@@ -101,27 +101,23 @@ class Source:
             self._is_astray = not self._is_astray
             return self._latest
         self._is_astray = False
-        self._latest = max(self._latest, time)
+        if back < 0:
+            self._latest = time
         return time
 
-    def _decoded(self):
+    def _texts(self):
+        """Yields the lines as far as the file can be read."""
         start = self._stream.peek(4)[:4]
         wide = {b'\xff\xfe': 'utf-16', b'\xfe\xff': 'utf-16'}.get(start[:2]) or (
             'utf-16-le' if len(start) == 4 and not start[1] and not start[3] and start[0] else None)
-        if wide:
-            text = io.TextIOWrapper(self._stream, wide, 'replace', '\n')
-            yield from iter(lambda: text.readline(LONGEST), '')
-        else:
-            for raw in iter(lambda: self._stream.readline(LONGEST), b''):
-                yield raw.decode('utf-8', 'replace')
-
-    def _texts(self):
+        text = io.TextIOWrapper(self._stream, wide or 'utf-8-sig', 'replace', '\n')
         try:
-            yield from self._decoded()
+            yield from iter(functools.partial(text.readline, LONGEST), '')
         except (EOFError, zlib.error, zipfile.BadZipFile, gzip.BadGzipFile, RuntimeError) as error:
             self.damage = str(error) or 'it ends too soon'
 
     def __iter__(self):
+        """Yields each line once the next tells whether its clock is ahead of all others."""
         held = None
         for line in self._read():
             if held is not None:
@@ -138,37 +134,36 @@ class Source:
             yield held
 
     def _read(self):
-        for text in self._texts():
+        header = None  # Of the form "long".
+        for raw in self._texts():
             self.lines += 1
             line = Line()
-            text = text.rstrip('\r\n')
-            if self.lines == 1:
-                text = text.lstrip('\ufeff')
-            line.file, line.number, line.raw = self.name, self.lines, text
-            self._fill(line, _COLOUR.sub('', text) if '\x1b' in text else text)
+            line.file, line.number, line.raw = self.name, self.lines, raw.rstrip('\r\n')
+            text = _COLOUR.sub('', line.raw) if '\x1b' in raw else line.raw
+            match = self._form.match(text) or self._other_form(text)
+            is_header = match is not None and self._form is LONG
+            if is_header:
+                header = match
+            elif match is None and text:
+                match = header
+            else:
+                header = None
+            if match is None or is_header:
+                self.formless += bool(text) and not is_header
+                line.tag = line.time = None
+                line.pid = line.tid = 0
+                yield line
+                continue
+            clock, fraction, pid, tid, line.priority, line.tag, message = match.group(*GROUPS)
+            if clock:
+                seconds = self._second[1] if clock == self._second[0] else self._seconds(clock)
+                line.time = seconds + int(fraction) / 10 ** len(fraction)
+                line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}'
+            else:
+                line.time, line.clock = None, ''
+            line.pid, line.tid = int(pid or 0), int(tid or 0)
+            line.message = text if match is header else (message or '').strip()
             yield line
-
-    def _fill(self, line, text):
-        match = FORMS[self._form].match(text) or self._other_form(text)
-        is_header = match is not None and self._form == 'long'
-        if is_header:
-            self._header = match
-        elif match is None and text:
-            match = self._header
-        else:
-            self._header = None
-        if match is None or is_header:
-            self.formless += bool(text) and not is_header
-            line.tag = line.time = None
-            return
-        clock, fraction, pid, tid, line.priority, line.tag, message = match.group(*GROUPS)
-        if clock:
-            line.time = self._seconds(clock, fraction)
-            line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}'
-        else:
-            line.time, line.clock = None, ''
-        line.pid, line.tid = int(pid or 0), int(tid or 0)
-        line.message = text if match is self._header else (message or '').strip()
 
 
 def opened(paths):

@@ -5,23 +5,27 @@ client that their thread was concerned with last. Whom a reclaim is for is told 
 calls; without them all clients that fit are candidates."""
 
 from .calls import Calls
-from .clients import NOTHING_HELD, Clients
+from .clients import Clients
 from .lives import Life, Process, Thread, named
-from .messages import CLIENT, CODEC, ENCODER, PLATFORM, SCALER, SINK, TAGS, event_of
-from .processes import end_of_process
+from .messages import (AFTER, CLIENT, CODEC, ENCODER, EXPLAINED_BY, MESSAGES, NEXT, PLATFORM, SCALER, SINK, STEP_ENDS,
+                       TAGS, event_of)
+from .others import SERVICE, TAGS_OF_OTHERS, end_of_process, tells_of_loss
 from .scaler_and_sink import Channels, Sinks
-from .verdicts import CAUSES, HOST_CODES, Finding, Verdicts
+from .verdicts import HOST_CODES, MISTAKES, NOTHING_HELD, Finding, Verdicts
 
 TOGETHER = 5.0  # Seconds in which failure lines of one operation follow each other.
+SOON = 1.0  # Seconds in which the host platform and the library tell of the same.
 KEPT_LIVES = 2000
 KEPT_THREADS = 20000
 KEPT_UNKNOWN = 10
+_CAUSES = {event: rule for event, _, _, _, *rules in MESSAGES for rule in rules}
 
 
 class History:
     def __init__(self, observers=()):
         self.observers = observers
         self.verdicts = Verdicts()
+        self._absences = Verdicts()  # Those that rest on the absence of lines: true if none is lost.
         self.notes = []
         self.lives = []
         self.dropped = 0
@@ -29,83 +33,96 @@ class History:
         self.unknown_lines = []
         self.first = self.last = None
         self.begins_in_the_middle = False
+        self.has_system = False  # Whether lines of others are in it, which would tell of the end of processes.
+        self.loss = None  # The first line by which the log is known to have lost some.
+        self._seen = set()  # Events that this log has,
+        self._odd = {}  # and those that something else came after: where that was first.
         self.levels = {}  # Tag: the highest level that was seen.
         self.processes = {}
         self.by_id, self.by_codec, self._by_place = {}, {}, {}
         self._threads = {}
         self._count = 0
-        self.clients = clients = Clients(self)
-        self.channels = channels = Channels(self)
-        self.sinks = sinks = Sinks(self)
+        self.clients, self.channels, self.sinks = Clients(self), Channels(self), Sinks(self)
         calls = Calls(self)
-        self._table = {
-            'asked': clients.asked, 'encoder_asked': clients.encoder_asked,
-            'init_failed': clients.requests, 'no_codec': clients.no_codec,
-            'acquire_refused': clients.refused, 'grant_lost': clients.grant_lost,
-            'granted': clients.granted, 'core_type': clients.core_type, 'id': clients.identified,
-            'port': clients.port, 'no_port': clients.succeeds, 'display_granted': clients.display_granted,
-            'already_held': clients.already_held, 'not_connected': clients.not_connected,
-            'grant_unread': clients.not_configured, 'request_unsent': clients.not_configured,
-            'id_unread': clients.id_unread, 'display_none': clients.no_display,
-            'display_unrequested': clients.no_display, 'not_cleared': clients.not_cleared,
-            'give_back_failed': clients.giving_back, 'free_failed': clients.giving_back,
-            'reclaim_start': clients.reclaim_start, 'reclaim_timeout': clients.reclaim_timeout,
-            'reclaim_rejected': clients.reclaim_rejected, 'reclaim_end': clients.reclaim_end,
-            'panel': channels.panel, 'blank': channels.blank, 'connect': channels.connect,
-            'connect_failed': channels.connect_failed, 'adaptive': channels.adaptive,
-            'adaptive_failed': channels.adaptive_failed, 'disconnect': channels.disconnect,
-            'input': channels.input, 'input_adaptive': channels.input_adaptive,
-            'output': channels.output, 'scaler_init_failed': channels.none,
-            'scaler_open_failed': channels.by_index, 'scaler_close_failed': channels.by_index,
-            'sink_configured': sinks.configured, 'sink_picture': sinks.picture,
-            'sink_picture_failed': sinks.not_shown, 'sink_shown': sinks.shown,
-            'sink_closed': sinks.closed,
-            'platform_call': calls.of_platform, 'codec_call': calls.of_codec,
-        }
-        self._others = {SCALER: channels.of_failure, SINK: sinks.of_failure}
+        self._handlers = {'platform_call': calls.of_platform, 'codec_call': calls.of_codec}
+        for part, tags, others in ((self.clients, (CLIENT, ENCODER), self.clients.concerned),
+                                   (self.channels, (SCALER,), self.channels.of_failure),
+                                   (self.sinks, (SINK,), self.sinks.of_sink)):
+            self._handlers.update((event, getattr(part, event, others))
+                                  for event, of, *_ in MESSAGES if of[0] in tags)
 
     def read(self, line):
         if line.tag is None:
-            if 'tvhw-run: ' in line.raw:
-                self._end_process(line, line.raw)
+            self._read_formless(line)
             return
-        self.first = self.first or line
+        if self.first is None:
+            self.first = line
         self.last = line
         if line.tag not in TAGS and line.tag:
             self.foreign += 1
-            self._end_process(line, line.message)
-            if line.tag == 'ResourceManager':
-                self.clients.told_by_service(line)
+            self.has_system |= line.tag != SERVICE
+            if line.tag in TAGS_OF_OTHERS:
+                self._read_of_others(line)
             return
         event = event_of(line.tag, line.message)
         if event is None:
-            if line.tag == PLATFORM and line.priority in 'EWFA':
-                self.known += 1
-                if not self.clients.left_open(line):
-                    self.find('platform-says', f'process {line.pid}', [line], line.message)
-            elif line.tag:
-                self.unknown += 1
-                if len(self.unknown_lines) < KEPT_UNKNOWN:
-                    self.unknown_lines.append(line)
-            else:
-                self.foreign += 1
+            self._read_unknown(line)
             return
         self.known += 1
         line.tag, name, level, values = event
         if level > self.levels.get(line.tag, -1):
             self.levels[line.tag] = level
-        process = self.process(line.pid)
-        process.last = line
-        if line.tag == PLATFORM:
-            process.has_calls = True
         thread = self.thread(line)
-        handler = self._table.get(name) or self._others.get(line.tag, self.clients.concerned)
-        life = handler(line, thread, *values)
-        if name in CAUSES:
+        thread.process.last = line
+        if level <= 3 and line.tid:
+            self._judge_order(name, line, thread)
+        life = self._handlers[name](line, thread, *values)
+        if name in _CAUSES:
             self._fail(name, line, thread, values, life)
         thread.is_new = False
         for observer in self.observers:
             observer.line(line)
+
+    def _read_formless(self, line):
+        if 'tvhw-run: ' in line.raw:
+            self._end_process(line, line.raw)
+        elif self.first is not None and any(tag + ':' in line.raw for tag in TAGS):
+            self.loses(line)  # A part of a line.
+
+    def _read_of_others(self, line):
+        self._end_process(line, line.message)
+        if tells_of_loss(line):
+            self.loses(line)
+        elif line.tag == SERVICE:
+            self.clients.service.read(line)
+
+    def _read_unknown(self, line):
+        if line.tag == PLATFORM and 'mistake: ' in line.message:
+            self.known += 1
+            if not self.clients.left_open(line):
+                self._read_mistake(line)
+        elif line.tag:
+            self.unknown += 1
+            if len(self.unknown_lines) < KEPT_UNKNOWN:
+                self.unknown_lines.append(line)
+            if line.tag in (PLATFORM, CODEC) or '.cpp:' in line.message:
+                self.loses(line)  # One of the host's, and damaged.
+        else:
+            self.foreign += 1
+
+    def _read_mistake(self, line):
+        """The host platform names many a mistake, on the thread that makes it."""
+        rule = next((rule for words, rule in MISTAKES if words in line.message), 'platform-says')
+        thread = self.thread(line)
+        if thread.finding and rule == 'not-configured':
+            thread.finding.add(line)  # It goes on though its configuration failed.
+        elif thread.found and thread.found.rule == rule and line.time - thread.found.lines[-1].time < SOON:
+            thread.found.add(line)
+        else:
+            finding = self.find(rule, f'process {line.pid}', [line], line.message)
+            thread.told = finding if rule != 'platform-says' else None
+            if rule == 'patience-over':
+                thread.finding = finding  # The library's own lines follow.
 
     def process(self, pid):
         process = self.processes.get(pid)
@@ -119,8 +136,29 @@ class History:
         if thread is None:
             if len(self._threads) >= KEPT_THREADS:
                 del self._threads[next(iter(self._threads))]
-            thread = self._threads[key] = Thread()
+            thread = self._threads[key] = Thread(self.process(line.pid))
         return thread
+
+    # --- What is lost.
+
+    def loses(self, line):
+        """Before this line others are missing, or it is damaged."""
+        self.loss = self.loss or line
+
+    def _judge_order(self, name, line, thread):
+        if name.startswith('reclaim'):
+            return  # It comes at any time.
+        before, thread.event = thread.event, name
+        after = NEXT.get(before)
+        if before is not None and AFTER.get(name, before) != before and CLIENT in self.levels:
+            self.loses(line)
+        elif after and name not in after and name != 'region_reported':
+            self._odd.setdefault(before, line)
+        self._seen.add(name)
+
+    def closes_channel(self, line, thread):
+        if NEXT.get(thread.event, TAGS) <= STEP_ENDS:  # In the middle of a step.
+            self._odd.setdefault(thread.event, line)
 
     # --- Lives.
 
@@ -163,16 +201,23 @@ class History:
 
     # --- What is wrong.
 
-    def find(self, rule, who, lines, detail='', lives=()):
-        finding = Finding(rule, who, lines, detail, lives)
-        self.verdicts.add(finding)
+    def find(self, rule, who, lines, detail='', lives=(), absent=False):
+        """Adds a finding; `absent` says that it rests on lines which are not there."""
+        thread = self._threads.get((lines[-1].pid, lines[-1].tid)) or Thread(None)
+        told, thread.told = thread.told, None
+        if told and told.rule == rule and lines[-1].time - told.lines[-1].time < SOON:
+            told.whose, told.lives = who, lives
+            told.lines += lines
+            return told
+        thread.found = finding = Finding(rule, who, lines, detail, lives)
+        (self._absences if absent else self.verdicts).add(finding)
         return finding
 
     def note(self, text):
         self.notes.append(text)
 
     def _fail(self, name, line, thread, values, life):
-        rule, explained_by = CAUSES[name]
+        rule, explained_by = _CAUSES[name], EXPLAINED_BY.get(name, ())
         if name == 'acquire_refused':
             rule = self.clients.rule_of_refusal(*values)
         before = thread.finding
@@ -180,13 +225,14 @@ class History:
                 and name not in before.events and line.time - before.lines[-1].time <= TOGETHER):
             before.events.add(name)
             before.add(line)
+            before.whose = life or before.whose
         else:
-            if thread.is_new and name in ('resource_unread', 'grant_unread'):
-                rule = 'cause-unknown'
+            if name == 'grant_unread' or thread.is_new and name == 'resource_unread':
+                rule = 'cause-unknown'  # The line that tells it is not there.
+            elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
+                rule = 'grant-lost'
             elif name == 'resource_unread' and life is not None and life.id is not None and life.held_since:
                 rule = 'port-not-granted'  # The core was read before.
-            elif name == 'resource_unread' and values[0] == NOTHING_HELD:
-                rule = 'grant-lost'
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)
             detail = f'{code} is for the host platform: {codes[code]}' if code is not None else ''
@@ -196,8 +242,6 @@ class History:
             else:
                 self.verdicts.add(thread.finding)
             thread.finding.events.add(name)
-        if line.tag in (CLIENT, ENCODER):
-            self.process(line.pid).has_failed = True
         self.clients.failed(name, line, thread)
 
     def _end_process(self, line, text):
@@ -205,35 +249,44 @@ class History:
         process = ended and self.processes.get(ended.pid)
         if not process or not process.last:
             return
-        lives = [life for life in self.lives if life.pid == ended.pid
-                 and life.state not in ('closed', 'refused', 'process ended')]
+        lives = self._alive(ended.pid)
         if process.end is not None and (not lives or line.time - process.end.time < TOGETHER):
             if process.finding:
                 process.finding.add(line)
             return
-        process.end = line
         holders = [life for life in lives if life.held_since is not None]
-        for life in lives:
-            if life.reclaim is not None and life.reclaim.end is None:
-                ended.how += f', during a reclaim from {life.name}'
+        during = ''.join(f', during a reclaim from {life.name}' for life in lives
+                         if life.reclaim is not None and life.reclaim.end is None)
         if ended.crashed or (not ended.clean and holders):
             held = named(holders) if holders else ''
             if holders and not process.has_calls:
                 held += ' (as far as is known: releases are not in the log)'
-            process.finding = self.find('process-died', f'process {ended.pid} {ended.how}', [line],
+            process.finding = self.find('process-died', f'process {ended.pid} {ended.how}{during}', [line],
                                         f'it held the core of {held}' if held else 'it held no core', lives)
-        for life in lives:
+        self.end_process(ended.pid, line, 'its process ended')
+
+    def _alive(self, pid):
+        return [life for life in self.lives if life.pid == pid
+                and life.state not in ('closed', 'refused', 'process ended')]
+
+    def end_process(self, pid, line, text):
+        """Ends all of a process that is no more."""
+        process = self.processes[pid]
+        for life in self._alive(pid):
             self.clients.end_hold(life, line)
-            life.tell(line, 'its process ended')
+            life.tell(line, text)
             life.state = 'process ended'
             life.in_flight.clear()
-        for key in [key for key in self._threads if key[0] == ended.pid]:
+        for key in [key for key in self._threads if key[0] == pid]:
             del self._threads[key]
         for index in (self.by_id, self.by_codec, self._by_place):
-            for key in [key for key in index if key[0] == ended.pid]:
+            for key in [key for key in index if key[0] == pid]:
                 del index[key]
-        self.clients.process_ended(ended.pid)
-        process.is_whole = process.last = None
+        self.clients.process_ended(pid)
+        if process.lacks_clients():
+            self.loses(line)
+        process.end, process.is_whole, process.last = line, None, None
+        process.opened = process.highest = 0
 
     # --- The end of the log.
 
@@ -253,6 +306,16 @@ class History:
             else:
                 self.clients.finish(life)
         self.clients.finish_reclaims()
+        for event, line in self._odd.items():
+            after = STEP_ENDS if NEXT[event] <= STEP_ENDS else NEXT[event]
+            if not after.isdisjoint(self._seen):  # Else it has no such lines.
+                self.loses(line)
+        if self.loss is None and not any(process.lacks_clients() for process in self.processes.values()):
+            self.verdicts.take(self._absences)
+        else:
+            for rule, _, findings in self._absences.ranked():
+                self.note(f'"{rule.title}" would be said of {findings[0].who}, but lines are lost, which may '
+                          'tell otherwise.')
 
     def has_all_calls(self):
         return all(process.has_calls for process in self.processes.values())

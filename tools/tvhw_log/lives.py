@@ -20,8 +20,7 @@ class Life:
         self.asked = self.held_since = self.gave_back = self.told_of_reclaim = None  # Lines.
         self.reclaim = None
         self.calls = {}  # Operation: [count, longest in microseconds].
-        self.in_flight = {}  # Thread: (operation, line).
-        self.configured = None  # Whether the codec is; None: not known.
+        self.in_flight = {}  # Thread: (operation, line, that in which it was called).
         self.since = {}  # Of a channel or sink: the lines since which it is blank, shown, unplaced, ...
 
     def tell(self, line, text):
@@ -56,6 +55,7 @@ class Reclaim:
         self.knows_calls = False  # Whether the calls in flight are in the log.
         self.quiet = None  # When the last of them had returned: then it releases the codec.
         self.timeout = self.end = self.newcomer = self.granted = None
+        self.answered = None  # The service's line of its answer.
         self.began = True  # False: its beginning is not in the log.
         self.overtaken = False  # Its thread went on to something else.
 
@@ -67,8 +67,12 @@ class Reclaim:
 
 
 class Thread:
-    def __init__(self):
-        self.life = self.finding = self.reclaimed_id = self.channel = self.panel = self.held_up = None
+    def __init__(self, process):
+        self.process = process
+        self.life = self.finding = self.found = self.reclaimed_id = self.channel = self.panel = self.held_up = None
+        self.event = None  # The library's last on it.
+        self.ended = None  # The reclaim that has ended, until the host platform tells how long it took.
+        self.told = None  # The last finding that is a mistake in the host platform's words.
         self.reclaims = []  # Those under way, the innermost last.
         self.is_new = True  # No line of it has been read.
 
@@ -76,10 +80,13 @@ class Thread:
 class Process:
     def __init__(self):
         self.has_calls = False  # Whether its platform calls are in the log.
-        self.has_failed = False  # Whether a request for a core failed.
+        self.opened = self.highest = 0  # How many clients it opened, and the highest number of one.
         self.is_whole = None  # Whether the log has it from its start; None: not known.
         self.last = self.finding = self.end = None
-        self.early = []  # Calls of codecs before the first client: (life, line, operation).
+
+    def lacks_clients(self):
+        """Says whether the log lost the opening of a client."""
+        return self.is_whole and self.highest > self.opened
 
 
 def named(lives, kind='client'):

@@ -60,14 +60,17 @@ def what_is_not_told(history):
     level = history.level()
     if history.begins_in_the_middle:
         yield 'The log begins in the middle, or has lost lines: who held what before is not known.'
+    if history.loss:
+        yield (f'The log has lost or damaged lines, the first before or at {history.loss.file}:{history.loss.number}: '
+               'what rests on a line that is not there is not told, and a number in a single line may be wrong.')
     if not history.known or history.has_all_calls():
         return
     if level <= 1:
         yield ('Levels 0 and 1, as far as is seen: only failures are logged. Grants, reclaims that went well, '
                'and who holds what are not.')
     else:
-        yield (f'Levels 0 to {level}, as far as is seen: releases are not logged. Who holds a core, and whom a '
-               'reclaim is for, is a guess where several fit; the wait for calls and release() are not told apart.')
+        yield (f'Levels 0 to {level}, as far as is seen: releases are not logged, nor how many cores there '
+               'are. Who holds a core, and whom a reclaim is for, is a guess where several fit; the wait for calls and release() are not told apart.')
     if level == 2:
         yield 'Nor is logged what was asked for, nor what was done with windows and still pictures (level 3).'
 

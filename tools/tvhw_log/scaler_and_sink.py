@@ -11,7 +11,7 @@ class Channels:
         self._history = history
 
     @staticmethod
-    def none(*_):
+    def scaler_init_failed(*_):
         return None
 
     def _at(self, line, thread, channel):
@@ -26,8 +26,10 @@ class Channels:
         channel = thread.channel if channel is None else channel
         return None if channel is None else self._at(line, thread, channel)
 
-    def by_index(self, line, thread, _code, channel):
+    def scaler_open_failed(self, line, thread, _code, channel):
         return self._at(line, thread, channel)
+
+    scaler_close_failed = scaler_open_failed
 
     @staticmethod
     def panel(line, thread, *_):
@@ -43,6 +45,7 @@ class Channels:
 
     def close(self, line, thread, channel):
         life = self._at(line, thread, channel)
+        self._history.closes_channel(line, thread)
         self._judge_placed(life)
         self._close(life, line)
         return life
@@ -110,9 +113,9 @@ class Channels:
     def _judge_placed(self, life):
         unplaced, early = (life.since.pop(name, None) for name in ('unplaced', 'early'))
         if unplaced and early:
-            self._history.find('region-before-adaptive', life, [early, unplaced], '', [life])
+            self._history.find('region-before-adaptive', life, [early, unplaced], '', [life], absent=True)
         elif unplaced:
-            self._history.find('never-placed', life, [unplaced], '', [life])
+            self._history.find('never-placed', life, [unplaced], '', [life], absent=True)
 
     def input(self, line, thread, channel, _x, _y, width, height):
         life = self._at(line, thread, channel)
@@ -127,7 +130,7 @@ class Channels:
         before = life.since.pop('input', None)
         life.since.pop('unplaced', None)
         if before:
-            self._history.find('region-before-adaptive', life, [before, line], '', [life])
+            self._history.find('region-before-adaptive', life, [before, line], '', [life], absent=True)
         self._judge_size(life, line, 'the part of the source', width, height)
         return life
 
@@ -160,36 +163,36 @@ class Sinks:
     def __init__(self, history):
         self._history = history
 
-    def of_failure(self, line, *_):
+    def of_sink(self, line, *_):
         return self._history.life_at(line.pid, 'sink', 'image sink', line)
 
-    def configured(self, line, _thread):
-        life = self.of_failure(line)
+    def sink_configured(self, line, _thread):
+        life = self.of_sink(line)
         life.tell(line, 'configured')
         life.since['configured'] = line
         return life
 
-    def picture(self, line, _thread, _x, _y, width, height, length, stride):
-        life = self.of_failure(line)
+    def sink_picture(self, line, _thread, _x, _y, width, height, length, stride):
+        life = self.of_sink(line)
         life.since.pop('configured', None)
         life.stream = f'{width}x{height}, {length} bytes, {stride} a line'
         return life
 
-    def shown(self, line, _thread):
-        life = self.of_failure(line)
+    def sink_shown(self, line, _thread):
+        life = self.of_sink(line)
         life.since.pop('configured', None)
         life.tell(line, f'shows a picture: {life.stream}')
         life.since.setdefault('shown', line)
         return life
 
-    def not_shown(self, line, _thread):
-        life = self.of_failure(line)
+    def sink_picture_failed(self, line, _thread):
+        life = self.of_sink(line)
         life.since.pop('configured', None)
         life.tell(line, f'not shown: {life.stream}')
         return life
 
-    def closed(self, line, _thread):
-        life = self.of_failure(line)
+    def sink_closed(self, line, _thread):
+        life = self.of_sink(line)
         self._history.show(('life', life), 'shown', 'shows a picture', life.since.pop('shown', None), line)
         configured = life.since.get('configured')
         if configured and configured.tid == line.tid:  # Another thread may close a sink of its own.
@@ -200,7 +203,7 @@ class Sinks:
 
     def _judge(self, life):
         self._history.find('still-not-shown', life, [life.since.pop('configured')],
-                           'configured, then no picture', [life])
+                           'configured, then no picture', [life], absent=True)
 
     def finish(self, life):
         configured = life.since.get('configured')

@@ -1,5 +1,4 @@
-"""What can be wrong. RULES lists the verdicts, the worst first; CAUSES says which verdict each failure
-line of the library leads to."""
+"""What can be wrong. RULES lists the verdicts, the worst first."""
 
 from collections import namedtuple
 
@@ -29,10 +28,14 @@ RULES = [Rule(*row) for row in [
      'The holder is one whose reclaim had begun and not ended by then; a codec\'s release() is what can take '
      'so long.',
      'What the release() of the candidates waits for.'),
+    ('forced', 'A core was taken from a client by force',
+     'The service was told to, and did not ask the client, whose codec goes on as if it had the core.',
+     'Its holder was stuck, or in somebody\'s way.',
+     'Who called the service\'s --force, and why.'),
     ('release-slow', 'A codec\'s release() took long in a reclaim',
      'The reclaim lasted longer than the 3 seconds for which it waits for calls, or the codec\'s own line '
      'tells how long its release() took. The newcomer waited as long.',
-     'The codec waits in release(), often for a thread of its own.',
+     'The codec waits in release(), often for a thread of its own; below level 4 a clock that was set looks alike.',
      'What that release() does; a stack of the thread while it lasts.'),
     ('manager-unreachable', 'The resource manager cannot be reached',
      'A client of the resource manager could not be opened, or its request found no service. A decoder that '
@@ -217,7 +220,14 @@ RULES = [Rule(*row) for row in [
      'A longer log.'),
 ]]
 
+NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
+
 RANK = {rule.name: rank for rank, rule in enumerate(RULES)}
+
+# Words of the host platform's mistakes: the verdict.
+MISTAKES = [(' before it is configured:', 'not-configured'), (' after its release:', 'not-configured'),
+            (' without width or height:', 'no-size'), ('TVHW_VSC_Connect() to port ', 'port-of-nobody'),
+            ('() with a window of ', 'empty-window'), ('a codec is still being stopped', 'patience-over')]
 
 # What the host platform's codes mean, by the tag of the line.
 HOST_CODES = {
@@ -228,50 +238,6 @@ HOST_CODES = {
              -16: 'the channel is in use', -22: 'a request without sense', -34: 'a region outside the panel',
              -107: 'another source is connected, or none'},
     SINK: {-16: 'in use', -22: 'no such output'},
-}
-
-_NO_CORE = ('no-codec', 'may-not-force', 'live-encoder', 'refused', 'grant-lost', 'grant-unreadable', 'no-such-core',
-            'request-invalid', 'patience-over', 'manager-unreachable', 'cause-unknown')
-
-# Failure line: its verdict, and the verdicts that explain it if one of their lines came before it in
-# the same operation; it then is a proof of those.
-CAUSES = {
-    'init_failed': ('manager-unreachable', ()),
-    'not_connected': ('manager-unreachable', ()),
-    'no_codec': ('no-codec', ()),
-    'acquire_refused': ('refused', ('no-codec',)),  # Or another: Clients.rule_of_refusal.
-    'grant_lost': ('grant-lost', ('no-codec',)),
-    'resource_unread': ('grant-unreadable', (*_NO_CORE, 'port-not-granted')),
-    'request_unsent': ('no-connection', ('manager-unreachable',)),
-    'grant_unread': ('grant-unreadable', _NO_CORE),
-    'id_failed': ('id-unreadable', ()),
-    'id_unread': ('id-unreadable', ()),
-    'display_refused': ('port-not-granted', ()),
-    'display_lost': ('port-not-granted', ()),
-    'display_unrequested': ('port-not-granted', ('manager-unreachable', 'no-connection')),
-    'display_none': ('port-not-granted', ()),
-    'clear_failed': ('ports-not-cleared', ()),
-    'not_cleared': ('ports-not-cleared', ('manager-unreachable',)),
-    'give_back_failed': ('give-back-failed', ()),
-    'free_failed': ('free-failed', ()),
-    'scaler_init_failed': ('scaler-unusable', ()),
-    'scaler_open_failed': ('channel-unopened', ()),
-    'scaler_close_failed': ('channel-unclosed', ()),
-    'connect_closed': ('channel-unopened', ('scaler-unusable',)),
-    'disconnect_closed': ('channel-unopened', ('scaler-unusable',)),
-    'region_closed': ('channel-unopened', ('scaler-unusable',)),
-    'connect_failed': ('window-blank', ()),
-    'adaptive_failed': ('adaptive-unset', ()),
-    'blank_failed': ('blank-failed', ()),
-    'input_failed': ('region-refused', ()),
-    'output_failed': ('region-refused', ()),
-    'disconnect_failed': ('disconnect-failed', ()),
-    'sink_open_failed': ('output-unopened', ()),
-    'sink_format': ('sink-format', ()),
-    'sink_config_failed': ('sink-unconfigured', ('output-unopened',)),
-    'sink_picture_failed': ('still-not-shown', ('output-unopened', 'sink-unconfigured', 'sink-format')),
-    'sink_close_failed': ('output-unclosed', ('output-unopened',)),
-    'core_unknown': ('core-unknown', ()),
 }
 
 # Failure lines that Clients judges together with others.
@@ -285,6 +251,7 @@ class Finding:
         self.rule, self.whose, self.detail, self.lives = rule, who, detail, list(lives)
         self.lines = list(lines)
         self.candidates = []
+        self.is_explained = False  # The service told who the candidates are.
         self.events = set()
 
     @property
@@ -310,6 +277,12 @@ class Verdicts:
         kept = self.found.setdefault(finding.rule, [])
         if len(kept) < self.KEPT:
             kept.append(finding)
+
+    def take(self, others):
+        """Adds what was found apart from these."""
+        for rule, findings in others.found.items():
+            self.found.setdefault(rule, []).extend(findings)
+            self.counts[rule] = self.counts.get(rule, 0) + others.counts[rule]
 
     def move(self, finding, rule):
         """Puts a finding under another rule, once more is known."""

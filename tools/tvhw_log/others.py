@@ -1,16 +1,9 @@
-"""Lines of others that tell of the end of a process."""
+"""Lines of others that tell of the end of a process, or of lines that the log lost."""
 
 import re
-from dataclasses import dataclass
+from collections import namedtuple
 
-
-@dataclass
-class End:
-    pid: int
-    how: str
-    crashed: bool = False
-    clean: bool = False
-
+End = namedtuple('End', 'pid how crashed clean')
 
 # Tag, message with the process as the group "pid", how it ended, whether that was a crash.
 _ENDS = [(tag, re.compile(pattern), how, crashed) for tag, pattern, how, crashed in (
@@ -29,14 +22,15 @@ _ENDS = [(tag, re.compile(pattern), how, crashed) for tag, pattern, how, crashed
     (None, r'tvhw-run: .*\(process (?P<pid>\d+)\) (?:ended with status (?P<status>\d+)|was killed by '
            r'(?P<signal>\w+))', 'ended', False),
 )]
-_TAGS = {tag for tag, *_ in _ENDS}
 _CRASHES = {'SIGSEGV', 'SIGABRT', 'SIGBUS', 'SIGFPE', 'SIGILL', '4', '6', '7', '8', '11'}
+
+SERVICE = 'ResourceManager'  # Of the host platform.
+_LOST = {SERVICE: re.compile(r'\d+ lines were left out'), 'chatty': re.compile(r'.* expire \d+ lines?')}
+TAGS_OF_OTHERS = {*(tag for tag, *_ in _ENDS), *_LOST}
 
 
 def end_of_process(line, text):
     """Returns the End that a line tells of; None, or 0, where it tells of none or not whose."""
-    if line.tag not in _TAGS:
-        return None
     for tag, pattern, how, crashed in _ENDS:
         match = pattern.match(text) if tag == line.tag else None
         if match is None:
@@ -46,6 +40,9 @@ def end_of_process(line, text):
         signal = groups.get('signal')
         if signal and '{}' not in how:
             how = 'was ended by signal {}' if signal.isdigit() else 'was ended by {}'
-        return pid and End(pid, how.format(signal), crashed or signal in _CRASHES,
-                           groups.get('status') == '0')
+        return pid and End(pid, how.format(signal), crashed or signal in _CRASHES, groups.get('status') == '0')
     return None
+
+
+def tells_of_loss(line):
+    return line.tag in _LOST and _LOST[line.tag].search(line.message)
