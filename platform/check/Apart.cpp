@@ -1,8 +1,10 @@
 // Checks in processes of their own.
 
+#include <dlfcn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <unwind.h>
 
 #include <algorithm>
 #include <array>
@@ -10,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -52,13 +55,52 @@ Report* gReport = nullptr;
 thread_local char const* tCall = nullptr;
 thread_local bool tIsMain = false;
 
+void setCall(char const* call) {
+    tCall = call;
+    ++gReport->calls;
+    if (tIsMain) {
+        gReport->ofMainThread = placeOf(call);
+    }
+}
+
 Report* sharedReport(int file) {
     void* const memory = mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     return memory == MAP_FAILED ? nullptr : static_cast<Report*>(memory);
 }
 
+bool gIsLoading = true;
+
+/// Remembers the outermost library of the platform's on the stack, whose own code runs as it is
+/// loaded.
+_Unwind_Reason_Code noteLibrary(_Unwind_Context* context, void* library) {
+    Dl_info info{};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    if (dladdr(reinterpret_cast<void*>(_Unwind_GetIP(context)), &info) != 0 &&
+        std::strstr(info.dli_fname, "/libkvo_") != nullptr) {
+        *static_cast<char const**>(library) = info.dli_fname;
+    }
+    return _URC_NO_REASON;
+}
+
+/// Tells which library has ended the process as it was loaded, and by which signal, 0 being exit().
+[[noreturn]] void endLoadingBy(int signal) {
+    char const* library = "a library of the platform";
+    _Unwind_Backtrace(noteLibrary, &library);
+    std::string const how = signal == 0         ? "calls exit()"
+                            : signal == SIGALRM ? "does not return"
+                                                : "ends by signal " + std::to_string(signal);
+    static_cast<void>(
+        std::fprintf(stderr, "tvhw-platform-check: %s %s as it is loaded\n", library, how.c_str()));
+    _exit(1);
+}
+
 void onCrash(int number) {
-    gReport->ofCrash = placeOf(tCall);
+    if (gIsLoading) {
+        endLoadingBy(number);
+    }
+    if (gReport != nullptr) {
+        gReport->ofCrash = placeOf(tCall);
+    }
     static_cast<void>(std::signal(number, SIG_DFL));
     static_cast<void>(std::raise(number));
 }
@@ -73,10 +115,19 @@ void tellCrashes() {
     struct sigaction action {};
     action.sa_handler = onCrash;
     action.sa_flags = SA_ONSTACK;
-    for (int const number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP}) {
+    for (int const number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGALRM}) {
         static_cast<void>(sigaction(number, &action, nullptr));
     }
+    static_cast<void>(std::atexit([] {
+        if (gIsLoading) {
+            endLoadingBy(0);
+        }
+    }));
+    alarm(static_cast<unsigned int>(kPatience.count()));
 }
+
+/// Before the platform's libraries are loaded, as far as a program can.
+__attribute__((section(".preinit_array"), used)) void (*const gAtStart)() = tellCrashes;
 
 /// Starts the program anew, so that what the platform's libraries do as they are loaded is done in
 /// the process that uses them; where that cannot be, under an emulator, goes on as it is.
@@ -113,21 +164,14 @@ bool hasEnded(pid_t process, Report const& report, int& status) {
 
 }  // namespace
 
-InCall::InCall(char const* call) : mOuter(tCall) {
-    tCall = call;
-    ++gReport->calls;
-    if (tIsMain) {
-        gReport->ofMainThread = placeOf(call);
-    }
+void endLoading() {
+    gIsLoading = false;
+    alarm(0);
 }
 
-InCall::~InCall() {
-    tCall = mOuter;
-    ++gReport->calls;
-    if (tIsMain) {
-        gReport->ofMainThread = placeOf(mOuter);
-    }
-}
+InCall::InCall(char const* call) : mOuter(tCall) { setCall(call); }
+
+InCall::~InCall() { setCall(mOuter); }
 
 void runHere(Check const& check, int number) {
     gReport = sharedReport(number);
@@ -136,7 +180,6 @@ void runHere(Check const& check, int number) {
     }
     gLacking = gReport->lacking;
     tIsMain = true;
-    tellCrashes();
     Outcome const outcome = check.run();
     gReport->kind = outcome.kind;
     outcome.came.copy(gReport->came.data(), gReport->came.size() - 1);
@@ -146,10 +189,8 @@ void runHere(Check const& check, int number) {
 
 Outcome runApart(Check const& check) {
     int const file = memfd_create("check", 0);
-    if (file < 0 || ftruncate(file, sizeof(Report)) != 0) {
-        return outcome(false, "no memory to share");
-    }
-    Report* const report = sharedReport(file);
+    bool const isMade = file >= 0 && ftruncate(file, sizeof(Report)) == 0;
+    Report* const report = isMade ? sharedReport(file) : nullptr;
     if (report == nullptr) {
         return outcome(false, "no memory to share");
     }

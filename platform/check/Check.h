@@ -2,7 +2,6 @@
 
 #include <initializer_list>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -10,13 +9,13 @@ namespace kvo::check {
 
 /// What came of a check.
 struct Outcome {
-    enum class Kind { kFailed, kWell, kSkipped };
+    enum class Kind { kWell, kFailed, kSkipped };
     Kind kind = Kind::kFailed;
     std::string came;  ///< All values; of a skipped check the reason.
 };
 
 /// What the media library loses without it.
-enum class Level {
+enum Level {
     kMust,    ///< It fails, or harms others.
     kShould,  ///< It does less. A platform may have decided so.
 };
@@ -28,12 +27,14 @@ struct Check {
     char const* done;      ///< What is done, for a reader who does it by hand.
     char const* expected;  ///< In words.
     Outcome (*run)();
+    char const* subsystem = nullptr;
 };
 
 using Checks = std::vector<Check>;
 
 // The checks of each subsystem, in the order in which they run.
-Checks managerChecks();
+Checks grantChecks();
+Checks reclaimChecks();
 Checks scalerChecks();
 Checks outputChecks();
 Checks panelChecks();
@@ -41,10 +42,10 @@ Checks utilityChecks();
 Checks logChecks();
 Checks libraryChecks();
 
-/// What the user has said that the chip lacks.
+/// What the user has said that the chip lacks, if not 0.
 struct Lacking {
-    bool decoder = false;
-    bool encoder = false;
+    int decoder = 0;
+    int encoder = 0;
 };
 extern Lacking gLacking;
 
@@ -54,47 +55,63 @@ inline Outcome outcome(bool isWell, std::string came) {
 
 inline Outcome skipped(std::string reason) { return {Outcome::Kind::kSkipped, std::move(reason)}; }
 
-/// Values with their names, as a line of the output shows them.
-using Values = std::initializer_list<std::pair<char const*, long long>>;
+/// A value with its name, and what it must be.
+struct Value {
+    static constexpr long long kAny = -987654321;  ///< It is only shown.
 
-inline std::string values(Values named) {
-    std::string text;
-    for (auto const& [name, value] : named) {
-        text += (text.empty() ? "" : ", ") + std::string(name) + " " + std::to_string(value);
-    }
-    return text;
-}
+    template <typename Number>
+    Value(std::string its, Number number, long long must = 0)
+        : name(std::move(its)), came(static_cast<long long>(number)), expected(must) {}
 
-/// A value with its name, and what it should be.
-struct Compared {
-    char const* name;
+    std::string name;
     long long came;
-    long long expected = 0;
+    long long expected;
 };
 
-inline Outcome areEqual(std::initializer_list<Compared> all) {
-    bool isWell = true;
-    std::string came;
-    for (auto const& [name, value, expected] : all) {
-        isWell = isWell && value == expected;
-        came += (came.empty() ? "" : ", ") + values({{name, value}});
+using Values = std::vector<Value>;
+
+/// Values with their names, as a line of the output shows them.
+inline std::string text(Values const& values) {
+    std::string all;
+    for (Value const& value : values) {
+        all +=
+            (all.empty() ? "" : ", ") + std::string(value.name) + " " + std::to_string(value.came);
     }
-    return outcome(isWell, came);
+    return all;
 }
 
-/// The results of calls in their order, all of which must be 0.
-class Steps {
-public:
-    void operator()(char const* step, int result) {
-        mIsWell = mIsWell && result == 0;
-        mCame += (mCame.empty() ? "" : ", ") + std::string(step) + " " + std::to_string(result);
+/// Well when all values are what they must be. Shows them, and what else there is to see.
+inline Outcome areRight(Values const& values, std::string const& besides = "") {
+    bool isWell = true;
+    for (Value const& value : values) {
+        isWell = isWell && (value.came == value.expected || value.expected == Value::kAny);
     }
-    [[nodiscard]] Outcome done() const { return outcome(mIsWell, mCame); }
+    return outcome(isWell, text(values) + besides);
+}
 
-private:
-    bool mIsWell = true;
-    std::string mCame;
-};
+/// The same of what is done in this order.
+inline Outcome areRightInOrder(std::initializer_list<Values> const& steps) {
+    Values all;
+    for (Values const& values : steps) {
+        all.insert(all.end(), values.begin(), values.end());
+    }
+    return areRight(all);
+}
+
+/// Does `once`, which is told the round from 0 and returns values, a hundred times, up to the first
+/// time that they are not right.
+template <typename Once>
+Outcome aHundredTimes(Once const& once) {
+    Outcome last;
+    for (int round = 0; round < 100; ++round) {
+        last = areRight(once(round));
+        if (last.kind != Outcome::Kind::kWell) {
+            last.came += ", in round " + std::to_string(round + 1);
+            break;
+        }
+    }
+    return last;
+}
 
 /// While it lives, its thread is inside a call of the platform, by whose name a crash or a hang of
 /// the check is reported. `call` must be a literal.
@@ -118,6 +135,9 @@ constexpr char kApartOption[] = "--apart";
 
 /// Runs a check in the process that runApart has started with this number, which then ends.
 [[noreturn]] void runHere(Check const& check, int number);
+
+/// The platform's libraries have been loaded: what ends the process from now on is not that.
+void endLoading();
 
 }  // namespace kvo::check
 

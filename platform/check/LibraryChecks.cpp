@@ -30,11 +30,11 @@ Outcome mapValues() {
     map.setInt32("negative", -5);
     map.setInt32("again", 6);
     map.setInt64("again", -7);
-    return areEqual({{"wide", map.getInt64("wide", 1), 0x0123456789ABCDEF},
+    return areRight({{"wide", map.getInt64("wide", 1), 0x0123456789ABCDEF},
                      {"its low half", map.getInt32("wide", 2), -1985229329},
                      {"negative", map.getInt64("negative", 3), -5},
                      {"again", map.getInt32("again", 4), -7},
-                     {"entries", static_cast<long long>(map.size()), 3}});
+                     {"entries", map.size(), 3}});
 }
 
 Outcome mapAbsent() {
@@ -43,13 +43,13 @@ Outcome mapAbsent() {
     KeyValueMap map;
     map.setInt32("adaptive-max-width", 8);
     map.setInt32("max-width", 9);
-    return areEqual(
+    return areRight(
         {{"Max-width", map.getInt32("Max-width", -9), -9},
          {"max-widt", map.getInt64("max-widt", kLeast), kLeast},
          {"max-width2", map.getInt32("max-width2", 10), 10},
          {"adaptive-max-height", map.getInt32("adaptive-max-height", 11), 11},
          {"adaptive-max-width", map.getInt32(std::string("adaptive-max-width").c_str(), 12), 8},
-         {"entries", static_cast<long long>(map.size()), 2}});
+         {"entries", map.size(), 2}});
 }
 
 Outcome mapCopies() {
@@ -61,7 +61,7 @@ Outcome mapCopies() {
     KeyValueMap assigned;
     assigned = map;
     map.setInt32("key", 12);
-    return areEqual({{"map", map.getInt32("key", 0), 12},
+    return areRight({{"map", map.getInt32("key", 0), 12},
                      {"copy", copy.getInt32("key", 0), 11},
                      {"assigned", assigned.getInt32("key", 0), 10}});
 }
@@ -119,7 +119,7 @@ template <typename... T>
 std::string all(T const&... each);
 
 template <typename T>
-std::string text(T const& value) {
+std::string shown(T const& value) {
     if constexpr (std::is_pointer_v<T>) {
         return std::to_string(reinterpret_cast<std::uintptr_t>(value));
     } else if constexpr (std::is_enum_v<T>) {
@@ -127,7 +127,7 @@ std::string text(T const& value) {
     } else if constexpr (std::is_arithmetic_v<T>) {
         return std::to_string(value);
     } else if constexpr (std::is_same_v<T, std::shared_ptr<NativeBuffer>>) {
-        return text(value.get());
+        return shown(value.get());
     } else if constexpr (std::is_same_v<T, Configuration>) {
         return all(value.getInt32("width", 0), value.getInt32("frame-rate", 0), value.size());
     } else if constexpr (std::is_same_v<T, BufferInfo>) {
@@ -144,7 +144,7 @@ std::string text(T const& value) {
 template <typename... T>
 std::string all(T const&... each) {
     std::string list;
-    ((list += ' ' + text(each)), ...);
+    ((list += ' ' + shown(each)), ...);
     return list;
 }
 
@@ -215,7 +215,8 @@ std::string call(Client& codec, Return<T> (Client::*operation)(Parameters...)) {
     return came + std::apply([](auto&... each) { return all(each...); }, arguments);
 }
 
-/// Calls each slot of a wrapper as its table has it, beside the codec's own.
+/// Calls each slot of a wrapper as its table has it, beside the codec's own. Returns what was
+/// wrong.
 template <typename Codec>
 Outcome forwards() {
     auto const codec = std::make_shared<Codec>();
@@ -229,23 +230,19 @@ Outcome forwards() {
     typename Codec::Client* volatile through = &wrapper;  // Else the table would not be used.
     unsigned int slots = 0;
     forEachSlot<Codec>([&](char const* name, auto operation) {
-        auto const resultOn = [&](auto& called) {
+        auto const resultOn = [&](typename Codec::Client& called) {
             gNext = 100ULL + slots;
             gCalls.clear();
             std::string const result = call(called, operation);
             return result + " from " + gCalls;
         };
-        typename Codec::Client& own = *codec;
-        std::string const direct = resultOn(own);
+        std::string const direct = resultOn(*codec);
         InCall const in(name);
         std::string const forwarded = resultOn(*through);
-        if (forwarded != direct) {
-            wrong.append(name).append(": ").append(forwarded).append("in place of ").append(direct);
-        }
+        wrong += forwarded == direct ? "" : name + (": " + forwarded) + "in place of " + direct;
         ++slots;
     });
-    return outcome(wrong.empty(),
-                   std::to_string(slots) + " slots, wrong: " + (wrong.empty() ? "none" : wrong));
+    return areRight({{"slots", slots, Value::kAny}, {"wrong", !wrong.empty()}}, " " + wrong);
 }
 
 template <typename Codec>
@@ -253,47 +250,44 @@ Outcome refusesWithoutCodec() {
     typename Codec::Wrapper wrapper(nullptr);
     typename Codec::Client* volatile through = &wrapper;
     std::string wrong;
-    unsigned int slots = 0;
     forEachSlot<Codec>([&](char const* name, auto operation) {
         InCall const in(name);
         gNext = 0;
         std::string const result = call(*through, operation);
         wrong += result[0] == '-' ? "" : name + (" " + result) + "; ";
-        ++slots;
     });
-    return outcome(wrong.empty(), std::to_string(slots) + " slots, without an error: " +
-                                      (wrong.empty() ? "none" : wrong));
+    return outcome(wrong.empty(), "without an error: " + (wrong.empty() ? "none" : wrong));
 }
 
 }  // namespace
 
 Checks libraryChecks() {
     return {
-        {Level::kMust, "a-map-keeps-64-bits",
+        {kMust, "a-map-keeps-64-bits",
          "a KeyValueMap is given 0x0123456789ABCDEF under wide, 5, then -5 under negative and 6, "
          "then "
          "-7 under again",
          "the values, of wide also the low half, -1985229329; 3 entries", mapValues},
-        {Level::kMust, "an-absent-key-reads-its-default",
+        {kMust, "an-absent-key-reads-its-default",
          "a KeyValueMap that has adaptive-max-width 8 and max-width 9 is asked for keys that are "
          "alike, and for the first",
          "the defaults -9, the least number, 10 and 11; and 8; 2 entries", mapAbsent},
-        {Level::kMust, "a-map-is-copied-whole",
+        {kMust, "a-map-is-copied-whole",
          "a KeyValueMap with key 10 is copied and assigned, and then the copy set to 11, itself "
          "to 12",
          "12, 11 and 10", mapCopies},
-        {Level::kMust, "the-decoder-wrapper-forwards",
+        {kMust, "the-decoder-wrapper-forwards",
          "each slot of a VideoDecoderClientWrapper is called, with its own arguments",
          "the codec's same slot, the same arguments and its result; the codec lives as long",
          forwards<Decoder>},
-        {Level::kMust, "the-encoder-wrapper-forwards",
+        {kMust, "the-encoder-wrapper-forwards",
          "each slot of a VideoEncoderClientWrapper is called, with its own arguments",
          "the codec's same slot, the same arguments and its result; the codec lives as long",
          forwards<Encoder>},
-        {Level::kShould, "a-wrapper-without-a-codec-refuses",
+        {kShould, "a-wrapper-without-a-codec-refuses",
          "each slot of a VideoDecoderClientWrapper that has no codec is called", "an error",
          refusesWithoutCodec<Decoder>},
-        {Level::kShould, "an-encoder-wrapper-without-a-codec-refuses",
+        {kShould, "an-encoder-wrapper-without-a-codec-refuses",
          "each slot of a VideoEncoderClientWrapper that has no codec is called", "an error",
          refusesWithoutCodec<Encoder>},
     };

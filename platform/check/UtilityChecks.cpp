@@ -1,19 +1,25 @@
-#include <elf.h>
-#include <fcntl.h>
-#include <link.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
+// The platform utility, and the log in the same library.
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <array>
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "Check.h"
 #include "SystemUtils.h"
+#include "kvo_media_log.h"
 
 namespace kvo::check {
 
@@ -34,15 +40,12 @@ int property(char const* name, int defaultValue) {
 }
 
 Outcome unsetProperty() {
-    bool isWell = true;
-    std::string came;
+    Values values;
     for (int const value : {-77, 0, 1, 4, 123456789, std::numeric_limits<int>::max(),
                             std::numeric_limits<int>::min()}) {
-        int const read = property(kUnset, value);
-        isWell = isWell && read == value;
-        came += values({{"for", value}, {"came", read}}) + "; ";
+        values.emplace_back("came", property(kUnset, value), value);
     }
-    return outcome(isWell, came);
+    return areRight(values);
 }
 
 /// A function of the table by its number, which a table of another order has elsewhere.
@@ -52,11 +55,12 @@ void* slotOf(SystemUtils& object, std::size_t number) {
     return table[number];
 }
 
-/// Calls a slot as an operation that answers a bool, whose byte is 0 or 1; what answers nothing
-/// leaves some other byte there, mostly.
-int answerOf(SystemUtils& object, std::size_t number, int pid) {
+/// Calls allowsForcedAcquire as an operation that answers a byte, which is 0 or 1; what answers
+/// nothing leaves some other byte there, mostly.
+int allows(int pid) {
     using Operation = unsigned char (*)(SystemUtils*, int);
-    return reinterpret_cast<Operation>(slotOf(object, number))(&object, pid);
+    InCall const in("SystemUtils::allowsForcedAcquire");
+    return reinterpret_cast<Operation>(slotOf(utils(), 1))(&utils(), pid);
 }
 
 template <typename T>
@@ -69,20 +73,15 @@ T const* at(void const* file, std::size_t offset) {
 std::string namesOf(void const* function) {
     constexpr std::uintptr_t kThumb = 1;  // Of an address, on Arm; functions begin at even ones.
     Dl_info library{};
-    struct stat state {};
     if (dladdr(function, &library) == 0) {
         return "";
     }
-    int const file = ::open(library.dli_fname, O_RDONLY | O_CLOEXEC);
-    if (file < 0 || fstat(file, &state) != 0) {
+    std::ifstream file(library.dli_fname, std::ios::binary);
+    std::string const content{std::istreambuf_iterator<char>(file), {}};
+    if (content.size() < sizeof(ElfW(Ehdr))) {
         return "";
     }
-    auto const size = static_cast<std::size_t>(state.st_size);
-    void* const memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
-    ::close(file);
-    if (memory == MAP_FAILED) {
-        return "";
-    }
+    void const* const memory = content.data();
     auto const* const header = at<ElfW(Ehdr)>(memory, 0);
     auto const* const sections = at<ElfW(Shdr)>(memory, header->e_shoff);
     auto const wanted = (reinterpret_cast<std::uintptr_t>(function) -
@@ -103,7 +102,6 @@ std::string namesOf(void const* function) {
             }
         }
     }
-    munmap(memory, size);
     return names;
 }
 
@@ -130,14 +128,10 @@ Outcome slots() {
     if (byName.kind == Outcome::Kind::kFailed) {
         return outcome(false, byName.came.substr(2));  // Without calling who knows what.
     }
-    int allowed[3] = {};
-    int defaults[3] = {};
+    Values values;
     for (int step = 0; step < 3; ++step) {
-        {
-            InCall const in("SystemUtils::allowsForcedAcquire");
-            allowed[step] = answerOf(utils(), 1, getpid());
-        }
-        defaults[step] = property(kUnset, 4711 + step);
+        values.emplace_back("allowed", allows(getpid()), 1);
+        values.emplace_back("default", property(kUnset, 4711 + step), 4711 + step);
         if (step == 0) {
             InCall const in("SystemUtils::onProcessReclaimed");
             utils().onProcessReclaimed(getpid());
@@ -146,39 +140,104 @@ Outcome slots() {
             utils().onReclaimedClientReleased(getpid());
         }
     }
-    return outcome(allowed[0] == 1 && allowed[1] == 1 && allowed[2] == 1 && defaults[0] == 4711 &&
-                       defaults[1] == 4712 && defaults[2] == 4713,
-                   values({{"allowed", allowed[0]},
-                           {"then", allowed[1]},
-                           {"then", allowed[2]},
-                           {"default", defaults[0]},
-                           {"then", defaults[1]},
-                           {"then", defaults[2]}}) +
-                       byName.came);
+    return areRight(values, byName.came);
 }
 
 /// Asks about processes that there are not, too: their players may have gone.
 Outcome anyProcess() {
-    std::string came;
-    bool isWell = true;
+    Values values;
     for (int const pid : {1, getpid(), 4194304, std::numeric_limits<int>::max()}) {
-        InCall const in("SystemUtils::allowsForcedAcquire");
-        int const answer = answerOf(utils(), 1, pid);
-        int const again = answerOf(utils(), 1, pid);
-        isWell = isWell && (answer == 0 || answer == 1) && again == answer;
-        came += values({{"process", pid}, {"answer", answer}, {"again", again}}) + "; ";
+        int const answer = allows(pid);
+        values.emplace_back("process", pid, Value::kAny);
+        values.emplace_back("answer", answer, answer == 0 ? 0 : 1);
+        values.emplace_back("again", allows(pid), answer);
     }
-    return outcome(isWell, came);
+    return areRight(values);
+}
+
+// --- The log.
+
+constexpr char kTag[] = "PlatformCheckTag";
+constexpr char kFile[] = "check/PlatformCheckFile.cpp";
+constexpr char kFunction[] = "platformCheckFunction";
+
+void logLine(int level) {
+    InCall const in("kvo_media_log_printf");
+    kvo_media_log_printf(level, kTag, kFile, kFunction, 4712, "core=0x%x of %s, %d/%u (%d%%)",
+                         0xBEEF, "the check", -5, 3000000000U, 42);
+}
+
+constexpr char kMessage[] = "core=0xbeef of the check, -5/3000000000 (42%)";
+
+/// Lets what the process prints from now on go to a file, which it returns.
+int redirect() {
+    int const file = memfd_create("printed", 0);
+    dup2(file, STDOUT_FILENO);
+    dup2(file, STDERR_FILENO);
+    return file;
+}
+
+std::string contentOf(int file) {
+    static_cast<void>(std::fflush(nullptr));
+    std::string content(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+    ssize_t const count = pread(file, content.data(), content.size(), 0);
+    content.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return content;
+}
+
+Outcome printsArguments() {
+    int const printed = redirect();
+    for (int level = 0; level <= 3; ++level) {
+        logLine(level);
+    }
+    std::string const content = contentOf(printed);
+    if (content.find(kMessage) == std::string::npos) {
+        bool const isSomething = content.find(kTag) != std::string::npos ||
+                                 content.find(kFile) != std::string::npos ||
+                                 content.find(kFunction) != std::string::npos;
+        return isSomething ? outcome(false, content)
+                           : skipped("the log prints nothing of it to standard output or error");
+    }
+    auto const begin = content.rfind('\n', content.find(kMessage)) + 1;
+    std::string const line = content.substr(begin, content.find('\n', begin) - begin);
+    auto const tag = line.find(kTag);
+    auto const isBehindTag = [&](char const* what) {
+        auto const place = line.find(what);
+        return place == std::string::npos || tag == std::string::npos || place > tag;
+    };
+    return outcome(isBehindTag(kFile) && isBehindTag(kFunction), line);
+}
+
+Outcome doesNotBlock() {
+    auto const start = std::chrono::steady_clock::now();
+    int const printed = redirect();
+    std::array<std::thread, 4> threads;
+    for (auto& thread : threads) {
+        thread = std::thread([] {
+            for (int line = 0; line < 25; ++line) {
+                logLine(line % 4);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    std::size_t const size = contentOf(printed).size();
+    auto const took = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
+    return areRight({{"ms", took.count(), Value::kAny},
+                     {"bytes printed", size, Value::kAny},
+                     {"5 s or more", took >= std::chrono::seconds(5)}});
 }
 
 }  // namespace
 
 Checks utilityChecks() {
     return {
-        {Level::kMust, "an-unset-property-reads-its-default",
+        {kMust, "an-unset-property-reads-its-default",
          "SystemUtils::getIntProperty reads tvhw.platform.check.unset with seven defaults",
          "each default", unsetProperty},
-        {Level::kMust, "system-utils-slots",
+        {kMust, "system-utils-slots",
          "the first four slots of SystemUtils' table are looked up in the symbols of its library; "
          "then allowsForcedAcquire for this process, and an unset property, before and after each "
          "of the two notices",
@@ -186,9 +245,21 @@ Checks utilityChecks() {
          "and onReclaimedClientReleased; 1, as this process may force (unless a policy forbids "
          "it), and 4711, 4712, 4713",
          slots},
-        {Level::kMust, "any-process-may-be-asked-about",
+        {kMust, "any-process-may-be-asked-about",
          "allowsForcedAcquire, twice each, for process 1, this one and two that there are not",
          "0 or 1, the same twice", anyProcess},
+    };
+}
+
+Checks logChecks() {
+    return {
+        {kMust, "the-log-prints-its-arguments",
+         "kvo_media_log_printf with level 0 to 3, a tag, file, function, line 4712 and five values",
+         "a line with the message whole, and the tag, if it is there, before file and function",
+         printsArguments},
+        {kMust, "the-log-does-not-block",
+         "kvo_media_log_printf, 100 lines from four threads at once", "all taken within 5 s",
+         doesNotBlock},
     };
 }
 

@@ -1,4 +1,8 @@
+#include <getopt.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +29,8 @@ prints what was done, what was expected and what came.
   --tap             the Test Anything Protocol
   --list            names the checks, and runs none
 
-Exits with 0 when all came out as expected, 1 when not, 2 for a wrong argument.
+Exits with 0 when all came out as expected, 1 when not, 2 for a wrong argument. A library that
+ends the process as it is loaded is told by one line, and the status is not 0.
 )";
 
 constexpr char const* kNotChecked[] = {
@@ -37,53 +42,41 @@ constexpr char const* kNotChecked[] = {
     "what happens at exit, in other processes, and when a process dies",
 };
 
-struct Subsystem {
+constexpr struct {
     char const* name;
-    Checks checks;
-    int well = 0;
-    int failed = 0;
-    int skipped = 0;
-};
+    Checks (*checks)();
+} kSubsystems[] = {{"manager", grantChecks}, {"manager", reclaimChecks}, {"scaler", scalerChecks},
+                   {"output", outputChecks}, {"panel", panelChecks},     {"utility", utilityChecks},
+                   {"log", logChecks},       {"common", libraryChecks}};
 
-using Subsystems = std::vector<Subsystem>;
-
-Subsystems allSubsystems() {
-    return {{"manager", managerChecks()}, {"scaler", scalerChecks()},   {"output", outputChecks()},
-            {"panel", panelChecks()},     {"utility", utilityChecks()}, {"log", logChecks()},
-            {"common", libraryChecks()}};
-}
+/// How many checks were well, have failed and were skipped.
+using Counts = std::array<int, 3>;
 
 struct Options {
     std::string only;
     std::vector<std::string> names;
     int repeat = 1;
-    bool isTap = false;
-    bool listsOnly = false;
+    int isTap = 0;
+    int listsOnly = 0;
 };
 
-int refuse(std::string const& what) {
-    static_cast<void>(std::fprintf(stderr, "tvhw-platform-check: %s; see --help\n", what.c_str()));
-    return 2;
-}
-
-void print(char const* subsystem, Check const& check, Outcome const& outcome,
-           long long milliseconds, int tapNumber) {
+void print(Check const& check, Outcome const& outcome, long long milliseconds, int tapNumber) {
     bool const isSkipped = outcome.kind == Outcome::Kind::kSkipped;
     bool const isWell = outcome.kind == Outcome::Kind::kWell;
-    char const* const level = check.level == Level::kMust ? "must" : "should";
+    char const* const came = outcome.came.c_str();
+    char const* const level = check.level == kMust ? "must" : "should";
     if (tapNumber > 0) {
         std::printf("%s %d - %s/%s%s%s\n", isWell || isSkipped ? "ok" : "not ok", tapNumber,
-                    subsystem, check.name, isSkipped ? " # SKIP " : "",
-                    isSkipped ? outcome.came.c_str() : "");
+                    check.subsystem, check.name, isSkipped ? " # SKIP " : "",
+                    isSkipped ? came : "");
         std::printf("# %s, %lld ms; done: %s; expected: %s; came: %s\n", level, milliseconds,
-                    check.done, check.expected, outcome.came.c_str());
+                    check.done, check.expected, came);
     } else if (isSkipped) {
-        std::printf("skipped %s: %s (%s, %lld ms)\n", check.name, outcome.came.c_str(), level,
-                    milliseconds);
+        std::printf("skipped %s: %s (%s, %lld ms)\n", check.name, came, level, milliseconds);
     } else {
         std::printf("%s%s: %s: expected %s; came: %s (%s, %lld ms)\n",
-                    isWell ? "ok      " : "FAILED  ", check.name, check.done, check.expected,
-                    outcome.came.c_str(), level, milliseconds);
+                    isWell ? "ok      " : "FAILED  ", check.name, check.done, check.expected, came,
+                    level, milliseconds);
     }
     static_cast<void>(std::fflush(stdout));
 }
@@ -94,162 +87,129 @@ Outcome runRepeatedly(Check const& check, int repeat) {
     for (int run = 1; run <= repeat; ++run) {
         result = runApart(check);
         if (result.kind != Outcome::Kind::kWell) {
-            if (run > 1) {
-                result.came += ", in run " + std::to_string(run);
-            }
+            result.came += run > 1 ? ", in run " + std::to_string(run) : "";
             break;
         }
     }
     return result;
 }
 
-int runAll(Subsystems& subsystems, Options const& options) {
-    std::size_t all = 0;
-    for (Subsystem const& subsystem : subsystems) {
-        all += subsystem.checks.size();
+int runAll(Checks const& all, Options const& options) {
+    if (options.isTap != 0) {
+        std::printf("TAP version 13\n1..%zu\n", all.size());
     }
-    if (options.isTap) {
-        std::printf("TAP version 13\n1..%zu\n", all);
-    }
+    std::vector<std::pair<std::string, Counts>> counts;
+    Counts total{};
     int number = 0;
-    for (Subsystem& subsystem : subsystems) {
-        for (Check const& check : subsystem.checks) {
-            auto const start = std::chrono::steady_clock::now();
-            Outcome const outcome = runRepeatedly(check, options.repeat);
-            auto const took = std::chrono::duration_cast<std::chrono::milliseconds>(
-                std::chrono::steady_clock::now() - start);
-            print(subsystem.name, check, outcome, took.count(), options.isTap ? ++number : 0);
-            ++(outcome.kind == Outcome::Kind::kWell      ? subsystem.well
-               : outcome.kind == Outcome::Kind::kSkipped ? subsystem.skipped
-                                                         : subsystem.failed);
+    for (Check const& check : all) {
+        auto const start = std::chrono::steady_clock::now();
+        Outcome const outcome = runRepeatedly(check, options.repeat);
+        auto const took = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - start);
+        ++number;
+        print(check, outcome, took.count(), options.isTap != 0 ? number : 0);
+        if (counts.empty() || counts.back().first != check.subsystem) {
+            counts.emplace_back(check.subsystem, Counts{});
         }
+        ++counts.back().second.at(static_cast<std::size_t>(outcome.kind));
+        ++total.at(static_cast<std::size_t>(outcome.kind));
     }
-    char const* const lead = options.isTap ? "# " : "";
+    char const* const lead = options.isTap != 0 ? "# " : "";
     std::printf("%sNot checked, as a program cannot know:\n", lead);
     for (char const* const what : kNotChecked) {
         std::printf("%s  %s\n", lead, what);
     }
-    Subsystem total{"all", {}};
-    for (Subsystem const& subsystem : subsystems) {
-        if (!subsystem.checks.empty()) {
-            std::printf("%s%s: %d ok, %d failed, %d skipped\n", lead, subsystem.name,
-                        subsystem.well, subsystem.failed, subsystem.skipped);
-        }
-        total.well += subsystem.well;
-        total.failed += subsystem.failed;
-        total.skipped += subsystem.skipped;
+    for (auto const& [subsystem, its] : counts) {
+        std::printf("%s%s: %d ok, %d failed, %d skipped\n", lead, subsystem.c_str(), its[0], its[1],
+                    its[2]);
     }
-    std::string const unknown =
-        total.skipped == 0 ? "" : ", " + std::to_string(total.skipped) + " skipped";
-    std::printf("%s%d of %zu checks came out as expected%s\n", lead, total.well, all,
+    std::string const unknown = total[2] == 0 ? "" : ", " + std::to_string(total[2]) + " skipped";
+    std::printf("%s%d of %zu checks came out as expected%s\n", lead, total[0], all.size(),
                 unknown.c_str());
-    return total.failed == 0 ? 0 : 1;
+    return total[1] == 0 ? 0 : 1;
 }
 
-Check const* find(Subsystems const& subsystems, std::string const& name) {
-    for (Subsystem const& subsystem : subsystems) {
-        for (Check const& check : subsystem.checks) {
-            if (check.name == name) {
-                return &check;
-            }
-        }
-    }
-    return nullptr;
-}
-
-/// Leaves only the checks that the options ask for.
-void choose(Subsystems& subsystems, Options const& options) {
-    for (Subsystem& subsystem : subsystems) {
-        auto const isLeftOut = [&](Check const& check) {
-            return (!options.only.empty() && options.only != subsystem.name) ||
-                   (!options.names.empty() && std::find(options.names.begin(), options.names.end(),
-                                                        check.name) == options.names.end());
-        };
-        auto& checks = subsystem.checks;
-        checks.erase(std::remove_if(checks.begin(), checks.end(), isLeftOut), checks.end());
-    }
-}
-
-/// Reads an option that `argument` names, with `value` behind it. Returns how many arguments it
-/// has; 0 when it is wrong.
-int readOption(std::string const& argument, char const* value, Options& options) {
-    if (argument == "--list") {
-        options.listsOnly = true;
-    } else if (argument == "--tap") {
-        options.isTap = true;
-    } else if (argument == "--no-decoder") {
-        gLacking.decoder = true;
-    } else if (argument == "--no-encoder") {
-        gLacking.encoder = true;
-    } else if (argument == "--only" && value != nullptr) {
-        options.only = value;
-        return 2;
-    } else if (argument == "--repeat" && value != nullptr) {
-        char* end = nullptr;
-        long const number = std::strtol(value, &end, 10);
-        options.repeat = static_cast<int>(number);
-        return end != value && *end == '\0' && number >= 1 && number <= 100000 ? 2 : 0;
-    } else {
-        return 0;
-    }
-    return 1;
+/// Says whether `name` is asked for: it is in the list, or nothing is.
+bool isAskedFor(std::vector<std::string> const& asked, char const* name) {
+    return asked.empty() || std::find(asked.begin(), asked.end(), name) != asked.end();
 }
 
 /// Reads the arguments. Returns what is wrong with them.
-std::string readArguments(std::vector<std::string> const& arguments, Subsystems const& subsystems,
-                          Options& options) {
-    for (std::size_t index = 0; index < arguments.size();) {
-        std::string const& argument = arguments[index];
-        if (argument.rfind("--", 0) == 0) {
-            char const* const value =
-                index + 1 < arguments.size() ? arguments[index + 1].c_str() : nullptr;
-            int const count = readOption(argument, value, options);
-            if (count == 0) {
-                return "no such option, or not with that value: " + argument;
+std::string readArguments(int count, char** arguments, Options& options) {
+    option const all[] = {{"only", required_argument, nullptr, 'o'},
+                          {"repeat", required_argument, nullptr, 'r'},
+                          {"no-decoder", no_argument, &gLacking.decoder, 1},
+                          {"no-encoder", no_argument, &gLacking.encoder, 1},
+                          {"tap", no_argument, &options.isTap, 1},
+                          {"list", no_argument, &options.listsOnly, 1},
+                          {}};
+    opterr = 0;
+    for (int found = 0; (found = getopt_long(count, arguments, "", all, nullptr)) != -1;) {
+        char* end = nullptr;
+        if (found == 'o') {
+            options.only = optarg;
+        } else if (found == 'r') {
+            options.repeat = static_cast<int>(std::strtol(optarg, &end, 10));
+            if (*end != '\0' || options.repeat < 1 || options.repeat > 100000) {
+                return "--repeat wants a number from 1 to 100000";
             }
-            index += static_cast<std::size_t>(count);
-        } else if (find(subsystems, argument) == nullptr) {
-            return "there is no check " + argument;
-        } else {
-            options.names.push_back(argument);
-            ++index;
+        } else if (found != 0) {
+            return std::string("no such option, or without its value: ") + arguments[optind - 1];
         }
     }
-    bool const isSubsystem =
-        options.only.empty() ||
-        std::any_of(subsystems.begin(), subsystems.end(),
-                    [&](Subsystem const& subsystem) { return subsystem.name == options.only; });
-    return isSubsystem ? "" : "there is no subsystem " + options.only;
+    options.names.assign(arguments + optind, arguments + count);
+    return "";
 }
 
-int runProgram(std::vector<std::string> const& arguments) {
-    Subsystems subsystems = allSubsystems();
-    if (arguments.size() == 3 && arguments[0] == kApartOption) {
-        if (Check const* const check = find(subsystems, arguments[1])) {
-            runHere(*check, static_cast<int>(std::strtol(arguments[2].c_str(), nullptr, 10)));
+int runProgram(int count, char** arguments) {
+    Checks all;
+    for (auto const& [name, checks] : kSubsystems) {
+        for (Check check : checks()) {
+            check.subsystem = name;
+            all.push_back(check);
         }
     }
-    if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) {
+    auto const find = [&](auto const& isIt) { return std::find_if(all.begin(), all.end(), isIt); };
+    auto const named = [&](std::string const& name) {
+        return find([&](Check const& each) { return each.name == name; });
+    };
+    if (count == 4 && std::string(arguments[1]) == kApartOption) {
+        runHere(*named(arguments[2]), static_cast<int>(std::strtol(arguments[3], nullptr, 10)));
+    }
+    if (isAskedFor({arguments, arguments + count}, "--help")) {
         std::printf("%s", kHelp);
         return 0;
     }
     Options options;
-    std::string const mistake = readArguments(arguments, subsystems, options);
-    if (!mistake.empty()) {
-        return refuse(mistake);
+    std::string wrong = readArguments(count, arguments, options);
+    auto const unknown =
+        std::find_if(options.names.begin(), options.names.end(),
+                     [&](std::string const& name) { return named(name) == all.end(); });
+    if (wrong.empty() && unknown != options.names.end()) {
+        wrong = "there is no check " + *unknown;
     }
-    choose(subsystems, options);
-    if (std::all_of(subsystems.begin(), subsystems.end(),
-                    [](Subsystem const& subsystem) { return subsystem.checks.empty(); })) {
-        return refuse("no such check in " + options.only);
+    auto const isOfSubsystem = [&](Check const& each) { return each.subsystem == options.only; };
+    if (wrong.empty() && !options.only.empty() && find(isOfSubsystem) == all.end()) {
+        wrong = "there is no subsystem " + options.only;
     }
-    if (!options.listsOnly) {
-        return runAll(subsystems, options);
+    auto const isLeftOut = [&](Check const& each) {
+        return (!options.only.empty() && !isOfSubsystem(each)) ||
+               !isAskedFor(options.names, each.name);
+    };
+    all.erase(std::remove_if(all.begin(), all.end(), isLeftOut), all.end());
+    if (wrong.empty() && all.empty()) {
+        wrong = "no such check in " + options.only;
     }
-    for (Subsystem const& subsystem : subsystems) {
-        for (Check const& check : subsystem.checks) {
-            std::printf("%s\n", check.name);
-        }
+    if (!wrong.empty()) {
+        static_cast<void>(
+            std::fprintf(stderr, "tvhw-platform-check: %s; see --help\n", wrong.c_str()));
+        return 2;
+    }
+    if (options.listsOnly == 0) {
+        return runAll(all, options);
+    }
+    for (Check const& check : all) {
+        std::printf("%s\n", check.name);
     }
     return 0;
 }
@@ -261,5 +221,8 @@ int runProgram(std::vector<std::string> const& arguments) {
 // On a device nothing throws; here only a lack of memory does.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int count, char** arguments) {
-    return kvo::check::runProgram(std::vector<std::string>(arguments + 1, arguments + count));
+    kvo::check::endLoading();
+    int const status = kvo::check::runProgram(count, arguments);
+    static_cast<void>(std::fflush(stdout));
+    _exit(status);  // What the platform's libraries do at exit is no part of the check.
 }
