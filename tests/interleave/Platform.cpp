@@ -4,10 +4,9 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <new>
 #include <numeric>
-#include <type_traits>
 
+#include "../ScalerStart.h"
 #include "SystemUtils.h"
 #include "kvo_media_log.h"
 #include "scheduler/Access.h"
@@ -23,6 +22,8 @@ namespace {
 
 /// Where rules read the log. Other lines order nothing.
 constexpr std::array<char const*, 2> kLinesRead{"reclaim: start", "reclaim timeout"};
+
+Platform* thePlatform = nullptr;
 
 constexpr int kNothingHeld = -61;
 constexpr int kFails = -5;
@@ -94,16 +95,24 @@ std::size_t locksOfLine(std::string const& text) {
 
 }  // namespace
 
-Platform& platform() {
-    static std::aligned_storage_t<sizeof(Platform), alignof(Platform)> place;
-    static unsigned long long run = 0;
-    Unseen const unseen;
-    if (run != runNumber()) {
-        run = runNumber();
-        new (&place) Platform();  // The one before went with its run's memory.
-    }
-    return *reinterpret_cast<Platform*>(&place);
+Scenario scenario(std::string name, std::vector<std::string> facts, void (*body)()) {
+    auto const onPlatform = [body] {
+        Platform own;
+        thePlatform = &own;
+        forgetScalerInitialisation();
+        body();
+        joinAll();
+        for (auto const& client : own.clients) {
+            expect(!client.isOpen, "client %d was not freed", client.uniqueId);
+        }
+        expect(ResourceClient::sReferenceHolder.size() == 0, "a registration is left");
+        expect(own.outputsOpen == 0, "the video output is open %d times", own.outputsOpen);
+        expect(own.channelsOpen == 0, "a scaler channel is open");
+    };
+    return {std::move(name), onPlatform, std::move(facts)};
 }
+
+Platform& platform() { return *thePlatform; }
 
 bool hasLogged(std::string const& text, std::optional<std::size_t> thread) {
     bool const isRead = std::any_of(kLinesRead.begin(), kLinesRead.end(),
@@ -121,16 +130,6 @@ bool hasLogged(std::string const& text, std::optional<std::size_t> thread) {
         }
     }
     return hasLogged;
-}
-
-void expectNothingHeld() {
-    for (auto const& client : platform().clients) {
-        expect(!client.isOpen, "client %d was not freed", client.uniqueId);
-    }
-    expect(ResourceClient::sReferenceHolder.size() == 0, "a registration is left");
-    expect(platform().outputsOpen == 0, "the video output is open %d times",
-           platform().outputsOpen);
-    expect(platform().channelsOpen == 0, "a scaler channel is open");
 }
 
 }  // namespace interleave
@@ -283,31 +282,13 @@ int TVHW_VSC_Close(std::uint32_t /*channel*/) {
     return call("VSC_Close");
 }
 
-int TVHW_VSC_Connect(std::uint32_t /*channel*/, TVHW_VSC_SOURCE /*source*/,
-                     std::int32_t /*reserved*/) {
-    return call("VSC_Connect");
-}
-
-int TVHW_VSC_Disconnect(std::uint32_t /*channel*/, TVHW_VSC_SOURCE /*source*/,
-                        std::int32_t /*reserved*/) {
-    return call("VSC_Disconnect");
-}
-
-int TVHW_VSC_SetInputRegion(std::uint32_t /*channel*/, TVHW_VSC_WINDOW /*window*/) {
-    return call("VSC_SetInputRegion");
-}
-
-int TVHW_VSC_SetOutputRegion(std::uint32_t /*channel*/, TVHW_VSC_WINDOW /*window*/) {
-    return call("VSC_SetOutputRegion");
-}
-
-int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t /*channel*/, std::int32_t /*adaptive*/) {
-    return call("VSC_SetAdaptiveStreamEx");
-}
-
-int TVHW_VSC_SetWinBlank(std::uint32_t /*channel*/, std::int32_t /*blank*/,
-                         std::int32_t /*reserved*/) {
-    return call("VSC_SetWinBlank");
-}
+#define SCALER_CALL(name, ...) \
+    int TVHW_VSC_##name(__VA_ARGS__) { return call("VSC_" #name); }
+SCALER_CALL(Connect, std::uint32_t, TVHW_VSC_SOURCE, std::int32_t)
+SCALER_CALL(Disconnect, std::uint32_t, TVHW_VSC_SOURCE, std::int32_t)
+SCALER_CALL(SetInputRegion, std::uint32_t, TVHW_VSC_WINDOW)
+SCALER_CALL(SetOutputRegion, std::uint32_t, TVHW_VSC_WINDOW)
+SCALER_CALL(SetAdaptiveStreamEx, std::uint32_t, std::int32_t)
+SCALER_CALL(SetWinBlank, std::uint32_t, std::int32_t, std::int32_t)
 
 }  // extern "C"

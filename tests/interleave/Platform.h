@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "scheduler/Scheduler.h"
 #include "tvhw_crm.h"
 
 /// A client of the resource manager.
@@ -42,14 +43,18 @@ struct Platform {
     std::set<std::string> inside;  ///< Operations that must not overlap.
 };
 
-/// The platform of this run.
+/// Returns a scenario with a platform of its own, to which all must be given back, and a scaler
+/// that was never initialised.
+Scenario scenario(std::string name, std::vector<std::string> facts, void (*body)());
+
+std::vector<Scenario> codecScenarios();
+std::vector<Scenario> scalerAndSinkScenarios();
+
+/// The platform of the scenario that is running.
 Platform& platform();
 
 /// Says whether a thread, if given, has logged a line that begins with `text`: one of those in the
 /// table of Platform.cpp.
 bool hasLogged(std::string const& text, std::optional<std::size_t> thread = {});
-
-/// Breaks the run unless all was given back.
-void expectNothingHeld();
 
 }  // namespace interleave

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Scenarios.h"
+#include "Platform.h"
 #include "scheduler/FreedMemory.h"
 
 namespace {
@@ -35,7 +35,9 @@ using Bound = std::optional<unsigned int>;
 
 /// Returns those scenarios that are named; all if none is.
 std::vector<interleave::Scenario> chosen(Names const& names) {
-    auto all = interleave::scenarios();
+    auto all = interleave::scalerAndSinkScenarios();
+    auto const codecs = interleave::codecScenarios();
+    all.insert(all.end(), codecs.begin(), codecs.end());
     if (!names.empty()) {
         auto const isOther = [&](auto const& scenario) {
             return std::find(names.begin(), names.end(), scenario.name) == names.end();

@@ -760,8 +760,6 @@ void seen(char const* fact) {
 
 bool isRunning() { return gIsRunning; }
 
-unsigned long long runNumber() { return gAllSchedules; }
-
 void lock(void const* mutex, void const* code) {
     Unseen const unseen;
     gIsLibraryUsed = gIsLibraryUsed || isLibrary(code);

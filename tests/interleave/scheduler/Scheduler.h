@@ -119,9 +119,6 @@ void seen(char const* fact);
 
 // --- For the functions that the libraries call.
 
-/// Number of the run, from 1. An object of the run before is not there any more.
-unsigned long long runNumber();
-
 /// Says whether a thread of a scenario is running. Otherwise the process has one thread and nothing
 /// to lock.
 bool isRunning();

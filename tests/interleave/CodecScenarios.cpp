@@ -1,0 +1,466 @@
+#include <memory>
+#include <utility>
+
+#include "Codecs.h"
+#include "Platform.h"
+#include "tvhw/VideoDecoderClientWrapperResource.h"
+#include "tvhw/VideoEncoderClientWrapperResource.h"
+
+namespace interleave {
+
+namespace {
+
+using namespace kvo::media::hardware;
+
+constexpr int kRefused = -19;
+constexpr int kNoCodec = -22;
+
+constexpr char kIsRefused[] = "a call is refused";
+constexpr char kWaits[] = "a reclaim waits";
+constexpr char kOverruns[] = "a reclaim overruns a call";
+constexpr char kFindsNoClient[] = "a reclaim finds no client";
+constexpr char kFindsNoCodec[] = "a reclaim finds no codec";
+constexpr char kDiesInReclaim[] = "what a reclaim keeps alive dies with it";
+constexpr char kIsTaken[] = "a reclaim takes the core";
+constexpr char kIsKept[] = "a reclaim is refused";
+constexpr char kWasReclaimed[] = "the owner lets go of a reclaimed codec";
+
+struct Decoder {
+    using Wrapper = VideoDecoderClientWrapperResource;
+    using Codec = WatchedDecoder;
+    static constexpr bool kTellsPlatform = true;
+
+    static Configuration configuration() {
+        Configuration config;
+        config.setInt32(key::kCallingPid, 7);
+        return config;
+    }
+    template <auto kOperation>
+    static int configureBy(Wrapper& decoder) {
+        return (decoder.*kOperation)(CodecType::AVC, configuration()).status().code();
+    }
+    static constexpr auto configure = configureBy<&Wrapper::configureReferenceMode>;
+    static constexpr auto reconfigure = configureBy<&Wrapper::reconfigureOutputBuffer>;
+    static int write(Wrapper& decoder) { return decoder.writeInputEndOfStream().status().code(); }
+    static int dequeue(Wrapper& decoder) {
+        auto const result = decoder.dequeueOutputBuffer();
+        expectPort(result.value().videoPort);
+        return result.status().code();
+    }
+    static int showOnPort1(Wrapper& decoder) {
+        BufferInfo buffer;
+        buffer.videoPort = 1;
+        return decoder.releaseOutputBuffer(buffer).status().code();
+    }
+};
+
+struct Encoder {
+    using Wrapper = VideoEncoderClientWrapperResource;
+    using Codec = WatchedEncoder;
+    static constexpr bool kTellsPlatform = false;
+
+    static int configureAs(Wrapper& encoder, bool isLive) {
+        Configuration config;
+        config.setInt32(key::kOutFormat, 1);
+        config.setInt32(key::kUseDmaBuffer, isLive ? 1 : 0);
+        return encoder.configure(config).status().code();
+    }
+    static int configure(Wrapper& encoder) { return configureAs(encoder, false); }
+    static int configureLive(Wrapper& encoder) { return configureAs(encoder, true); }
+    static constexpr auto reconfigure = configure;
+    static int write(Wrapper& encoder) {
+        return encoder.writeInputFrame(0, nullptr, 0).status().code();
+    }
+};
+
+template <typename Wrapper>
+int flush(Wrapper& wrapper) {
+    return wrapper.flush().status().code();
+}
+
+/// Makes a call that a reclaim may have to wait for.
+template <typename Call>
+int inProgress(Call const& call) {
+    int& inProgress = platform().callsInProgress.at(threadNumber());
+    ++inProgress;
+    int const code = call();
+    --inProgress;
+    return code;
+}
+
+/// Asks for what a client holds, as the resource manager's thread. Returns the answer.
+int reclaim(TVHW_CRM_CLIENT const& client) {
+    clearWaits();
+    int const answer = client.reclaim(nullptr, client.cookie);
+    auto const& waits = waitsOf(threadNumber());
+    for (auto const& wait : waits) {
+        seen(kWaits);
+        expect(wait.deadline == waits.front().begin + kReclaimWait,
+               "a reclaim waits until %lld ns after it began to",
+               static_cast<long long>(wait.deadline - waits.front().begin));
+        expect(!wait.timedOut || hasLogged("reclaim timeout", threadNumber()),
+               "a reclaim waits in vain: no call is in flight");
+    }
+    return answer;
+}
+
+/// A wrapper around a codec that is watched.
+template <typename Kind>
+class World {
+public:
+    using Operation = int (*)(typename Kind::Wrapper&);
+
+    ~World() {
+        if (wrapper != nullptr) {
+            letGo([&] { wrapper.reset(); });
+        }
+        expect(codec.use_count() <= 1, "the codec is still in use");
+    }
+
+    /// Configures the codec, before any reclaim.
+    void configure(Operation operation = Kind::configure) {
+        expect(call(operation) == 0, "configure fails");
+        mKnowsPid = true;
+    }
+
+    /// Makes a call of the wrapper, as any thread.
+    int call(Operation operation, int refusal = kRefused) {
+        Caller& me = watch->caller();
+        me.beganClosed = watch->isClosed();
+        me.reachedCodec = false;
+        int const code = inProgress([&] { return operation(*wrapper); });
+        expect(code == (me.reachedCodec ? 0 : refusal), "a call answers %d", code);
+        if (!me.reachedCodec) {
+            seen(kIsRefused);
+            expect(hasLogged("reclaim: start"), "a call is refused without a reclaim");
+            watch->noteClosed();
+        }
+        return code;
+    }
+
+    /// Starts a reclaim of a client, as the resource manager's thread.
+    void startReclaim(std::size_t client = 0) {
+        start("manager", [this, client] {
+            waitUntil([=] { return platform().clients.size() > client; });
+            reclaimNow(platform().clients[client]);
+        });
+    }
+
+    /// Releases or destroys the wrapper, as the owner.
+    template <typename Action>
+    void letGo(Action const& action) {
+        mIsLetGo = true;
+        Caller& me = watch->caller();
+        me.reachedCodec = false;
+        std::size_t const& told = platform().releasesTold.at(threadNumber());
+        std::size_t const toldBefore = told;
+        action();
+        if (!me.reachedCodec) {
+            seen(kWasReclaimed);
+            expect(watch->isReleased(), "reclaimed, the codec not being released");
+        }
+        bool const tells = Kind::kTellsPlatform && !me.reachedCodec;
+        expect(told == toldBefore + (tells ? 1 : 0),
+               "the platform is not told of the release as it should");
+    }
+
+    /// Releases the codec, as the owner.
+    void release() {
+        letGo([this] { expect(wrapper->release().status().code() == 0, "no release"); });
+    }
+
+    /// From now on the client that is reclaimed may be replaced.
+    void replaceClient() { mIsLetGo = true; }
+
+    std::shared_ptr<Watch> watch = std::make_shared<Watch>();
+    std::shared_ptr<typename Kind::Codec> codec = std::make_shared<typename Kind::Codec>(watch);
+    std::unique_ptr<typename Kind::Wrapper> wrapper =
+        std::make_unique<typename Kind::Wrapper>(codec);
+
+private:
+    void reclaimNow(TVHW_CRM_CLIENT const& client) {
+        std::size_t const self = threadNumber();
+        Caller& me = watch->caller();
+        me.isReclaim = true;
+        expect(reclaim(client) == 1, "a reclaim is refused");
+        if (client.freedBy == self) {
+            seen(kDiesInReclaim);
+        }
+        if (!hasLogged("reclaim: start", self)) {
+            seen(kFindsNoClient);
+            expect(mIsLetGo, "a reclaim does not find its client");
+            return;
+        }
+        watch->noteClosed();
+        if (hasLogged("reclaim timeout", self)) {
+            seen(kOverruns);
+        }
+        expect(waitsOf(self).empty() || me.hasReleased, "a reclaim waits for nothing");
+        bool const tells = Kind::kTellsPlatform && me.hasReleased;
+        expect(!mKnowsPid || platform().reclaimsTold.at(self) == (tells ? 1 : 0),
+               "the platform is not told of the reclaim as it should");
+        if (!me.hasReleased && !watch->isReleased()) {
+            seen(kFindsNoCodec);
+            expect(watch->isGone(), "a reclaim ends before the codec is released");
+        }
+    }
+
+    bool mKnowsPid = false;
+    bool mIsLetGo = false;  ///< The resource client that is reclaimed may be gone.
+};
+
+/// The scenarios that both wrappers have.
+template <typename Kind>
+void addCommon(std::string const& kind, std::vector<Scenario>& all) {
+    auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
+        all.push_back(scenario(kind + name, std::move(facts), body));
+    };
+    add("-calls", {kIsRefused, kWaits}, [] {
+        World<Kind> world;
+        world.configure();
+        start("writer", [&] {
+            world.call(Kind::write);
+            world.call(Kind::write);
+        });
+        start("flusher", [&] { world.call(flush, 0); });
+        world.startReclaim();
+        joinAll();
+    });
+    // One call stays until the codec is released under it, another for 2 seconds.
+    add("-stuck", {kWaits, kOverruns}, [] {
+        World<Kind> world;
+        world.configure();
+        world.watch->onCall = [&] {
+            if (threadNumber() == 1) {
+                waitUntil([&] { return world.watch->isReleaseBegun(); });
+            } else {
+                sleepUntil(now() + 2 * kSecond);
+            }
+        };
+        start("stuck", [&] { world.call(Kind::write); });
+        start("slow", [&] { world.call(flush, 0); });
+        world.startReclaim();
+        joinAll();
+    });
+    add("-two-reclaims", {kIsRefused, kWaits}, [] {
+        World<Kind> world;
+        world.configure();
+        start("writer", [&] {
+            world.call(Kind::write);
+            world.call(flush, 0);
+        });
+        world.startReclaim();
+        world.startReclaim();
+        joinAll();
+    });
+    add("-releases", {kIsRefused, kWaits, kFindsNoClient, kWasReclaimed}, [] {
+        World<Kind> world;
+        world.configure();
+        start("writer", [&] { world.call(Kind::write); });
+        world.startReclaim();
+        start("owner", [&] { world.release(); });
+        joinAll();
+    });
+    // No call may be in flight then, but a reclaim may.
+    add("-destroys", {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed}, [] {
+        World<Kind> world;
+        world.configure();
+        bool isWritten = false;
+        start("writer", [&] {
+            world.call(Kind::write);
+            isWritten = true;
+        });
+        world.startReclaim();
+        start("owner", [&] {
+            waitUntil([&] { return isWritten; });
+            world.letGo([&] { world.wrapper.reset(); });
+            world.codec.reset();
+        });
+        joinAll();
+    });
+    add("-reconfigures", {kIsRefused, kWaits}, [] {
+        World<Kind> world;
+        world.configure();
+        start("writer", [&] { world.call(Kind::write); });
+        world.startReclaim();
+        start("owner", [&] {
+            world.replaceClient();
+            world.call(Kind::reconfigure);
+        });
+        joinAll();
+    });
+    // The owner begins anew while a call and a reclaim of the first session are under way.
+    add("-new-session", {kIsRefused, kWaits}, [] {
+        World<Kind> world;
+        world.configure();
+        start("writer", [&] { world.call(Kind::write); });
+        world.startReclaim();
+        start("owner", [&] {
+            world.release();
+            world.call(Kind::configure);
+        });
+        joinAll();
+    });
+    // The codec's own call lets go of it, as a callback of the codec may.
+    add("-releases-inside", {kWaits}, [] {
+        World<Kind> world;
+        world.configure();
+        world.watch->onCall = [&] {
+            if (threadNumber() != 1) {
+                return;
+            }
+            Caller& me = world.watch->caller();
+            bool const reachedCodec = me.reachedCodec;
+            world.release();
+            me.reachedCodec = reachedCodec;
+        };
+        start("writer", [&] { world.call(Kind::write); });
+        start("flusher", [&] { world.call(flush, 0); });
+        world.startReclaim();
+        joinAll();
+    });
+    // Without a codec to release the guard stays closed, and the next reclaim waits again.
+    add("-without-codec", {kWaits}, [] {
+        typename Kind::Wrapper wrapper(nullptr);
+        expect(Kind::configure(wrapper) == kNoCodec, "configured without a codec");
+        auto const& client = platform().clients.front();
+        auto const write = [&] { return inProgress([&] { return Kind::write(wrapper); }); };
+        start("writer", [&] {
+            int const code = write();
+            expect(code == kNoCodec || code == kRefused, "a call answers %d", code);
+        });
+        start("manager", [&] { expect(reclaim(client) == 1, "a reclaim is refused"); });
+        start("manager", [&] { expect(reclaim(client) == 1, "a reclaim is refused"); });
+        joinAll();
+        expect(write() == kRefused, "a call is not refused");
+        expect(reclaim(client) == 1 && waitsOf(threadNumber()).empty(),
+               "a reclaim waits for nothing");
+        expect(wrapper.release().status().code() == kNoCodec, "release hides the missing codec");
+        expect(!client.isOpen, "release keeps the core");
+    });
+    // Two codecs come, work and go at once.
+    add("-two-codecs", {}, [] {
+        for (char const* const owner : {"first", "second"}) {
+            start(owner, [] {
+                World<Kind> world;
+                world.configure();
+                world.call(Kind::write);
+            });
+        }
+        joinAll();
+    });
+    // One codec goes while another comes: a reclaim of the first must not reach the second.
+    add("-stale-ids", {kFindsNoClient}, [] {
+        World<Kind> old;
+        old.configure();
+        old.startReclaim();
+        start("newcomer", [] {
+            World<Kind> fresh;
+            fresh.configure();
+            fresh.call(Kind::write);
+            expect(!fresh.watch->isReleaseBegun(), "a reclaim hits the wrong codec");
+        });
+        start("owner", [&] {
+            old.letGo([&] { old.wrapper.reset(); });
+            old.codec.reset();
+        });
+        joinAll();
+        TVHW_CRM_CLIENT never = platform().clients.front();
+        for (std::uintptr_t const cookie : {std::uintptr_t{0}, std::uintptr_t{1'000'000'000}}) {
+            never.cookie = reinterpret_cast<void*>(cookie);
+            expect(reclaim(never) == 1, "a reclaim of nobody is refused");
+        }
+    });
+}
+
+/// A reclaim between any two platform calls of a configure operation.
+template <typename Kind, int (*kConfigure)(typename Kind::Wrapper&)>
+void configures() {
+    World<Kind> world;
+    platform().ports = {0, 2};
+    world.startReclaim();
+    start("owner", [&] { world.call(kConfigure); });
+    joinAll();
+}
+
+template <auto kOperation>
+constexpr auto kConfigures = configures<Decoder, Decoder::configureBy<kOperation>>;
+
+}  // namespace
+
+std::vector<Scenario> codecScenarios() {
+    using Wrapper = Decoder::Wrapper;
+    constexpr auto kTunnel = Decoder::configureBy<&Wrapper::configureTunnelMode>;
+    std::vector<Scenario> all;
+    auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
+        all.push_back(scenario(name, std::move(facts), body));
+    };
+    addCommon<Decoder>("decoder", all);
+    addCommon<Encoder>("encoder", all);
+    add("decoder-tunnel-mode", {kIsRefused}, kConfigures<&Wrapper::configureTunnelMode>);
+    add("decoder-reference-mode", {kIsRefused}, kConfigures<&Wrapper::configureReferenceMode>);
+    add("decoder-pixel-mode", {kIsRefused}, kConfigures<&Wrapper::configurePixelMode>);
+    add("decoder-native-mode", {kIsRefused}, kConfigures<&Wrapper::configureNativeBufferMode>);
+    add("decoder-output-buffer", {kWaits}, kConfigures<&Wrapper::reconfigureOutputBuffer>);
+    add("encoder-configures", {kIsRefused}, configures<Encoder, Encoder::configure>);
+    add("decoder-ports", {}, [] {
+        World<Decoder> world;
+        platform().ports = {1, 2};
+        world.configure();
+        start("reader", [&] {
+            world.call(Decoder::dequeue);
+            world.call(Decoder::dequeue);
+        });
+        start("shower", [&] { world.call(Decoder::showOnPort1); });
+        start("owner", [&] { world.call(Decoder::reconfigure); });
+        joinAll();
+        world.call(Decoder::dequeue);
+    });
+    // Calls that read and learn the port while a first configuration is granted one.
+    add("decoder-reads-early", {}, [] {
+        World<Decoder> world;
+        platform().ports = {1, 2};
+        start("reader", [&] { world.call(Decoder::dequeue); });
+        start("shower", [&] { world.call(Decoder::showOnPort1); });
+        start("owner", [&] { world.call(kTunnel); });
+        joinAll();
+        world.call(Decoder::dequeue);
+    });
+    // The same while the owner gives the port back.
+    add("decoder-reads-late", {}, [] {
+        World<Decoder> world;
+        platform().ports = {1, 2};
+        world.configure();
+        start("reader", [&] { world.call(Decoder::dequeue); });
+        start("shower", [&] { world.call(Decoder::showOnPort1); });
+        start("owner", [&] { world.release(); });
+        joinAll();
+    });
+    add("encoder-live", {}, [] {
+        World<Encoder> world;
+        world.configure(Encoder::configureLive);
+        auto const& client = platform().clients.front();
+        start("writer", [&] { expect(world.call(Encoder::write) == 0, "a call is refused"); });
+        start("manager", [&] { expect(reclaim(client) == 0, "a live encoder is reclaimed"); });
+        joinAll();
+        expect(world.call(flush) == 0, "a call is refused");
+    });
+    // Whether a reclaim comes before or after it, all that follows fits its answer.
+    add("encoder-becomes-live", {kIsTaken, kIsKept}, [] {
+        World<Encoder> world;
+        int answer = -1;
+        start("owner", [&] { world.call(Encoder::configureLive); });
+        start("manager", [&] {
+            waitUntil([] { return !platform().clients.empty(); });
+            world.watch->caller().isReclaim = true;
+            answer = reclaim(platform().clients.front());
+            seen(answer == 1 ? kIsTaken : kIsKept);
+        });
+        joinAll();
+        expect(world.call(Encoder::write) == (answer == 1 ? kRefused : 0),
+               "a call does not fit what the reclaim has answered");
+    });
+    return all;
+}
+
+}  // namespace interleave
