@@ -61,6 +61,25 @@ constexpr bool is(std::size_t actual, std::size_t expected) {
     static_assert(is(offsetof(type, member), place), "place of " #type "::" #member); \
     static_assert(std::is_same_v<decltype(type::member), __VA_ARGS__>,                \
                   "type of " #type "::" #member)
+// Members of one type, at most four, the first of them at a place and each of the others behind
+// the one before.
+#define MEMBERS_1(type, place, of, member) MEMBER(type, member, place, of)
+#define MEMBERS_2(type, place, of, member, ...) \
+    MEMBER(type, member, place, of);            \
+    MEMBERS_1(type, (place) + sizeof(of), of, __VA_ARGS__)
+#define MEMBERS_3(type, place, of, member, ...) \
+    MEMBER(type, member, place, of);            \
+    MEMBERS_2(type, (place) + sizeof(of), of, __VA_ARGS__)
+#define MEMBERS_4(type, place, of, member, ...) \
+    MEMBER(type, member, place, of);            \
+    MEMBERS_3(type, (place) + sizeof(of), of, __VA_ARGS__)
+#define FIFTH(_1, _2, _3, _4, name, ...) name
+#define MEMBERS(type, place, of, ...) \
+    FIFTH(__VA_ARGS__, MEMBERS_4, MEMBERS_3, MEMBERS_2, MEMBERS_1, )(type, place, of, __VA_ARGS__)
+#define RETURN(of, bytes, place)                   \
+    SIZE(Return<of>, bytes);                       \
+    MEMBER(Return<of>, mStatus, at(4, 8), Status); \
+    MEMBER(Return<of>, mValue, place, of)
 #define BASE(type, ...) static_assert(std::is_base_of_v<__VA_ARGS__, type>, "base of " #type)
 #define VALUE(type, name, number) static_assert(static_cast<int>(type::name) == (number), #name)
 
@@ -93,96 +112,50 @@ VALUE(PicType, I, 1);
 VALUE(PicType, P, 2);
 VALUE(PicType, B, 3);
 SIZE(ColorAspect, 16);
-MEMBER(ColorAspect, primaries, 0, std::int32_t);
-MEMBER(ColorAspect, transfer, 4, std::int32_t);
-MEMBER(ColorAspect, matrix, 8, std::int32_t);
-MEMBER(ColorAspect, fullRange, 12, std::int32_t);
+MEMBERS(ColorAspect, 0, std::int32_t, primaries, transfer, matrix, fullRange);
 SIZE(HdrInfo, 48);
 MEMBER(HdrInfo, primariesX, 0, std::array<std::int32_t, 3>);
 MEMBER(HdrInfo, primariesY, 12, std::array<std::int32_t, 3>);
-MEMBER(HdrInfo, whitePointX, 24, std::int32_t);
-MEMBER(HdrInfo, whitePointY, 28, std::int32_t);
-MEMBER(HdrInfo, maxMasteringLuminance, 32, std::int32_t);
-MEMBER(HdrInfo, minMasteringLuminance, 36, std::int32_t);
-MEMBER(HdrInfo, maxContentLightLevel, 40, std::int32_t);
-MEMBER(HdrInfo, maxFrameAverageLightLevel, 44, std::int32_t);
+MEMBERS(HdrInfo, 24, std::int32_t, whitePointX, whitePointY, maxMasteringLuminance);
+MEMBERS(HdrInfo, 36, std::int32_t, minMasteringLuminance, maxContentLightLevel,
+        maxFrameAverageLightLevel);
 SIZE(FrameInfo, 16);
-MEMBER(FrameInfo, width, 0, std::int32_t);
-MEMBER(FrameInfo, height, 4, std::int32_t);
-MEMBER(FrameInfo, decodedFrames, 8, std::uint32_t);
-MEMBER(FrameInfo, droppedFrames, 12, std::uint32_t);
+MEMBERS(FrameInfo, 0, std::int32_t, width, height);
+MEMBERS(FrameInfo, 8, std::uint32_t, decodedFrames, droppedFrames);
 SIZE(BufferInfo, 40);
-MEMBER(BufferInfo, bufferId, 0, std::int32_t);
-MEMBER(BufferInfo, width, 4, std::int32_t);
-MEMBER(BufferInfo, height, 8, std::int32_t);
+MEMBERS(BufferInfo, 0, std::int32_t, bufferId, width, height);
 MEMBER(BufferInfo, endOfStream, 12, std::uint32_t);
 MEMBER(BufferInfo, timestampUs, 16, std::uint64_t);
-MEMBER(BufferInfo, videoPort, 24, std::int32_t);
-MEMBER(BufferInfo, resourceId, 28, std::int32_t);
-MEMBER(BufferInfo, callingPid, 32, std::int32_t);
+MEMBERS(BufferInfo, 24, std::int32_t, videoPort, resourceId, callingPid);
 SIZE(PixelInfo::Plane, 12);
-MEMBER(PixelInfo::Plane, offset, 0, std::uint32_t);
-MEMBER(PixelInfo::Plane, stride, 4, std::uint32_t);
-MEMBER(PixelInfo::Plane, lines, 8, std::uint32_t);
+MEMBERS(PixelInfo::Plane, 0, std::uint32_t, offset, stride, lines);
 SIZE(PixelInfo, at(48, 56));
-MEMBER(PixelInfo, bufferId, 0, std::int32_t);
-MEMBER(PixelInfo, colorFormat, 4, std::int32_t);
-MEMBER(PixelInfo, width, 8, std::int32_t);
-MEMBER(PixelInfo, height, 12, std::int32_t);
-MEMBER(PixelInfo, length, 16, std::uint32_t);
-MEMBER(PixelInfo, endOfStream, 20, std::uint32_t);
+MEMBERS(PixelInfo, 0, std::int32_t, bufferId, colorFormat, width, height);
+MEMBERS(PixelInfo, 16, std::uint32_t, length, endOfStream);
 MEMBER(PixelInfo, timestampUs, 24, std::uint64_t);
 MEMBER(PixelInfo, planes, 32, std::vector<PixelInfo::Plane>);
 SIZE(RenderEvent, 16);
-MEMBER(RenderEvent, timestampUs, 0, std::uint64_t);
-MEMBER(RenderEvent, renderTimeNs, 8, std::uint64_t);
+MEMBERS(RenderEvent, 0, std::uint64_t, timestampUs, renderTimeNs);
 SIZE(NativeBuffer, 32);
-MEMBER(NativeBuffer, handle, 0, std::int32_t);
-MEMBER(NativeBuffer, width, 4, std::int32_t);
-MEMBER(NativeBuffer, height, 8, std::int32_t);
-MEMBER(NativeBuffer, stride, 12, std::int32_t);
+MEMBERS(NativeBuffer, 0, std::int32_t, handle, width, height, stride);
 MEMBER(NativeBuffer, colorFormat, 16, std::int32_t);
 MEMBER(NativeBuffer, timestampUs, 24, std::uint64_t);
 SIZE(Image, 28);
-MEMBER(Image, colorFormat, 0, std::int32_t);
-MEMBER(Image, width, 4, std::int32_t);
-MEMBER(Image, height, 8, std::int32_t);
-MEMBER(Image, sliceHeight, 12, std::int32_t);
+MEMBERS(Image, 0, std::int32_t, colorFormat, width, height, sliceHeight);
 MEMBER(Image, buffer, 16, std::uint32_t);
-MEMBER(Image, bufferLength, 20, std::int32_t);
-MEMBER(Image, stride, 24, std::int32_t);
+MEMBERS(Image, 20, std::int32_t, bufferLength, stride);
 
 // --- Codecs: what is returned.
-SIZE(Return<std::int32_t>, at(12, 16));
-MEMBER(Return<std::int32_t>, mStatus, at(4, 8), Status);
-MEMBER(Return<std::int32_t>, mValue, at(8, 12), std::int32_t);
-SIZE(Return<std::int64_t>, at(16, 24));
-MEMBER(Return<std::int64_t>, mStatus, at(4, 8), Status);
-MEMBER(Return<std::int64_t>, mValue, at(8, 16), std::int64_t);
-SIZE(Return<FrameInfo>, at(24, 32));
-MEMBER(Return<FrameInfo>, mStatus, at(4, 8), Status);
-MEMBER(Return<FrameInfo>, mValue, at(8, 12), FrameInfo);
-SIZE(Return<ColorAspect>, at(24, 32));
-MEMBER(Return<ColorAspect>, mStatus, at(4, 8), Status);
-MEMBER(Return<ColorAspect>, mValue, at(8, 12), ColorAspect);
-SIZE(Return<HdrInfo>, at(56, 64));
-MEMBER(Return<HdrInfo>, mStatus, at(4, 8), Status);
-MEMBER(Return<HdrInfo>, mValue, at(8, 12), HdrInfo);
-SIZE(Return<BufferInfo>, at(48, 56));
-MEMBER(Return<BufferInfo>, mStatus, at(4, 8), Status);
-MEMBER(Return<BufferInfo>, mValue, at(8, 16), BufferInfo);
-SIZE(Return<PixelInfo>, at(56, 72));
-MEMBER(Return<PixelInfo>, mStatus, at(4, 8), Status);
-MEMBER(Return<PixelInfo>, mValue, at(8, 16), PixelInfo);
-SIZE(Return<RenderEvent>, at(24, 32));
-MEMBER(Return<RenderEvent>, mStatus, at(4, 8), Status);
-MEMBER(Return<RenderEvent>, mValue, at(8, 16), RenderEvent);
-SIZE(Return<std::shared_ptr<NativeBuffer>>, at(16, 32));
-MEMBER(Return<std::shared_ptr<NativeBuffer>>, mStatus, at(4, 8), Status);
-MEMBER(Return<std::shared_ptr<NativeBuffer>>, mValue, at(8, 16), std::shared_ptr<NativeBuffer>);
-SIZE(Return<Configuration>, at(32, 40, 80));
-MEMBER(Return<Configuration>, mStatus, at(4, 8), Status);
-MEMBER(Return<Configuration>, mValue, at(8, 16), Configuration);
+RETURN(std::int32_t, at(12, 16), at(8, 12));
+RETURN(std::int64_t, at(16, 24), at(8, 16));
+RETURN(FrameInfo, at(24, 32), at(8, 12));
+RETURN(ColorAspect, at(24, 32), at(8, 12));
+RETURN(HdrInfo, at(56, 64), at(8, 12));
+RETURN(BufferInfo, at(48, 56), at(8, 16));
+RETURN(PixelInfo, at(56, 72), at(8, 16));
+RETURN(RenderEvent, at(24, 32), at(8, 16));
+RETURN(std::shared_ptr<NativeBuffer>, at(16, 32), at(8, 16));
+RETURN(Configuration, at(32, 40, 80), at(8, 16));
 
 // --- The decoder.
 SIZE(IVideoDecoderClient, at(4, 8));
@@ -206,12 +179,8 @@ MEMBER(VideoEncoderClientWrapperResource, mImpl, at(12, 24),
 
 // --- The scaler.
 SIZE(Region, 24);
-MEMBER(Region, left, 0, std::uint32_t);
-MEMBER(Region, top, 4, std::uint32_t);
-MEMBER(Region, right, 8, std::uint32_t);
-MEMBER(Region, bottom, 12, std::uint32_t);
-MEMBER(Region, refWidth, 16, std::uint32_t);
-MEMBER(Region, refHeight, 20, std::uint32_t);
+MEMBERS(Region, 0, std::uint32_t, left, top, right);
+MEMBERS(Region, 12, std::uint32_t, bottom, refWidth, refHeight);
 SIZE(IVideoScalerClient::LayerInfo, 72);
 MEMBER(IVideoScalerClient::LayerInfo, type, 0, std::uint32_t);
 MEMBER(IVideoScalerClient::LayerInfo, port, 4, std::uint8_t);
@@ -263,52 +232,34 @@ VALUE(_TVHW_CRM_VIDEO_PORT, TVHW_CRM_VIDEO_PORT_0, 1);
 VALUE(_TVHW_CRM_VIDEO_PORT, TVHW_CRM_VIDEO_PORT_1, 2);
 VALUE(_TVHW_CRM_VIDEO_PORT, TVHW_CRM_VIDEO_PORT_ALL, 3);
 SIZE(TVHW_CRM_ACQUIRE_PARAM, 64);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, codecType, 0, std::int32_t);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, width, 4, std::int32_t);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, height, 8, std::int32_t);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, frameRate, 12, std::int32_t);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, isEncoder, 16, std::int32_t);
-MEMBER(TVHW_CRM_ACQUIRE_PARAM, extraFlag, 20, std::int32_t);
+MEMBERS(TVHW_CRM_ACQUIRE_PARAM, 0, std::int32_t, codecType, width, height);
+MEMBERS(TVHW_CRM_ACQUIRE_PARAM, 12, std::int32_t, frameRate, isEncoder, extraFlag);
 MEMBER(TVHW_CRM_ACQUIRE_PARAM, reserved, 24, std::int32_t[10]);
 SIZE(TVHW_CRM_RESOURCE, 64);
-MEMBER(TVHW_CRM_RESOURCE, core, 0, std::int32_t);
-MEMBER(TVHW_CRM_RESOURCE, videoPort, 4, std::int32_t);
+MEMBERS(TVHW_CRM_RESOURCE, 0, std::int32_t, core, videoPort);
 MEMBER(TVHW_CRM_RESOURCE, reserved1, 8, std::int32_t[2]);
-MEMBER(TVHW_CRM_RESOURCE, maxWidth, 16, std::int32_t);
-MEMBER(TVHW_CRM_RESOURCE, maxHeight, 20, std::int32_t);
+MEMBERS(TVHW_CRM_RESOURCE, 16, std::int32_t, maxWidth, maxHeight);
 MEMBER(TVHW_CRM_RESOURCE, reserved2, 24, std::int32_t[10]);
 
 // --- The platform: scaler and back end.
 SIZE(TVHW_VSC_SOURCE, 8);
 MEMBER(TVHW_VSC_SOURCE, type, 0, std::int32_t);
-MEMBER(TVHW_VSC_SOURCE, reserved1, 4, std::uint8_t);
-MEMBER(TVHW_VSC_SOURCE, port, 5, std::uint8_t);
+MEMBERS(TVHW_VSC_SOURCE, 4, std::uint8_t, reserved1, port);
 MEMBER(TVHW_VSC_SOURCE, reserved2, 6, std::uint8_t[2]);
 SIZE(TVHW_VSC_WINDOW, 8);
-MEMBER(TVHW_VSC_WINDOW, x, 0, std::uint16_t);
-MEMBER(TVHW_VSC_WINDOW, y, 2, std::uint16_t);
-MEMBER(TVHW_VSC_WINDOW, w, 4, std::uint16_t);
-MEMBER(TVHW_VSC_WINDOW, h, 6, std::uint16_t);
+MEMBERS(TVHW_VSC_WINDOW, 0, std::uint16_t, x, y, w, h);
 SIZE(TVHW_VBE_PANEL_SIZE, 8);
-MEMBER(TVHW_VBE_PANEL_SIZE, width, 0, std::int32_t);
-MEMBER(TVHW_VBE_PANEL_SIZE, height, 4, std::int32_t);
+MEMBERS(TVHW_VBE_PANEL_SIZE, 0, std::int32_t, width, height);
 
 // --- The platform: video output.
 SIZE(TVHW_VO_CONFIG_PARAM, 28);
 MEMBER(TVHW_VO_CONFIG_PARAM, mode, 0, std::int32_t);
 MEMBER(TVHW_VO_CONFIG_PARAM, reserved, 4, std::int32_t[3]);
-MEMBER(TVHW_VO_CONFIG_PARAM, width, 16, std::int32_t);
-MEMBER(TVHW_VO_CONFIG_PARAM, height, 20, std::int32_t);
-MEMBER(TVHW_VO_CONFIG_PARAM, pixelFormat, 24, std::int32_t);
+MEMBERS(TVHW_VO_CONFIG_PARAM, 16, std::int32_t, width, height, pixelFormat);
 SIZE(TVHW_VO_PICTURE_PARAM, 40);
 MEMBER(TVHW_VO_PICTURE_PARAM, buffer, 0, std::uint32_t);
 MEMBER(TVHW_VO_PICTURE_PARAM, reserved, 4, std::int32_t[2]);
-MEMBER(TVHW_VO_PICTURE_PARAM, bufferLength, 12, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, stride, 16, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, x, 20, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, y, 24, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, width, 28, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, height, 32, std::int32_t);
-MEMBER(TVHW_VO_PICTURE_PARAM, pixelFormat, 36, std::int32_t);
+MEMBERS(TVHW_VO_PICTURE_PARAM, 12, std::int32_t, bufferLength, stride, x, y);
+MEMBERS(TVHW_VO_PICTURE_PARAM, 28, std::int32_t, width, height, pixelFormat);
 
 }  // namespace kvo::media::hardware

@@ -40,87 +40,75 @@ void expectSlots(std::size_t first, Slots... slots) {
 }
 
 TEST(Contract, VirtualOperationsKeepTheirSlots) {
+    using Decoder = IVideoDecoderClient;
+    using Encoder = IVideoEncoderClient;
+    using Scaler = IVideoScalerClient;
+    using Callback = IVideoScalerClient::Callback;
+    using Reclaimable = ResourceClient::Reclaimable;
+    using Utils = kvo::media::platform::SystemUtils;
+    using Config = Configuration const&;
     expectSlots<IVideoDecoderClient>(
-        2,
-        slot<Return<void>(CodecType, Configuration const&)>(
-            &IVideoDecoderClient::configureTunnelMode),
-        slot<Return<void>(CodecType, Configuration const&)>(
-            &IVideoDecoderClient::configureReferenceMode),
-        slot<Return<void>(CodecType, Configuration const&)>(
-            &IVideoDecoderClient::configurePixelMode),
-        slot<Return<void>(CodecType, Configuration const&)>(
-            &IVideoDecoderClient::configureNativeBufferMode),
-        slot<Return<void>()>(&IVideoDecoderClient::release),
+        2, slot<Return<void>(CodecType, Config)>(&Decoder::configureTunnelMode),
+        slot<Return<void>(CodecType, Config)>(&Decoder::configureReferenceMode),
+        slot<Return<void>(CodecType, Config)>(&Decoder::configurePixelMode),
+        slot<Return<void>(CodecType, Config)>(&Decoder::configureNativeBufferMode),
+        slot<Return<void>()>(&Decoder::release),
         slot<Return<void>(std::uint8_t const*, std::uint32_t, std::uint32_t)>(
-            &IVideoDecoderClient::writeInputData),
+            &Decoder::writeInputData),
         slot<Return<void>(std::uint32_t, unsigned long long, std::uint8_t const*, std::uint32_t)>(
-            &IVideoDecoderClient::writeInputFrame),
-        slot<Return<void>()>(&IVideoDecoderClient::writeInputEndOfStream),
-        slot<Return<void>(ColorAspect const&, HdrInfo const&)>(&IVideoDecoderClient::writeHdrInfo),
-        slot<Return<void>()>(&IVideoDecoderClient::pause),
-        slot<Return<void>()>(&IVideoDecoderClient::resume),
-        slot<Return<void>()>(&IVideoDecoderClient::step),
-        slot<Return<void>(bool)>(&IVideoDecoderClient::setTunnelPeek),
-        slot<Return<void>(double)>(&IVideoDecoderClient::setSpeed),
-        slot<Return<FrameInfo>()>(&IVideoDecoderClient::getFrameInfo),
-        slot<Return<ColorAspect>()>(&IVideoDecoderClient::getColorAspect),
-        slot<Return<HdrInfo>()>(&IVideoDecoderClient::getHdrInfo),
-        slot<Return<BufferInfo>()>(&IVideoDecoderClient::dequeueOutputBuffer),
-        slot<Return<void>(BufferInfo const&)>(&IVideoDecoderClient::releaseOutputBuffer),
-        slot<Return<PixelInfo>()>(&IVideoDecoderClient::dequeuePixelBuffer),
-        slot<Return<void>(std::uint8_t*, std::uint32_t, PixelInfo&)>(
-            &IVideoDecoderClient::copyFromPixelBuffer),
-        slot<Return<void>(PixelInfo const&)>(&IVideoDecoderClient::releasePixelBuffer),
-        slot<Return<void>(std::shared_ptr<NativeBuffer>)>(&IVideoDecoderClient::queueNativeBuffer),
-        slot<Return<std::shared_ptr<NativeBuffer>>()>(&IVideoDecoderClient::dequeueNativeBuffer),
-        slot<Return<RenderEvent>()>(&IVideoDecoderClient::dequeueRenderEvent),
-        slot<Return<void>(CodecType, Configuration const&)>(
-            &IVideoDecoderClient::reconfigureOutputBuffer),
-        slot<Return<void>()>(&IVideoDecoderClient::flush),
-        slot<Return<void>(std::uint32_t*, std::uint32_t*, bool*)>(
-            &IVideoDecoderClient::getInputBufferStatus),
-        slot<Return<Configuration>()>(&IVideoDecoderClient::getConfiguration),
-        slot<Return<std::int64_t>()>(&IVideoDecoderClient::currentSTCTime),
-        slot<Return<void>()>(&IVideoDecoderClient::testConnection),
-        slot<Return<void>()>(&IVideoDecoderClient::testInvalidConnection),
+            &Decoder::writeInputFrame),
+        slot<Return<void>()>(&Decoder::writeInputEndOfStream),
+        slot<Return<void>(ColorAspect const&, HdrInfo const&)>(&Decoder::writeHdrInfo),
+        slot<Return<void>()>(&Decoder::pause), slot<Return<void>()>(&Decoder::resume),
+        slot<Return<void>()>(&Decoder::step), slot<Return<void>(bool)>(&Decoder::setTunnelPeek),
+        slot<Return<void>(double)>(&Decoder::setSpeed),
+        slot<Return<FrameInfo>()>(&Decoder::getFrameInfo),
+        slot<Return<ColorAspect>()>(&Decoder::getColorAspect),
+        slot<Return<HdrInfo>()>(&Decoder::getHdrInfo),
+        slot<Return<BufferInfo>()>(&Decoder::dequeueOutputBuffer),
+        slot<Return<void>(BufferInfo const&)>(&Decoder::releaseOutputBuffer),
+        slot<Return<PixelInfo>()>(&Decoder::dequeuePixelBuffer),
+        slot<Return<void>(std::uint8_t*, std::uint32_t, PixelInfo&)>(&Decoder::copyFromPixelBuffer),
+        slot<Return<void>(PixelInfo const&)>(&Decoder::releasePixelBuffer),
+        slot<Return<void>(std::shared_ptr<NativeBuffer>)>(&Decoder::queueNativeBuffer),
+        slot<Return<std::shared_ptr<NativeBuffer>>()>(&Decoder::dequeueNativeBuffer),
+        slot<Return<RenderEvent>()>(&Decoder::dequeueRenderEvent),
+        slot<Return<void>(CodecType, Config)>(&Decoder::reconfigureOutputBuffer),
+        slot<Return<void>()>(&Decoder::flush),
+        slot<Return<void>(std::uint32_t*, std::uint32_t*, bool*)>(&Decoder::getInputBufferStatus),
+        slot<Return<Configuration>()>(&Decoder::getConfiguration),
+        slot<Return<std::int64_t>()>(&Decoder::currentSTCTime),
+        slot<Return<void>()>(&Decoder::testConnection),
+        slot<Return<void>()>(&Decoder::testInvalidConnection),
         slot<Return<void>(std::uint8_t const*, std::uint32_t, std::uint32_t)>(
-            &IVideoDecoderClient::testWriteInputData));
+            &Decoder::testWriteInputData));
     expectSlots<IVideoEncoderClient>(
-        2, slot<Return<void>(Configuration const&)>(&IVideoEncoderClient::configure),
-        slot<Return<void>()>(&IVideoEncoderClient::release),
-        slot<Return<void>(ColorAspect const&)>(&IVideoEncoderClient::writeColorAspect),
+        2, slot<Return<void>(Config)>(&Encoder::configure), slot<Return<void>()>(&Encoder::release),
+        slot<Return<void>(ColorAspect const&)>(&Encoder::writeColorAspect),
         slot<Return<void>(unsigned long long, std::uint8_t const*, std::uint32_t)>(
-            &IVideoEncoderClient::writeInputFrame),
-        slot<Return<void>(unsigned long long, Image const&)>(&IVideoEncoderClient::writeInputImage),
+            &Encoder::writeInputFrame),
+        slot<Return<void>(unsigned long long, Image const&)>(&Encoder::writeInputImage),
         slot<Return<std::int32_t>(unsigned long long*, std::uint8_t*, std::uint32_t*, PicType*)>(
-            &IVideoEncoderClient::readOutputFrame),
-        slot<Return<void>()>(&IVideoEncoderClient::pause),
-        slot<Return<void>()>(&IVideoEncoderClient::resume),
-        slot<Return<void>()>(&IVideoEncoderClient::flush),
-        slot<Return<void>(Configuration const&)>(&IVideoEncoderClient::setParameters),
+            &Encoder::readOutputFrame),
+        slot<Return<void>()>(&Encoder::pause), slot<Return<void>()>(&Encoder::resume),
+        slot<Return<void>()>(&Encoder::flush), slot<Return<void>(Config)>(&Encoder::setParameters),
         slot<Return<void>(std::uint32_t*, std::uint32_t*, std::int32_t*, std::int32_t*,
-                          std::int32_t*)>(&IVideoEncoderClient::getInputBufferStatus),
-        slot<Return<Configuration>()>(&IVideoEncoderClient::getConfiguration));
-    expectSlots<IVideoScalerClient::Callback>(
-        2, slot<void(Region const&)>(&IVideoScalerClient::Callback::onBbdRegion));
-    expectSlots<IVideoScalerClient>(
-        2,
-        slot<void(std::shared_ptr<IVideoScalerClient::Callback>)>(&IVideoScalerClient::setCallback),
-        slot<void(IVideoScalerClient::LayerInfo)>(&IVideoScalerClient::connect),
-        slot<void()>(&IVideoScalerClient::disconnect),
-        slot<void(IVideoScalerClient::LayerInfo)>(&IVideoScalerClient::updateRegion));
-    expectSlots<IImageSink>(2, slot<Return<void>(Configuration const&)>(&IImageSink::configure),
+                          std::int32_t*)>(&Encoder::getInputBufferStatus),
+        slot<Return<Configuration>()>(&Encoder::getConfiguration));
+    expectSlots<IVideoScalerClient::Callback>(2, slot<void(Region const&)>(&Callback::onBbdRegion));
+    expectSlots<IVideoScalerClient>(2, slot<void(std::shared_ptr<Callback>)>(&Scaler::setCallback),
+                                    slot<void(Scaler::LayerInfo)>(&Scaler::connect),
+                                    slot<void()>(&Scaler::disconnect),
+                                    slot<void(Scaler::LayerInfo)>(&Scaler::updateRegion));
+    expectSlots<IImageSink>(2, slot<Return<void>(Config)>(&IImageSink::configure),
                             slot<Return<void>(Image const&)>(&IImageSink::displayPicture),
                             slot<Return<void>()>(&IImageSink::close));
-    expectSlots<ResourceClient::Reclaimable>(2,
-                                             slot<bool()>(&ResourceClient::Reclaimable::reclaim));
+    expectSlots<ResourceClient::Reclaimable>(2, slot<bool()>(&Reclaimable::reclaim));
     expectSlots<kvo::media::platform::SystemUtils>(
-        0,
-        slot<std::int32_t(char const*, std::int32_t)>(
-            &kvo::media::platform::SystemUtils::getIntProperty),
-        slot<bool(std::int32_t)>(&kvo::media::platform::SystemUtils::allowsForcedAcquire),
-        slot<void(std::int32_t)>(&kvo::media::platform::SystemUtils::onProcessReclaimed),
-        slot<void(std::int32_t)>(&kvo::media::platform::SystemUtils::onReclaimedClientReleased));
+        0, slot<std::int32_t(char const*, std::int32_t)>(&Utils::getIntProperty),
+        slot<bool(std::int32_t)>(&Utils::allowsForcedAcquire),
+        slot<void(std::int32_t)>(&Utils::onProcessReclaimed),
+        slot<void(std::int32_t)>(&Utils::onReclaimedClientReleased));
 }
 
 }  // namespace
