@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <thread>
 
 #include "FakeCodecs.h"
@@ -49,17 +51,10 @@ struct Client {
         return client.answer;
     }
 
-    int acquire(int codecType = 1, int width = 640, bool tryOnly = false) {
-        TVHW_CRM_ACQUIRE_PARAM request{};
-        request.codecType = codecType;
-        request.width = width;
+    int acquire(int codecType = 1, int width = 640, bool tryOnly = false, bool isEncoder = false) {
+        TVHW_CRM_ACQUIRE_PARAM const request{codecType, width, 0, 0, isEncoder, 0, {}};
         return tryOnly ? TVHW_CRM_ClientTryAcquireResource(handle, &request)
                        : TVHW_CRM_ClientAcquireResource(handle, &request);
-    }
-
-    int acquireEncoder() {
-        TVHW_CRM_ACQUIRE_PARAM request{1, 640, 480, 0, 1, 0, {}};
-        return TVHW_CRM_ClientAcquireResource(handle, &request);
     }
 
     [[nodiscard]] TVHW_CRM_RESOURCE held() const {
@@ -103,6 +98,27 @@ TEST_F(HostPlatformTest, AHolderIsAskedOnAThreadOfItsOwnAndMayStartAnewThere) {
     newcomer.freesItself = true;
     EXPECT_EQ(large.acquire(1, 1920), 0);
     EXPECT_EQ(newcomer.handle, nullptr);
+}
+
+TEST_F(HostPlatformTest, WhoWaitsForAHolderSleeps) {
+    std::promise<void> release;
+    Client holder;
+    Client first;
+    Client second;
+    holder.onReclaimed = [&] { release.get_future().wait(); };
+    kvo::host::setPool({{1, false, 640, 480}});
+    EXPECT_EQ(holder.acquire(), 0);
+    auto granted = std::async(std::launch::async, [&] { return first.acquire(); });
+    auto later = std::async(std::launch::async, [&] { return second.acquire(); });
+    rusage before{};
+    rusage after{};
+    getrusage(RUSAGE_SELF, &before);
+    EXPECT_EQ(granted.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100);
+    release.set_value();
+    EXPECT_EQ(granted.get(), 0);
+    EXPECT_EQ(later.get(), 0);
 }
 
 TEST_F(HostPlatformTest, WhatMakesNoSenseIsRefused) {
@@ -192,7 +208,7 @@ TEST(SettingsTest, DISABLED_IsSet) {
     EXPECT_EQ(panel.width, 1280);
     Client client;
     EXPECT_NE(client.acquire(), 0);
-    EXPECT_EQ(client.acquireEncoder(), 0);
+    EXPECT_EQ(client.acquire(1, 640, false, true), 0);
     std::string const row = "1     4    encoder 640x480   " + std::to_string(getpid());
     EXPECT_NE(kvo::host::describe().find(row), std::string::npos) << kvo::host::describe();
 }

@@ -86,19 +86,12 @@ struct Occupied {
 TEST(ReclaimTimeout, AReclaimWaitsForThreeSecondsWhateverHappensMeanwhile) {
     Occupied<Decoder> decoder(1);
     Occupied<Encoder> encoder(3);
-    Occupied<Decoder> twice(1);
     kvo::host::startJournal();
     auto const begin = std::chrono::steady_clock::now();
     auto decoderAnswer = kvo::host::reclaim(decoder.id);
     auto encoderAnswer = kvo::host::reclaim(encoder.id);
-    auto firstAnswer = kvo::host::reclaim(twice.id);
-    std::this_thread::sleep_for(1300ms);
-    // One call less moves no deadline. Two reclaims of one codec both end with its last call.
-    encoder.leave[2].set_value();
-    auto secondAnswer = kvo::host::reclaim(twice.id);
-    EXPECT_EQ(secondAnswer.wait_for(200ms), std::future_status::timeout);
-    twice.leave[0].set_value();
-    EXPECT_EQ(firstAnswer.get() + secondAnswer.get(), 2);
+    std::this_thread::sleep_for(1500ms);
+    encoder.leave[2].set_value();  // One call less moves no deadline.
     EXPECT_EQ(decoderAnswer.get() + encoderAnswer.get(), 2);
     auto const duration = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(duration, 3s);

@@ -1,12 +1,8 @@
 #include "host/ResourcePool.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <future>
 #include <sstream>
-
-#include "tvhw_crm.h"
 
 // The policy of both resource managers, without threads or processes.
 namespace {
@@ -236,22 +232,6 @@ TEST_F(ResourcePoolTest, ManyRequestsThatDependOnEachOtherAreDecided) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
 }
 
-TEST_F(ResourcePoolTest, AThousandWaitersAreServedInOrder) {
-    start({kSmallCore});
-    int last = holder(kDecoder);
-    std::vector<std::pair<int, Number>> waiters;
-    for (int number = 0; number < 1000; ++number) {
-        int const client = open();
-        waiters.emplace_back(client, ask(client, kDecoder));
-        next(waiters.back().second);
-    }
-    for (auto const& [client, request] : waiters) {
-        answer(last, true);
-        ASSERT_EQ(next(request), "0");
-        last = client;
-    }
-}
-
 // Two players which start anew whenever they lose their core.
 TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     start({kSmallCore, kSmallCore, kLargeCore});
@@ -403,46 +383,6 @@ TEST_F(ResourcePoolTest, NoIdIsGivenOutTwice) {
     EXPECT_EQ(opened(INT32_MAX - 1), INT32_MAX);
     EXPECT_EQ(pool().clients().size(), 7U);
     EXPECT_EQ(pool().clients().begin()->second.refusals, 0);
-}
-
-// Of the manager within the process.
-TEST(ResourceWaiters, SleepWhileThereIsNothingNew) {
-    kvo::host::setPool({kSmallCore});
-    std::promise<void> release;
-    auto released = release.get_future().share();
-    auto const open = [&](TVHW_CRM_RECLAIM_CALLBACK reclaim) {
-        TVHW_CRM_HANDLE client = nullptr;
-        EXPECT_EQ(TVHW_CRM_ClientInit(&client, "test", reclaim, 0, &released), 0);
-        return client;
-    };
-    auto const wait = [](TVHW_CRM_RECLAIM_PARAM const*, void* until) {
-        static_cast<std::shared_future<void>*>(until)->wait();
-        return 1;
-    };
-    auto const give = [](TVHW_CRM_RECLAIM_PARAM const*, void*) { return 1; };
-    std::vector<TVHW_CRM_HANDLE> clients{open(wait), open(give), open(give)};
-    TVHW_CRM_ACQUIRE_PARAM const request{1, 640, 480, 0, 0, 0, {}};
-    EXPECT_EQ(TVHW_CRM_ClientAcquireResource(clients[0], &request), 0);
-    std::vector<std::future<int>> waiters;
-    for (std::size_t const waiter : {1U, 2U}) {
-        waiters.push_back(std::async(std::launch::async, [&, waiter] {
-            return TVHW_CRM_ClientAcquireResource(clients[waiter], &request);
-        }));
-    }
-    rusage before{};
-    rusage after{};
-    getrusage(RUSAGE_SELF, &before);
-    EXPECT_EQ(waiters[0].wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
-    getrusage(RUSAGE_SELF, &after);
-    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100);
-    release.set_value();
-    for (auto& waiter : waiters) {
-        EXPECT_EQ(waiter.get(), 0);
-    }
-    for (auto& client : clients) {
-        TVHW_CRM_ClientFree(&client);
-    }
-    kvo::host::reset();
 }
 
 }  // namespace
