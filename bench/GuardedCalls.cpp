@@ -44,28 +44,19 @@ Subject compare(std::string const& operation, double limit, Call call) {
     auto const guarded = std::make_shared<Guarded>(codec);
     auto const plain = std::make_shared<Plain>(codec);
     auto const guard = std::make_shared<LeastGuard>();
-    auto const measured = [guarded, call] {
-        Plain& wrapper = *guarded;
-        for (int turn = 0; turn < kCalls; ++turn) {
-            call(wrapper);
+    auto const measured = repeated(kCalls, [guarded, call] { call(*guarded); });
+    auto const least = repeated(kCalls, [plain, guard, call] {
+        if (guard->enter()) {
+            call(*plain);
+            guard->leave();
         }
-    };
-    auto const least = [plain, guard, call] {
-        for (int turn = 0; turn < kCalls; ++turn) {
-            if (guard->enter()) {
-                call(*plain);
-                guard->leave();
-            }
-        }
-    };
+    });
     return {operation + " through the library's wrapper",
             "the plain wrapper's call between lock, count, unlock, twice",
-            {nullptr, measured},
-            {nullptr, least},
+            {measured},
+            {least},
             kCalls,
-            limit,
-            0,
-            0};
+            limit};
 }
 
 }  // namespace

@@ -81,12 +81,10 @@ Subject findOwner(std::size_t clients, double limit) {
     };
     return {"OnReclaim finds its owner among " + std::to_string(clients),
             "a locked ordered map, both strong references",
-            {nullptr, measured},
-            {nullptr, least},
+            {measured},
+            {least},
             kLookUps,
-            limit,
-            0,
-            0};
+            limit};
 }
 
 /// A reclaim of a decoder that nobody calls meanwhile, from the manager's call to its answer.
@@ -122,12 +120,10 @@ Subject stopCodec() {
     };
     return {"a whole reclaim, nobody inside the codec",
             "find, hold, log, close, clock, release(), mark, log",
-            {prepare, [world] { keep(reclaimById(world->id)); }},
-            {prepare, least},
+            {[world] { keep(reclaimById(world->id)); }, prepare},
+            {least, prepare},
             1,
-            1.4,
-            0,
-            0};
+            1.4};
 }
 
 }  // namespace

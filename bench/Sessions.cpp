@@ -20,13 +20,6 @@ void expectSuccess(int result) {
     }
 }
 
-Configuration stream() {
-    Configuration config;
-    config.setInt32(key::kWidth, 1920);
-    config.setInt32(key::kHeight, 1080);
-    return config;
-}
-
 /// What configuring and releasing a decoder asks of the platform and the codec, and nothing else.
 void configureByHand(VideoDecoderClientWrapper& plain, Configuration const& config) {
     TVHW_CRM_HANDLE client = nullptr;
@@ -62,40 +55,30 @@ Subjects sessions() {
     auto const codec = std::make_shared<IdleDecoder>();
     auto const wrapper = std::make_shared<VideoDecoderClientWrapperResource>(codec);
     auto const plain = std::make_shared<VideoDecoderClientWrapper>(codec);
-    Configuration const config = stream();
-    auto const configure = [wrapper, config] {
-        for (int turn = 0; turn < kCalls; ++turn) {
-            expectSuccess(wrapper->configureReferenceMode(CodecType::AVC, config).status().code());
-            wrapper->release();
-        }
-    };
-    auto const byHand = [plain, config] {
-        for (int turn = 0; turn < kCalls; ++turn) {
-            configureByHand(*plain, config);
-        }
-    };
-    auto const make = [codec] {
-        for (int turn = 0; turn < kCalls; ++turn) {
-            keep(std::make_unique<VideoDecoderClientWrapperResource>(codec));
-        }
-    };
-    auto const makePlain = [codec] {
-        for (int turn = 0; turn < kCalls; ++turn) {
-            keep(std::make_unique<VideoDecoderClientWrapper>(codec));
-        }
-    };
+    Configuration config;
+    config.setInt32(key::kWidth, 1920);
+    config.setInt32(key::kHeight, 1080);
+    auto const configure = repeated(kCalls, [wrapper, config] {
+        expectSuccess(wrapper->configureReferenceMode(CodecType::AVC, config).status().code());
+        wrapper->release();
+    });
+    auto const byHand = repeated(kCalls, [plain, config] { configureByHand(*plain, config); });
+    auto const make = repeated(
+        kCalls, [codec] { keep(std::make_unique<VideoDecoderClientWrapperResource>(codec)); });
+    auto const makePlain =
+        repeated(kCalls, [codec] { keep(std::make_unique<VideoDecoderClientWrapper>(codec)); });
     return {{"a decoder configured, and released again",
              "the same calls of platform and codec, without the library",
-             {nullptr, configure},
-             {nullptr, byHand},
+             {configure},
+             {byHand},
              kCalls,
              1.35,
              4,
              167},
             {"a decoder's wrapper made and destroyed, unused",
              "a plain wrapper",
-             {nullptr, make},
-             {nullptr, makePlain},
+             {make},
+             {makePlain},
              kCalls,
              3.6,
              1,

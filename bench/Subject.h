@@ -6,8 +6,8 @@
 
 /// One of the two things that are compared. All of it runs on one thread.
 struct Work {
-    std::function<void()> prepare;  ///< Before each run; not counted. May be empty.
     std::function<void()> run;
+    std::function<void()> prepare = [] {};  ///< Before each run; not counted.
 };
 
 /// Something that users of the library pay for, beside a floor that does the same job.
@@ -16,10 +16,10 @@ struct Subject {
     std::string floor;  ///< The same.
     Work measured;
     Work least;
-    int calls;        ///< How often one run does it.
-    double limit;     ///< Instructions at most, in times the floor's.
-    int allocations;  ///< At most, beyond the floor's, each time.
-    int bytes;        ///< As many of the heap at most, beyond the floor's.
+    int calls;            ///< How often one run does it.
+    double limit;         ///< Instructions at most, in times the floor's.
+    int allocations = 0;  ///< At most, beyond the floor's, each time.
+    int bytes = 0;        ///< As many of the heap at most, beyond the floor's.
 };
 using Subjects = std::vector<Subject>;
 
@@ -27,6 +27,16 @@ using Subjects = std::vector<Subject>;
 template <typename T>
 void keep(T const& value) {
     asm volatile("" : : "r,m"(value) : "memory");
+}
+
+/// Does `action` so often in one run.
+template <typename Action>
+auto repeated(int times, Action action) {
+    return [times, action] {
+        for (int turn = 0; turn < times; ++turn) {
+            action();
+        }
+    };
 }
 
 /// Calls of a codec through the guard.

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
-#include "Heap.h"
 #include "Subject.h"
 
 namespace {
@@ -18,11 +19,11 @@ and system calls of each dumped under its number. `make bench` runs both and pri
 
 constexpr int kRuns = 101;
 
-void prepare(Work const& work) {
-    if (work.prepare) {
-        work.prepare();
-    }
-}
+struct HeapUse {
+    std::size_t allocations = 0;
+    std::size_t bytes = 0;
+};
+thread_local HeapUse tUse;  ///< What this thread has asked of the heap, in the libraries too.
 
 struct Cost {
     double quarter;  ///< Nanoseconds: a quarter of the runs took less.
@@ -37,16 +38,16 @@ Cost costOf(Work const& work, int calls) {
     nanoseconds.reserve(kRuns);
     HeapUse use{};
     for (int run = 0; run <= kRuns; ++run) {
-        prepare(work);
-        use = heapUseOf([&] {
-            auto const start = std::chrono::steady_clock::now();
-            work.run();
-            std::chrono::duration<double, std::nano> const passed =
-                std::chrono::steady_clock::now() - start;
-            if (run > 0) {  // The first one warms up.
-                nanoseconds.push_back(passed.count() / calls);
-            }
-        });
+        work.prepare();
+        tUse = {};
+        auto const start = std::chrono::steady_clock::now();
+        work.run();
+        std::chrono::duration<double, std::nano> const passed =
+            std::chrono::steady_clock::now() - start;
+        use = tUse;
+        if (run > 0) {  // The first one warms up.
+            nanoseconds.push_back(passed.count() / calls);
+        }
     }
     std::sort(nanoseconds.begin(), nanoseconds.end());
     return {nanoseconds[kRuns / 4], nanoseconds[kRuns / 2], nanoseconds[kRuns * 3 / 4],
@@ -71,9 +72,9 @@ void measure(Subject const& subject) {
 
 /// Counts the second of two runs, which finds all that is bound and allocated only once.
 void count(Work const& work, std::string const& name) {
-    prepare(work);
+    work.prepare();
     work.run();
-    prepare(work);
+    work.prepare();
     CALLGRIND_ZERO_STATS;
     CALLGRIND_TOGGLE_COLLECT;
     work.run();
@@ -82,6 +83,20 @@ void count(Work const& work, std::string const& name) {
 }
 
 }  // namespace
+
+// In place of the language runtime's, for the shared libraries as well; the other forms end here.
+
+void* operator new(std::size_t size) {
+    ++tUse.allocations;
+    tUse.bytes += size;
+    if (void* const memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
 
 int main(int argc, char** argv) {
     bool const counts = argc == 2 && std::strcmp(argv[1], "--counts") == 0;
