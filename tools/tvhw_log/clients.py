@@ -1,5 +1,6 @@
 """Clients of the resource manager, by the library's lines: acquisition and reclaim."""
 
+import collections
 import re
 
 from .lives import Reclaim, named, seconds
@@ -25,6 +26,7 @@ class Clients:
         self._history = history
         self._holders = {}  # Process: clients that may hold a core.
         self._on_port = {}  # Port: the client it was granted to last.
+        self.reclaimed = collections.deque(maxlen=50)  # The last clients that were.
         self._reclaims = []  # The last that have ended, and those that have not.
         self.service = Service(history)
         self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
@@ -123,7 +125,7 @@ class Clients:
             holders = [other for lives in self._holders.values() for other in lives
                        if other.state == 'holding' and other is not life and kind in (None, other.kind)]
             finding.candidates = [named(holders)] if holders else []
-            reclaimed = [other for other in self._history.lives if other.state == 'reclaimed'
+            reclaimed = [other for other in self.reclaimed if other.state == 'reclaimed'
                          and kind in (None, other.kind)][-3:]
             if reclaimed:
                 finding.candidates.append('reclaimed before, if this platform frees the core only when the '
@@ -386,6 +388,7 @@ class Clients:
             return
         self.end_hold(life, line)
         life.state, life.told_of_reclaim = 'reclaimed', None
+        self.reclaimed.append(life)
         history.show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, line)
         if reclaim.quiet:
             history.show(('life', life), 'wait', self._waits(reclaim), reclaim.begin, reclaim.quiet,
