@@ -6,7 +6,7 @@ import re
 from .lives import Reclaim, named, seconds
 from .messages import CLIENT, ENCODER
 from .service import Service
-from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, STUCK
+from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, NOTHING_HELD, STUCK
 
 WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
 PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
@@ -137,6 +137,8 @@ class Clients:
 
     def granted(self, line, thread, core, port, width, height):
         thread.finding = None
+        if thread.life and thread.life.state == 'reclaimed' and thread.process.has_calls:
+            return thread.life  # At once, before it saw what it was granted.
         life = self.requests(line, thread)
         life.core_type = core
         self._hold(life, line)
@@ -259,6 +261,14 @@ class Clients:
         return life
 
     request_unsent = grant_unread
+
+    def resource_unread(self, line, thread, code):
+        life = self.concerned(line, thread)
+        if code == NOTHING_HELD and life.held_since is not None:
+            life.tell(line, 'holds nothing any more')
+            self.end_hold(life, line)
+            life.state = 'refused'
+        return life
 
     def id_unread(self, line, thread):
         life = self.concerned(line, thread)
