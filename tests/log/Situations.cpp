@@ -43,8 +43,9 @@ void play(Decoder& decoder) {
     }
 }
 
-void play(Decoder& decoder, char const* failing, std::uint64_t nth = 1) {
-    failCall(failing, -5, nth);
+void playWhileFails(char const* platformCall) {
+    failCall(platformCall, -5);
+    Decoder decoder;
     play(decoder);
     decoder.wrapper.release();
 }
@@ -97,17 +98,6 @@ void show(Configuration const& config) {
     if (!sink.configure(config).status().isError()) {
         sink.displayPicture({});
     }
-}
-
-/// Has the only decoder core taken from a player that is destroyed at once.
-void takeFromQuickOwner() {
-    Decoder second;
-    {
-        Decoder first;
-        play(first);
-        play(second);
-    }
-    second.wrapper.release();
 }
 
 /// Makes a live encoder refuse a reclaim.
@@ -201,11 +191,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          Decoder second;
          play(second);
      }},
-    {"manager-unreachable",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientInit");
-     }},
+    {"manager-unreachable", [] { playWhileFails("TVHW_CRM_ClientInit"); }},
     {"live-encoder",
      [] {
          keepByLiveEncoder({{1, true}});
@@ -233,11 +219,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          client->releaseResource();
          goOn(1100);
      }},
-    {"id-unreadable",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientGetUniqueId");
-     }},
+    {"id-unreadable", [] { playWhileFails("TVHW_CRM_ClientGetUniqueId"); }},
     {"port-not-granted",
      [] {
          failCall("TVHW_CRM_ClientAcquireResource", -16, 2);
@@ -267,15 +249,17 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
     {"still-not-shown", [] { show(kStream); }},
     {"sink-format", [] { show({}); }},
-    {"free-failed",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientFree");
-     }},
+    {"free-failed", [] { playWhileFails("TVHW_CRM_ClientFree"); }},
     {"no-such-core",
      [] {
          kvo::host::setPool({{}});
-         takeFromQuickOwner();
+         Decoder second;
+         {
+             Decoder first;
+             play(first);
+             play(second);
+         }
+         second.wrapper.release();
          Decoder large;
          Configuration stream = kStream;
          stream.setInt32(key::kWidth, 9999);
@@ -328,12 +312,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          scaler.connect(layer(0));
          scaler.updateRegion(info);
      }},
-    {"nothing-wrong",
-     [] {
-         Decoder decoder;
-         play(decoder);
-         decoder.wrapper.release();
-     }},
+    {"nothing-wrong", [] { playWhileFails("TVHW_VO_Close"); }},  // It is not called.
 };
 
 /// Stays until it is ended from outside.

@@ -445,7 +445,8 @@ class Clients:
         at_least = '' if reclaim.quiet else 'at least '
         if known >= LONG_RELEASE:
             self._history.find('release-slow', reclaim.who, lines,
-                               f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates)
+                               f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates,
+                               absent=reclaim.quiet is not None)  # Of calls that it would have waited for.
         elif taken >= LONG_RECLAIM and not reclaim.quiet:
             self._history.note(f'A reclaim took {taken:.1f} s ({reclaim.begin.clock}, {reclaim.who}): whether it '
                                'waited for calls, as it may for 3 s, or for release(), the log does not tell.')

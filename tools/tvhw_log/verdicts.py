@@ -93,7 +93,7 @@ RULES = [Rule(*row) for row in [
      'It was probably taken back at once.',
      'A reclaim for the same client at that moment; the manager\'s own log.'),
     ('grant-unreadable', 'The resource manager cannot tell what was granted',
-     'Reading back what the client holds failed, so that the configure operation could not go on.',
+     'Reading back what the client holds failed. With "get resource fail" the configure operation could not go on.',
      'A failure in the manager, unless a line before these is lost.',
      'The manager\'s code behind "ret=".'),
     ('codec-refused', 'A codec refused to be configured',
@@ -216,8 +216,8 @@ RULES = [Rule(*row) for row in [
      'The line, and what the process did just before it.'),
     ('cause-unknown', 'A request failed, for a reason that is not in the log',
      'Reading back what was granted failed; that is how a refused request ends.',
-     'The lines that tell why were written before the log begins.',
-     'A longer log.'),
+     'The request was refused before the log begins, or what it granted was taken back at once or cannot be read.',
+     'A longer log, of a higher level.'),
 ]]
 
 NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
