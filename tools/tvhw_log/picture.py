@@ -190,6 +190,7 @@ def _legend(y, shown):
     x = LEFT
     for what, text in LEGEND:
         if what in shown:
-            yield f'<rect x="{x}" y="{y - 10}" width="14" height="11" fill="{FILLS[what]}" stroke="#333" stroke-width=".4"/>'
+            yield (f'<rect x="{x}" y="{y - 10}" width="14" height="11" fill="{FILLS[what]}" stroke="#333" '
+                   'stroke-width=".4"/>')
             yield _text(x + 19, y, text, 'font-size="11"')
             x += 32 + len(text) * 6.1
