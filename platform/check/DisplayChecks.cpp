@@ -71,7 +71,8 @@ Outcome knowsSources() {
 
 Outcome connectsTwice() {
     return areRightInOrder({openChannel(), connect(2, 0), place(), connect(3, 1), connect(3, 1),
-                            placeAdaptive(), disconnect(3), closeChannel()});
+                            placeAdaptive(), disconnect(3), connect(2, 0), connect(3, 1),
+                            disconnect(3), closeChannel()});
 }
 
 Outcome closesConnected() {
@@ -147,7 +148,7 @@ Outcome opensOutputEachTime() {
 
 Outcome panelSize() {
     struct {
-        TVHW_VBE_PANEL_SIZE size{0, 0};
+        TVHW_VBE_PANEL_SIZE size{-1, -1};
         std::int32_t behind = 4711;
     } memory;
     int const result = CALL(TVHW_VBE_DISP_GetPanelSize)(&memory.size);
@@ -176,7 +177,7 @@ Checks scalerChecks() {
          knowsSources},
         {kMust, "the-scaler-connects-twice",
          "a source of type 2 is connected and placed, then twice one of type 3 without a "
-         "disconnect, which is placed and disconnected",
+         "disconnect, which is placed and disconnected; then once again each",
          "0 for each step", connectsTwice},
         {kMust, "the-scaler-closes-while-connected",
          "a source is connected and placed, the channel closed and opened again, twice over",

@@ -26,6 +26,11 @@ namespace kvo::check {
 constexpr int kWidth = 634;
 constexpr int kHeight = 358;
 
+constexpr char const* kMimeTypes[] = {"video/avc",  "video/hevc",          "video/x-vnd.on2.vp9",
+                                      "video/av01", "video/mp4v-es",       "video/mpeg2",
+                                      "video/3gpp", "video/mjpeg",         "video/dolby-vision",
+                                      "",           "video/x-vnd.on2.vp8", "video/vvc"};
+
 /// In place of a result: there was none, or none in time.
 constexpr int kSilent = -999;
 
@@ -90,8 +95,9 @@ struct Client {
     std::unique_ptr<Client> successor;  ///< That a callback has opened.
     std::future<int> otherThread;       ///< Of a callback that has another thread call the manager.
     std::uintptr_t cookie;
-    int running = 0;  ///< Callbacks.
-    int opened;       ///< The result of the opening.
+    int running = 0;     ///< Callbacks.
+    int unwritten = -1;  ///< In place of the next id.
+    int opened;          ///< The result of the opening.
 
     explicit Client(int itsAnswer = 1) : answer(itsAnswer), cookie(enter(*this)), opened(open()) {}
     Client(Client const&) = delete;
@@ -194,7 +200,8 @@ struct Client {
 
     /// Its unique id, -1 for none.
     int id() {
-        int ids[2] = {-1, 0};
+        int ids[2] = {unwritten, 0};
+        unwritten = ~unwritten;  // What is written only in part differs then.
         int const result = CALL(TVHW_CRM_ClientGetUniqueId)(handle, &ids[0]);
         return result == 0 && ids[1] == 0 ? ids[0] : -1;
     }

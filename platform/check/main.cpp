@@ -38,7 +38,7 @@ constexpr char const* kNotChecked[] = {
     "what the log prints where it does not print to standard output or error",
     "what the log calls, and whether it is called at all",
     "that the two notices reach whom they are for, and that a property that is set is read",
-    "cores against the chip's data sheet, and that an encoder's core encodes",
+    "cores against the chip's data sheet, which of two alike is granted, and that encoders' encode",
     "what happens at exit, in other processes, and when a process dies",
 };
 
