@@ -92,9 +92,7 @@ interleave: build-dir
 	@tools/interleave build/test $(JOBS)
 
 # $(call run-service,preset)
-run-service = $(call run-tests,$(1),-R 'Service|PlatformFault') && \
-	ASAN_OPTIONS=quarantine_size_mb=1 build/$(1)/platform/service/tvhw-run -- \
-		build/$(1)/tests/service/tvhw_service_load
+run-service = $(call run-tests,$(1),-R 'Service|PlatformFault')
 
 service: build-dir
 	@tools/install-packages build test service

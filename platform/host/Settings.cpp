@@ -255,9 +255,14 @@ Settings const& settings() {
 }
 
 Settings settingsWith(std::string const& file) {
-    std::ifstream lines(file);
+    std::error_code missing;
+    bool const isFile = std::filesystem::is_regular_file(file, missing);  // Others may block.
+    std::ifstream lines(isFile ? file : "");
     if (!lines) {
-        throw std::invalid_argument(file + ": " + std::strerror(errno));
+        throw std::invalid_argument(file + ": " +
+                                    (isFile    ? std::strerror(errno)
+                                     : missing ? missing.message()
+                                               : "no regular file"));
     }
     Settings result = settings();
     int number = 0;

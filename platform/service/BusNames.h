@@ -12,4 +12,8 @@ inline constexpr char kServiceInterface[] = "kvo.tvhw.ResourceManager1";
 inline constexpr char kClientPath[] = "/kvo/tvhw/ResourceClient";
 inline constexpr char kClientInterface[] = "kvo.tvhw.ResourceClient1";
 
+/// Of the bus itself, and its interface.
+inline constexpr char kBusDaemon[] = "org.freedesktop.DBus";
+inline constexpr char kBusDaemonPath[] = "/org/freedesktop/DBus";
+
 }  // namespace kvo::service

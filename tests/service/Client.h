@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,7 +47,7 @@ struct Client {
             std::fflush(stdout);
             client.waitForLoss();
         }
-        return client.onReclaim == "keep" ? 0 : 1;
+        return client.onReclaim == "keep" ? 2 : 1;  // 1 alone gives up.
     }
 
     int acquire(int width = 640, int codecType = 1) {
@@ -105,6 +106,11 @@ public:
         return result.substr(0, result.find('\n'));
     }
 
+    int id() const { return mPid; }
+    long threads() const {
+        std::filesystem::directory_iterator const tasks("/proc/" + std::to_string(mPid) + "/task");
+        return std::distance(tasks, {});
+    }
     void signal(int number) const { kill(mPid, number); }
 
     /// Returns the raw status of the process once it has ended.

@@ -24,10 +24,10 @@ after each, with 1 when not, and leaves the input in tvhw_service_fuzz.found, an
 )";
 
 constexpr std::pair<char const*, char const*> kOperations[] = {
-    {"OpenClient", "si"}, {"CloseClient", "i"},     {"GiveBack", "i"},
-    {"GetHolding", "i"},  {"Acquire", "ibbiiibi"},  {"AnswerReclaim", "ii"},
-    {"Reclaim", "ib"},    {"SetLogLevel", "i"},     {"AllowsForcedAcquire", "i"},
-    {"Status", ""},       {"NotifyReclaimed", "i"}, {"Nothing", "si"}};
+    {"OpenClient", "si"}, {"CloseClient", "i"},    {"GiveBack", "i"},
+    {"GetHolding", "i"},  {"Acquire", "ibbiiibi"}, {"AnswerReclaim", "ii"},
+    {"Reclaim", "ib"},    {"SetLogLevel", "i"},    {"AllowsForcedAcquire", "i"},
+    {"Status", ""},       {"StatusAsJson", ""},    {"Nothing", "si"}};
 
 struct Peer {
     std::unique_ptr<sdbus::IConnection> connection = sdbus::createSessionBusConnection();

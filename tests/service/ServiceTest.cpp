@@ -2,12 +2,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <future>
+#include <random>
+#include <regex>
 #include <sstream>
 
 #include "Client.h"
@@ -16,6 +20,11 @@
 
 // Runs with the service's libkvo_hal_crm on a bus of its own, and starts the service itself.
 namespace {
+
+using Clock = std::chrono::steady_clock;
+using Words = std::vector<std::string>;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 std::string gSelf;
 
@@ -30,28 +39,58 @@ std::string output(std::string const& command) {
     return text;
 }
 
+/// What the service's program prints, and its exit status.
+std::string told(std::string const& arguments) {
+    return output("{ " + (std::getenv("TVHW_SERVICE") + (" " + arguments)) + "; } 2>&1; echo $?");
+}
+
+std::string contents(std::string const& file) {
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 class ServiceTest : public testing::Test {
 protected:
-    static std::vector<std::string> service(std::string const& setting = "TVHW=") {
+    static Words service(std::string const& setting = "TVHW=") {
         return {"env", setting, "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
                 "KVO_HOST_POLICY=env=0,12345=-1", std::string(std::getenv("TVHW_SERVICE"))};
     }
 
-    void SetUp() override {
-        mService = std::make_unique<Process>(service());
+    void start(Words const& words) {
+        mService = nullptr;
+        mService = std::make_unique<Process>(words);
         while (Client().opened != 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(milliseconds(10));
         }
     }
 
+    void SetUp() override {
+        std::remove(mLog.c_str());
+        start(service());
+    }
+    void TearDown() override { std::remove(mLog.c_str()); }
+
     /// A process that holds a core of this size.
     static std::unique_ptr<Process> holder(std::string const& behaviour, int width) {
-        auto process = std::make_unique<Process>(
-            std::vector<std::string>{gSelf, "--hold", behaviour, std::to_string(width)});
+        auto process =
+            std::make_unique<Process>(Words{gSelf, "--hold", behaviour, std::to_string(width)});
         EXPECT_EQ(process->line(), "0");
         return process;
     }
 
+    /// What the log says, without what differs each time; clients are A, B and so on.
+    std::string log() const {
+        static std::regex const differs(
+            R"(.*Service.h:\d+ | of process \d+ \(\w+\)|\d+\.\d s( ago)?)");
+        std::string text = std::regex_replace(contents(mLog), differs, "");
+        std::smatch client;
+        for (char name = 'A'; std::regex_search(text, client, std::regex("client \\d+")); ++name) {
+            text = std::regex_replace(text, std::regex(client.str()), std::string(1, name));
+        }
+        return text;
+    }
+
+    std::string const mLog = gSelf + "." + std::to_string(getpid()) + ".log";
     std::unique_ptr<Process> mService;
 };
 
@@ -74,6 +113,7 @@ TEST_F(ServiceTest, WhatADeadProcessHeldIsFreeAtOnce) {
     auto const first = holder("give", 1920);
     auto const second = holder("die", 640);
     first->end(SIGKILL);
+    auto const begin = Clock::now();
     Client newcomer;
     EXPECT_EQ(newcomer.acquire(1920), 0);
     Client other;
@@ -81,6 +121,20 @@ TEST_F(ServiceTest, WhatADeadProcessHeldIsFreeAtOnce) {
     EXPECT_TRUE(WIFSIGNALED(second->end()));
     EXPECT_EQ(other.acquire(640), 0);
     EXPECT_EQ(newcomer.reclaims, 1);
+    EXPECT_LT(Clock::now() - begin, seconds(5)) << "nobody waits for the dead";
+}
+
+// Also one that the service has no descriptor left to watch.
+TEST_F(ServiceTest, AProcessIsServedThoughDescriptorsAreUsedUp) {
+    rlimit limit{};
+    prlimit(mService->id(), RLIMIT_NOFILE, nullptr, &limit);
+    EXPECT_EQ(limit.rlim_cur, limit.rlim_max);
+    limit.rlim_cur = 4;
+    ASSERT_EQ(prlimit(mService->id(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    auto const first = holder("give", 1920);
+    first->end(SIGKILL);
+    Client newcomer("keep");
+    EXPECT_EQ(newcomer.acquire(1920), 0);
 }
 
 TEST_F(ServiceTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
@@ -111,9 +165,14 @@ TEST_F(ServiceTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
 }
 
 TEST_F(ServiceTest, AStuckHolderKeepsItsCoreAndTheNewcomerIsRefused) {
+    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
+    EXPECT_EQ(told("--log-level 1"), "0\n");
     auto const stuck = holder("hang", 1920);
     Client newcomer;
+    auto const begin = Clock::now();
     EXPECT_EQ(newcomer.acquire(1920), -110);
+    EXPECT_LT(Clock::now() - begin, seconds(13));
+    EXPECT_EQ(log(), "refuse: A gets no decoder of 1920x0 after : -110, no answer from B\n");
     std::string const status = kvo::host::describe();
     EXPECT_NE(status.find("STUCK"), std::string::npos) << status;
     EXPECT_EQ(newcomer.acquire(1920), -110) << "at once";
@@ -124,7 +183,7 @@ TEST_F(ServiceTest, WithoutAServiceCallsFailAtOnceAndANewOneServesNewClients) {
     EXPECT_EQ(client.acquire(), 0);
     auto const stuck = holder("hang", 1920);
     std::thread waits([] { EXPECT_EQ(Client().acquire(1920), -111); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::this_thread::sleep_for(milliseconds(300));
     mService->end(SIGKILL);
     waits.join();
     EXPECT_EQ(client.acquire(), -111);
@@ -160,14 +219,17 @@ TEST_F(ServiceTest, AReclaimGetsThroughToAProcessWhoseFirstCallsWait) {
 }
 
 TEST_F(ServiceTest, ABusThatIsLostDuringAReclaimIsNoService) {
-    Process bus({"dbus-daemon", "--session", "--nofork", "--print-address"});
-    std::string const address = "DBUS_SESSION_BUS_ADDRESS=" + bus.line();
+    std::string const at = "unix:path=" + gSelf + ".bus";
+    std::string const address = "DBUS_SESSION_BUS_ADDRESS=" + at;
+    Words const busWords{"dbus-daemon", "--session", "--nofork", "--print-address",
+                         "--address=" + at};
     auto words = service();
     words.insert(words.begin() + 1, address);
-    Process const manager(words);
+    auto bus = std::make_unique<Process>(busWords);
+    bus->line();
+    Process manager(words);
     auto const player = [&](char const* behaviour) {
-        return std::make_unique<Process>(
-            std::vector<std::string>{"env", address, gSelf, "--hold", behaviour, "1920"});
+        return std::make_unique<Process>(Words{"env", address, gSelf, "--hold", behaviour, "1920"});
     };
     auto holder = player("lose");
     while (holder->line() != "0") {
@@ -175,9 +237,13 @@ TEST_F(ServiceTest, ABusThatIsLostDuringAReclaimIsNoService) {
     }
     auto const newcomer = player("give");
     EXPECT_EQ(holder->line(), "asked");
-    bus.end(SIGKILL);
+    bus->end(SIGKILL);
     EXPECT_EQ(newcomer->line(), "-111");
-    EXPECT_EQ(holder->end(), 0);
+    EXPECT_EQ(manager.end() >> 8, 1);
+    bus = std::make_unique<Process>(busWords);
+    bus->line();
+    Process const another(words);
+    EXPECT_EQ(holder->line(), "open again");
 }
 
 // What another program on the bus could send.
@@ -235,17 +301,22 @@ TEST_F(ServiceTest, OnlyTheBusAndWhoIsAskedCount) {
         "dbus-send --dest=kvo.tvhw.ResourceManager /org/freedesktop/DBus "
         "org.freedesktop.DBus.NameOwnerChanged string:" +
         name + " string:" + name + " string:");
+    output("dbus-send --dest=" + name +
+           " /org/freedesktop/DBus org.freedesktop.DBus.NameOwnerChanged "
+           "string:kvo.tvhw.ResourceManager string: string:" +
+           name);
     EXPECT_EQ(client.core(), 3);
     EXPECT_EQ(client.reclaims, 0);
     auto newcomer = std::async(std::launch::async, [] { return Client().acquire(1920); });
     while (client.reclaims == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(milliseconds(10));
     }
     output(
         "busctl --user call kvo.tvhw.ResourceManager /kvo/tvhw/ResourceManager "
         "kvo.tvhw.ResourceManager1 AnswerReclaim ii 1 1 2>&1");
-    EXPECT_EQ(newcomer.get(), -110);
     EXPECT_EQ(client.core(), 3);
+    EXPECT_EQ(output(std::string("python3 ") + std::getenv("TVHW_FORGE") + " " + name), "");
+    EXPECT_EQ(newcomer.get(), -111) << "whoever has answered is not the service";
 }
 
 TEST_F(ServiceTest, AProcessIsDeadThoughAChildOfItLives) {
@@ -256,70 +327,95 @@ TEST_F(ServiceTest, AProcessIsDeadThoughAChildOfItLives) {
     EXPECT_EQ(newcomer.acquire(1920), 0);
 }
 
-// A reader of its log that does not read, and then is gone.
+// A reader of its log that does not read, and then is gone: of its standard error, which can be
+// opened anew or not, or of a file.
 TEST_F(ServiceTest, TheServiceNeitherWaitsNorDiesForItsLog) {
-    mService->end(SIGTERM);
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
-    auto words = service("KVO_MEDIA_LOG_LEVEL=3");
-    words.insert(words.begin(),
-                 {"sh", "-c", "exec \"$@\" 2>/proc/$PPID/fd/" + std::to_string(ends[1]), "sh"});
-    mService = std::make_unique<Process>(words);
-    while (Client().opened != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    for (bool const isRead : {true, false}) {
-        for (int times = 0; times < 80; ++times) {
-            EXPECT_EQ(Client().acquire(99999), -95);
+    for (std::string const kind : {"pipe", "socket", "file"}) {
+        int ends[2];
+        ASSERT_EQ(kind == "socket" ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
+        int const small = 4096;
+        fcntl(ends[1], F_SETPIPE_SZ, small);
+        setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
+        std::string const end = std::to_string(ends[1]);
+        auto words = service("KVO_MEDIA_LOG_LEVEL=3");
+        words.insert(words.begin(), {"bash", "-c", "exec \"$@\" 2>&" + end, "bash"});
+        if (kind == "file") {
+            words[2] = "KVO_MEDIA_LOG_FILE=/dev/fd/" + end + " exec \"$@\"";
         }
-        if (isRead) {
-            char text[8192];
-            auto const length = static_cast<std::size_t>(read(ends[0], text, sizeof(text)));
-            EXPECT_NE(
-                std::string(text, length).find(" gets no decoder of 99999x0 after 0.0 s: -95\n"),
-                std::string::npos);
-            close(ends[0]);
-            close(ends[1]);
+        fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+        start(words);
+        for (bool const isRead : {true, false}) {
+            for (int times = 0; times < 80; ++times) {
+                EXPECT_EQ(Client().acquire(99999), -95);
+            }
+            if (isRead) {
+                char text[8192];
+                auto const length = static_cast<std::size_t>(read(ends[0], text, sizeof(text)));
+                EXPECT_NE(std::string(text, length).find("99999x0 after 0.0 s: -95\n"),
+                          std::string::npos);
+                close(ends[0]);
+                close(ends[1]);
+            }
         }
+        EXPECT_EQ(Client().acquire(), 0);
+        EXPECT_EQ(mService->end(SIGINT), 0);
     }
-    EXPECT_EQ(Client().acquire(), 0);
-    EXPECT_EQ(mService->end(SIGTERM), 0);
+}
+
+TEST_F(ServiceTest, TheLogTellsWhoGetsWhatFromWhom) {
+    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
+    for (int times = 0; times < 200; ++times) {
+        EXPECT_EQ(Client().acquire(99999), -95) << "no line, and none of those that are left";
+    }
+    EXPECT_EQ(told("--log-level 3"), "0\n");
+    auto const first = holder("give", 1920);
+    auto const second = holder("keep", 640);
+    Client client;
+    EXPECT_EQ(client.acquire(), 0);
+    auto const third = holder("die", 1920);
+    EXPECT_EQ(client.acquire(1920), 0);
+    EXPECT_EQ(log(),
+              "grant: A gets decoder of 1920x0: type 3 after \n"
+              "grant: B gets decoder of 640x0: type 1 after \n"
+              "reclaim: B is asked for decoder of 640x0 for C\n"
+              "reclaim: B, asked , keeps it\n"
+              "reclaim: A is asked for decoder of 640x0 for C\n"
+              "reclaim: A, asked , gives up\n"
+              "grant: C gets decoder of 640x0: type 3 from A after \n"
+              "reclaim: C is asked for decoder of 1920x0 for D\n"
+              "reclaim: C, asked , gives up\n"
+              "grant: D gets decoder of 1920x0: type 3 from C after \n"
+              "reclaim: D is asked for decoder of 1920x0 for C\n"
+              "reclaim: D, asked , gives up\n"
+              "grant: C gets decoder of 1920x0: type 3 from D after \n");
 }
 
 TEST_F(ServiceTest, AFloodOfRefusalsIsNoFloodOfLines) {
-    mService->end(SIGTERM);
-    std::string const file = gSelf + ".log";
-    std::remove(file.c_str());
-    mService = std::make_unique<Process>(service("KVO_MEDIA_LOG_FILE=" + file));
-    while (Client().opened != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(output(std::string(std::getenv("TVHW_SERVICE")) + " --log-level 2 2>&1"), "");
+    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
+    EXPECT_EQ(told("--log-level 2"), "0\n");
     Client client;
-    auto const begin = std::chrono::steady_clock::now();
+    auto const begin = Clock::now();
     for (int times = 0; times < 1000; ++times) {
         client.acquire(99999);
     }
-    auto const seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
-    std::ifstream log(file);
-    auto const lines = std::count(std::istreambuf_iterator<char>(log), {}, '\n');
-    EXPECT_GE(lines, 50);
-    EXPECT_LE(lines, 101 * (seconds.count() + 2));
-    std::remove(file.c_str());
+    auto const time = std::chrono::duration_cast<seconds>(Clock::now() - begin);
+    std::string const lines = contents(mLog);
+    auto const count = std::count(lines.begin(), lines.end(), '\n');
+    EXPECT_GE(count, 100);
+    EXPECT_LE(count, 100 * (time.count() + 2));
+    EXPECT_NE(lines.find("refuse: more lines of this second are left out\n"), std::string::npos);
 }
 
 TEST_F(ServiceTest, EachCallEndsThoughTheServiceIsStoppedAndLeavesNothing) {
     Client client;
     EXPECT_EQ(client.acquire(), 0);
     Client other;
-    auto const begin = std::chrono::steady_clock::now();
+    auto const begin = Clock::now();
     mService->signal(SIGSTOP);
     auto opened = std::async(std::launch::async, [] { return Client().opened; });
     EXPECT_EQ(other.acquire(), -111);
     EXPECT_EQ(opened.get(), -111);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(16));
+    EXPECT_LT(Clock::now() - begin, seconds(16));
     mService->signal(SIGCONT);
     EXPECT_EQ(client.core(), 1) << "it has heard of nothing";
     EXPECT_EQ(other.acquire(), -22) << "it was closed";
@@ -331,10 +427,10 @@ TEST_F(ServiceTest, AStoppedBusEndsTheFirstCall) {
     Process bus({"dbus-daemon", "--session", "--nofork", "--print-address"});
     std::string const address = "DBUS_SESSION_BUS_ADDRESS=" + bus.line();
     bus.signal(SIGSTOP);
-    auto const begin = std::chrono::steady_clock::now();
+    auto const begin = Clock::now();
     Process player({"env", address, gSelf, "--hold", "give", "1920"});
     EXPECT_EQ(player.line(), "-22") << "it has no client";
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(16));
+    EXPECT_LT(Clock::now() - begin, seconds(16));
     bus.signal(SIGCONT);
 }
 
@@ -347,68 +443,91 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
     EXPECT_EQ(stuck.line(), "0");
     std::remove(odd.c_str());
     auto const live = holder("keep", 640);
-    std::string const command = std::getenv("TVHW_SERVICE");
-    std::istringstream held(output(command + " --status | awk '$3 == \"decoder\" { print $7 }'"));
+    std::istringstream held(told("--status | awk '$3 == \"decoder\" { print $7 }'"));
     std::string first;
     std::string second;
     held >> first >> second;
+    auto asks = std::async(std::launch::async, [&] { return told("--reclaim " + first); });
     struct {
         std::string arguments;
         std::string told;
-    } const kCommands[] = {{"", "tvhw-resource-manager: there is already a service on this bus\n"},
-                           {"--nonsense", "see --help\n"},
-                           {"--reclaim x", "see --help\n"},
-                           {"--status", " ?     "},
-                           {"--reclaim 99", "tvhw-resource-manager: client 99 is not open\n"},
-                           {"--reclaim " + second, " keeps what it holds\n"},
-                           {"--status", "refused 1"},
-                           {"--status --json | python3 -m json.tool", "\"refusals\": 1"},
-                           {"--reclaim " + first, "the service does not answer\n"},
-                           {"--force " + first, ""},
-                           {"--log-level -1", ""},
-                           {"--check /nowhere", "/nowhere: No such file or directory"}};
+    } const kCommands[] = {
+        {"", "tvhw-resource-manager: there is already a service on this bus\n1\n"},
+        {"--nonsense", "see --help\n2\n"},
+        {"--settings", "see --help\n2\n"},
+        {"--reclaim 1x", "see --help\n2\n"},
+        {"--status", " ?     "},
+        {"--status >/dev/full", "tvhw-resource-manager: the output cannot be written\n1\n"},
+        {"--reclaim 99", "tvhw-resource-manager: client 99 is not open\n1\n"},
+        {"--reclaim " + second, " keeps what it holds\n1\n"},
+        {"--status", "refused 1"},
+        {"--status --json | python3 -m json.tool", "\"refusals\": 1"},
+        {"--reclaim " + first, "tvhw-resource-manager: there was no answer for 10 seconds\n1\n"},
+        {"--force " + first, "0\n"},
+        {"--check /nowhere", "/nowhere: No such file or directory\n2\n"},
+        {"--check /dev/zero", "/dev/zero: no regular file\n2\n"}};
     for (auto const& row : kCommands) {
-        std::string const told = output(command + " " + row.arguments + " 2>&1");
-        EXPECT_NE(told.find(row.told), std::string::npos) << row.arguments << ": " << told;
-        EXPECT_EQ(told.empty(), row.told.empty()) << row.arguments << ": " << told;
+        std::string const answer = told(row.arguments);
+        EXPECT_NE(answer.find(row.told), std::string::npos) << row.arguments << ": " << answer;
     }
+    EXPECT_NE(asks.get(), "0\n");
+    EXPECT_EQ(stuck.threads(), 3) << "it is asked once: a thread each for itself, the bus and that";
     Client newcomer;
     EXPECT_EQ(newcomer.acquire(1920), 0);
+    std::string const seen =
+        output(std::string("timeout 2 script -qc '") + std::getenv("TVHW_SERVICE") +
+               " --watch' /dev/null 2>/dev/null");
+    EXPECT_GT(seen.find("\033[H", seen.find("CLIENT")), seen.find("CLIENT")) << "again and again";
+    EXPECT_EQ(
+        output(std::string("script -qc '") + std::getenv("TVHW_SERVICE") + " --status' /dev/null")
+            .find("\033[H"),
+        std::string::npos);
+    mService = nullptr;
+    EXPECT_EQ(told("--status"), "tvhw-resource-manager: there is no service on this bus\n1\n");
+    for (std::string const address : {"unix:path=/nowhere", "nonsense"}) {
+        EXPECT_EQ(output("DBUS_SESSION_BUS_ADDRESS=" + address + " " + std::getenv("TVHW_SERVICE") +
+                         " 2>&1"),
+                  "tvhw-resource-manager: there is no session bus; dbus-run-session starts one\n");
+    }
 }
 
 TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
-    mService->end(SIGTERM);
     std::string const file = gSelf + ".settings";
     auto const write = [&](std::string const& text) { std::ofstream(file) << text; };
-    std::string const command = std::getenv("TVHW_SERVICE");
     write("# Nothing\n\nKVO_HOST_POOL=decoder:4:1920x1088\nKVO_HOST_LEAST_HOLD=x\n");
-    EXPECT_EQ(output(command + " --check " + file + " 2>&1"),
+    EXPECT_EQ(told("--check " + file),
               "tvhw-resource-manager: " + file +
-                  ":4: KVO_HOST_LEAST_HOLD=x: allowed are milliseconds from 0 to 9999\n");
+                  ":4: KVO_HOST_LEAST_HOLD=x: allowed are milliseconds from 0 to 9999\n2\n");
     write("KVO_HOST_POOL=decoder:4:1920x1088\nKVO_HOST_POLICY=*=-1\n");
-    auto words = service();
+    auto words = service("KVO_MEDIA_LOG_FILE=" + mLog);
     words.insert(words.end(), {"--settings", file});
-    mService = std::make_unique<Process>(words);
-    while (Client().opened != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    start(words);
     Client client;
     EXPECT_EQ(client.acquire(), 0);
     EXPECT_EQ(client.core(), 4);
     auto& utils = kvo::media::platform::SystemUtils::getInstance();
     EXPECT_FALSE(utils.allowsForcedAcquire(1));
+    EXPECT_EQ(told("--log-level 0"), "0\n");
+    write("nonsense");
+    mService->signal(SIGHUP);
+    for (int tries = 500; tries > 0 && log().find("; the old settings stay\n") == std::string::npos;
+         --tries) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    EXPECT_NE(log().find("; the old settings stay\n"), std::string::npos) << log();
+    EXPECT_EQ(client.core(), 4);
     write(
         "KVO_HOST_POOL=decoder:4:1920x1088,decoder:2:1920x1088\nKVO_HOST_POLICY=*=1\n"
         "KVO_HOST_LEAST_HOLD=9999\n");
     mService->signal(SIGHUP);
     while (!utils.allowsForcedAcquire(1)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(milliseconds(10));
     }
     Client other;
     EXPECT_EQ(other.acquire(), 0);
     EXPECT_EQ(other.core(), 2);
     auto third = std::async(std::launch::async, [] { return Client().acquire(); });
-    EXPECT_EQ(third.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_EQ(third.wait_for(milliseconds(200)), std::future_status::timeout);
     EXPECT_EQ(client.reclaims + other.reclaims, 0) << "they have not held for long";
     EXPECT_EQ(client.core(), 4);
     TVHW_CRM_ClientReleaseResource(client.handle);
@@ -429,10 +548,13 @@ int hold(std::string const& behaviour, int width) {
         _exit(0);
     }
     while (behaviour != "lose" || client.reclaims == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(milliseconds(10));
     }
     client.waitForLoss();
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // The answer goes nowhere now.
+    while (Client().opened != 0) {  // Meanwhile the answer goes nowhere.
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    std::puts("open again");
     return 0;
 }
 
@@ -460,7 +582,7 @@ extern "C" KVO_MEDIA_EXPORT int pthread_create(pthread_t* thread, pthread_attr_t
     }
     using Start = std::pair<void* (*)(void*), void*>;
     auto const late = [](void* start) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        std::this_thread::sleep_for(milliseconds(200));
         auto const [function, value] = *std::unique_ptr<Start>(static_cast<Start*>(start));
         return function(value);
     };

@@ -6,12 +6,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <future>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
@@ -32,7 +30,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kCallPatience{5};
 
 constexpr std::uint64_t kForever = UINT64_MAX;  ///< Microseconds.
-constexpr char kBusDaemon[] = "org.freedesktop.DBus";
 
 /// The reclaim whose callback runs on this thread; 0 for none.
 thread_local int tReclaim = 0;
@@ -76,11 +73,11 @@ public:
     }
 
     int acquire(int client, ResourcePool::Request const& request, bool tryOnly) override {
-        auto const patience = ResourcePool::kPatience + kCallPatience;
-        auto const end = Clock::now() + patience;
+        constexpr auto kAcquirePatience = ResourcePool::kPatience + kCallPatience;
+        auto const end = Clock::now() + kAcquirePatience;
         std::tuple<int> code;
         int const result =
-            callFor(client, "Acquire", patience, code, request.display, request.encoder,
+            callFor(client, "Acquire", kAcquirePatience, code, request.display, request.encoder,
                     request.codecType, request.width, request.height, tryOnly, tReclaim);
         if (result == ResourcePool::kNoService && Clock::now() >= end && forget(client)) {
             notify("CloseClient", client);  // It holds nothing, should the service ever go on.
@@ -108,9 +105,9 @@ public:
         return call("AllowsForcedAcquire", kCallPatience, allows, pid) == 0 && std::get<0>(allows);
     }
 
-    void onProcessReclaimed(int pid) override { notify("NotifyReclaimed", pid); }
+    void onProcessReclaimed(int pid) override { emit("ProcessReclaimed", pid); }
 
-    void onReclaimedClientReleased(int pid) override { notify("NotifyReleased", pid); }
+    void onReclaimedClientReleased(int pid) override { emit("ReclaimedClientReleased", pid); }
 
     std::string status() {
         std::tuple<std::string> text("There is no service.\n");
@@ -126,6 +123,8 @@ private:
         std::unique_ptr<sdbus::IProxy> service;
         std::unique_ptr<sdbus::IObject> object;
         std::string owner;  ///< Of the service's name: its unique name. The thread's own.
+        std::promise<void> open;
+        std::shared_future<void> opened = open.get_future().share();
         std::atomic<bool> lost{false};
     };
     struct Client {
@@ -140,41 +139,36 @@ private:
     int callOr(Late const& late, std::string const& method, Clock::duration patience,
                std::tuple<Results...>& results, Arguments const&... arguments) {
         auto const end = Clock::now() + patience;
-        auto const bus = connect(end);
-        if (bus == nullptr) {
-            return ResourcePool::kNoService;
+        auto waiter = std::make_shared<std::promise<std::tuple<Results...>>>();
+        auto answer = waiter->get_future();
+        // Keeps a reference to the name of the method, which therefore must be no temporary string.
+        int const failure = use(end, [&](Bus& bus) {
+            auto call = bus.service->callMethodAsync(method);
+            call.onInterface(kServiceInterface).withTimeout(kForever).withArguments(arguments...);
+            call.uponReplyInvoke([&bus, waits = std::weak_ptr(waiter), late](
+                                     sdbus::Error const* error, Results... values) {
+                bool const counts = error == nullptr && bus.owner == senderOf(*bus.service);
+                auto const waiting = waits.lock();
+                if (waiting != nullptr && counts) {
+                    waiting->set_value({values...});
+                } else if (waiting != nullptr) {
+                    waiting->set_exception(std::make_exception_ptr(std::logic_error("refused")));
+                } else if (counts) {
+                    late(values...);
+                }
+            });
+        });
+        if (failure != 0) {
+            return failure;
         }
-        struct State {
-            std::promise<std::optional<std::tuple<Results...>>> answer;
-            std::atomic<bool> isSettled{false};  ///< By the answer, or since nobody waits for it.
-        };
-        auto const state = std::make_shared<State>();
-        auto answer = state->answer.get_future();
+        answer.wait_until(end);
+        waiter.reset();
         try {
-            // Keeps a reference to the name, which therefore must not be a temporary string.
-            auto invoker = bus->service->callMethodAsync(method);
-            invoker.onInterface(kServiceInterface);
-            invoker.withTimeout(kForever).withArguments(arguments...);
-            invoker.uponReplyInvoke(
-                [from = bus.get(), state, late](sdbus::Error const* error, Results... values) {
-                    bool const counts = error == nullptr && from->owner == senderOf(*from->service);
-                    state->answer.set_value(counts ? std::optional(std::tuple(values...))
-                                                   : std::nullopt);
-                    if (state->isSettled.exchange(true) && counts) {
-                        late(values...);
-                    }
-                });
-        } catch (sdbus::Error const& error) {
-            bool const isUnsendable = error.getName() == "org.freedesktop.DBus.Error.InvalidArgs";
-            return isUnsendable ? ResourcePool::kInvalid : ResourcePool::kNoService;
+            results = answer.get();
+            return 0;
+        } catch (std::logic_error const&) {
+            return ResourcePool::kNoService;  // Nobody has answered whose answer counts.
         }
-        bool const isLate = answer.wait_until(end) != std::future_status::ready;
-        if (isLate && !state->isSettled.exchange(true)) {
-            return ResourcePool::kNoService;
-        }
-        auto const values = answer.get();
-        results = values.value_or(results);
-        return values ? 0 : ResourcePool::kNoService;
     }
 
     template <typename... Results, typename... Arguments>
@@ -194,19 +188,37 @@ private:
         return failure != 0 ? failure : std::get<0>(results);
     }
 
+    /// Calls the service without waiting for an answer.
     template <typename... Arguments>
     void notify(char const* method, Arguments const&... arguments) {
-        auto const bus = connect(Clock::now() + kCallPatience);
-        if (bus == nullptr) {
-            return;
-        }
-        try {
-            bus->service->callMethod(method)
+        use(Clock::now() + kCallPatience, [&](Bus& bus) {
+            bus.service->callMethod(method)
                 .onInterface(kServiceInterface)
                 .withArguments(arguments...)
                 .dontExpectReply();
-        } catch (sdbus::Error const&) {
-            // There is nobody to tell.
+        });
+    }
+
+    /// Tells whoever listens on the bus.
+    void emit(char const* signal, int pid) {
+        use(Clock::now() + kCallPatience, [&](Bus& bus) {
+            bus.object->emitSignal(signal).onInterface(kServiceInterface).withArguments(pid);
+        });
+    }
+
+    /// Lets `send` send something over the bus. Returns 0, or a code when that cannot be sent.
+    template <typename Send>
+    int use(Clock::time_point end, Send const& send) {
+        auto const bus = connect(end);
+        if (bus == nullptr) {
+            return ResourcePool::kNoService;
+        }
+        try {
+            send(*bus);
+            return 0;
+        } catch (sdbus::Error const& error) {
+            bool const isUnsendable = error.getName() == "org.freedesktop.DBus.Error.InvalidArgs";
+            return isUnsendable ? ResourcePool::kInvalid : ResourcePool::kNoService;
         }
     }
 
@@ -220,47 +232,41 @@ private:
     /// when there is none until `end`.
     std::shared_ptr<Bus> connect(Clock::time_point end) {
         std::unique_lock<std::mutex> lock(mMutex);
-        if (!mIsConnecting && (mBus == nullptr || mBus->lost)) {
-            mIsConnecting = true;
-            std::thread([this] { serveBus(); }).detach();
+        if (mBus == nullptr || mBus->lost) {
+            mBus = std::make_shared<Bus>();
+            std::thread([this, bus = mBus] { serve(*bus); }).detach();
         }
-        mConnected.wait_until(lock, end, [this] { return !mIsConnecting; });
-        return mBus == nullptr || mBus->lost ? nullptr : mBus;
+        auto const bus = mBus;
+        lock.unlock();
+        bool const isOpened = bus->opened.wait_until(end) == std::future_status::ready;
+        return isOpened && !bus->lost ? bus : nullptr;
     }
 
     /// Connects to the bus, which may take long, and handles its messages until it is lost.
-    void serveBus() {
-        auto bus = std::make_shared<Bus>();
+    void serve(Bus& bus) {
         try {
-            open(*bus);
+            open(bus);
         } catch (sdbus::Error const&) {
-            bus = nullptr;
+            bus.lost = true;
         }
-        {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            mBus = bus;
-            mIsConnecting = false;
-        }
-        mConnected.notify_all();
-        if (bus == nullptr) {
-            return;
-        }
+        bus.open.set_value();
         try {
-            bus->connection->enterEventLoop();
+            while (!bus.lost) {
+                bus.connection->enterEventLoop();
+            }
         } catch (sdbus::Error const&) {
-            // The bus is gone, and with it everybody who could call.
+            bus.lost = true;  // And with it everybody who could call.
         }
-        bus->lost = true;
     }
 
     void open(Bus& bus) {
         bus.connection = sdbus::createSessionBusConnection();
-        bus.daemon = sdbus::createProxy(*bus.connection, kBusDaemon, "/org/freedesktop/DBus");
+        bus.daemon = sdbus::createProxy(*bus.connection, kBusDaemon, kBusDaemonPath);
         bus.service = sdbus::createProxy(*bus.connection, kServiceName, kServicePath);
         bus.object = sdbus::createObject(*bus.connection, kClientPath);
         bus.object->registerMethod("Reclaim")
             .onInterface(kClientInterface)
-            .implementedAs([this, &bus](std::int32_t const& client, std::int32_t const& reclaim) {
+            .implementedAs([this, &bus](int client, int reclaim) {
                 if (bus.owner == senderOf(*bus.object)) {
                     onReclaim(client, reclaim, bus.owner);
                 }
@@ -327,8 +333,6 @@ private:
     /// Not to be used: its locks may be held for good. Kept, so that it counts as no leak.
     [[maybe_unused]] RemoteManager const* const mOfParent;
     std::mutex mMutex;
-    std::condition_variable mConnected;
-    bool mIsConnecting = false;
     std::shared_ptr<Bus> mBus;
     std::map<int, Client> mClients;
     std::atomic<int> mLastClient{0};

@@ -10,7 +10,6 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "host/ResourcePool.h"
@@ -36,30 +35,32 @@ Of the service that runs on this bus:
 
   --status [--json] print who holds what, in tables or for a program
   --watch          do that every second
-  --reclaim CLIENT ask a client, by its number, to give up what it holds
+  --reclaim CLIENT ask a client, by its number, to give up what it holds, and wait 10 seconds for that
   --force CLIENT   take what a client holds without asking; it does not learn of that
   --log-level N    print failures (0), also holders that do not answer (1), refusals and reclaims (2),
                    grants (3), or nothing (-1). At first what KVO_MEDIA_LOG_LEVEL says.
 
-Exits with 0 when all is well, 1 when there is no bus, no service or already one, or a client keeps
-what it holds, 2 when the option or a setting is wrong.
+Exits with 0 when all is well, 1 when there is no bus, no service, already one or no answer, a client
+keeps what it holds or nothing can be printed, 2 when the option or a setting is wrong.
 )";
 
-/// Lets nobody who reads the log too slowly, or not at all, stop the service. Standard error is
-/// opened anew where that is possible, since others may share how it is open now.
+/// Lets nobody who reads the log too slowly, or not at all, stop the service, and nothing else be
+/// written to. Standard error is opened anew where that is possible, since others may share how it
+/// is open now.
 void neverWaitForTheLog() {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    int const own = open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
-    if (own >= 0) {
-        dup2(own, STDERR_FILENO);
-        close(own);
+    for (int const standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(standard, F_GETFD) < 0) {
+            open("/dev/null", O_RDWR);  // Takes its place.
+        }
     }
+    dup2(open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC), STDERR_FILENO);
     for (int const output : {STDERR_FILENO, kvo::host::settings().logOutput}) {
         fcntl(output, F_SETFL, fcntl(output, F_GETFL) | O_NONBLOCK);
     }
 }
 
-int serve(std::string const& settings) {
+void serve(std::string const& settings) {
     neverWaitForTheLog();
     rlimit files{};
     getrlimit(RLIMIT_NOFILE, &files);
@@ -71,8 +72,8 @@ int serve(std::string const& settings) {
         sigaddset(&signals, signal);
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    kvo::service::Service(settings).run(signalfd(-1, &signals, SFD_CLOEXEC));
-    return 0;
+    int const ends = signalfd(-1, &signals, SFD_CLOEXEC);
+    kvo::service::Service(settings).run(ends);
 }
 
 /// Calls the service that runs.
@@ -91,17 +92,20 @@ void ask(char const* operation, Result* result, Arguments const&... arguments) {
     }
 }
 
-int printStatus(char const* operation, bool again) {
+/// Throws when nobody can read it.
+void print(std::string const& text) {
+    if (!(std::cout << text << std::flush)) {
+        throw std::runtime_error("the output cannot be written");
+    }
+}
+
+void printStatus(char const* operation, bool again) {
     bool const clears = again && isatty(STDOUT_FILENO) != 0;
-    for (;;) {
+    do {
         std::string status;
         ask(operation, &status);
-        std::cout << (clears ? "\033[H\033[2J" : "") << status << std::flush;
-        if (!again) {
-            return 0;
-        }
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-    }
+        print((clears ? "\033[H\033[2J" : "") + status);
+    } while (again && sleep(1) == 0);
 }
 
 int number(std::string const& word) {
@@ -113,16 +117,14 @@ int number(std::string const& word) {
     return value;
 }
 
-int reclaim(std::string const& client, bool byForce) {
+void reclaim(std::string const& client, bool byForce) {
     std::int32_t code = 0;
     ask("Reclaim", &code, number(client), byForce);
     if (code != 0) {
-        std::cerr << "tvhw-resource-manager: client " << client
-                  << (code == kvo::host::ResourcePool::kInvalid ? " is not open"
-                                                                : " keeps what it holds")
-                  << "\n";
+        bool const isKept = code != kvo::host::ResourcePool::kInvalid;
+        throw std::runtime_error("client " + client +
+                                 (isKept ? " keeps what it holds" : " is not open"));
     }
-    return code == 0 ? 0 : 1;
 }
 
 /// Says in a user's words what went wrong on the bus.
@@ -131,52 +133,53 @@ std::string reasonOf(sdbus::Error const& error) {
     auto const is = [&](char const* part) { return name.find(part) != std::string::npos; };
     return is("FileExists")                 ? "there is already a service on this bus"
            : is("ServiceUnknown")           ? "there is no service on this bus"
-           : is("NoReply") || is("Timeout") ? "the service does not answer"
-           : is("FileNotFound")             ? "there is no session bus; dbus-run-session starts one"
-                                            : error.getMessage() + " (" + name + ")";
+           : is("NoReply") || is("Timeout") ? "there was no answer for 10 seconds"
+           : is("Disconnected")             ? "the bus has ended"
+           : is("FileNotFound") || is("ENOMEDIUM") || is("ECONNREFUSED")
+               ? "there is no session bus; dbus-run-session starts one"
+               : error.getMessage() + " (" + name + ")";
 }
 
-int run(Words const& words) {
+void run(Words const& words) {
     std::string const option = words.empty() ? "" : words[0];
-    bool const hasValue = words.size() == 2;
-    if (words.empty() || (option == "--settings" && hasValue)) {
-        return serve(hasValue ? words[1] : "");
+    std::string const value = words.size() == 2 ? words[1] : "";
+    bool const isAlone = words.size() == 1;
+    if (words.empty() || (option == "--settings" && !value.empty())) {
+        serve(value);
+    } else if (option == "--check" && !value.empty()) {
+        kvo::host::settingsWith(value);
+    } else if ((option == "--reclaim" || option == "--force") && !value.empty()) {
+        reclaim(value, option == "--force");
+    } else if (option == "--log-level" && !value.empty()) {
+        ask<int>("SetLogLevel", nullptr, number(value));
+    } else if ((option == "--status" || option == "--watch") && isAlone) {
+        printStatus("Status", option == "--watch");
+    } else if (option == "--status" && value == "--json") {
+        printStatus("StatusAsJson", false);
+    } else if (option == "--help" && isAlone) {
+        print(kHelp);
+    } else {
+        throw std::invalid_argument("no such option, or not with these words: " + option +
+                                    "; see --help");
     }
-    if (option == "--check" && hasValue) {
-        kvo::host::settingsWith(words[1]);
-        return 0;
-    }
-    if ((option == "--reclaim" || option == "--force") && hasValue) {
-        return reclaim(words[1], option == "--force");
-    }
-    if (option == "--log-level" && hasValue) {
-        ask<int>("SetLogLevel", nullptr, number(words[1]));
-        return 0;
-    }
-    if ((option == "--status" || option == "--watch") && words.size() == 1) {
-        return printStatus("Status", option == "--watch");
-    }
-    if (option == "--status" && words[1] == "--json" && hasValue) {
-        return printStatus("StatusAsJson", false);
-    }
-    if (option == "--help" && words.size() == 1) {
-        std::cout << kHelp;
-        return 0;
-    }
-    throw std::invalid_argument("no such option, or not with these words: " + option +
-                                "; see --help");
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
+    int status = 1;
+    std::string reason;
     try {
-        return run(Words(arguments + 1, arguments + count));
-    } catch (sdbus::Error const& error) {
-        std::cerr << "tvhw-resource-manager: " << reasonOf(error) << "\n";
-        return 1;
+        run(Words(arguments + 1, arguments + count));
+        return 0;
     } catch (std::logic_error const& mistake) {
-        std::cerr << "tvhw-resource-manager: " << mistake.what() << "\n";
-        return 2;
+        status = 2;
+        reason = mistake.what();
+    } catch (sdbus::Error const& error) {
+        reason = reasonOf(error);
+    } catch (std::runtime_error const& failure) {
+        reason = failure.what();
     }
+    std::cerr << "tvhw-resource-manager: " << reason << "\n";
+    return status;
 }
