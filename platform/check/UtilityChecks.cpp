@@ -12,8 +12,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -76,8 +76,9 @@ std::string namesOf(void const* function) {
     if (dladdr(function, &library) == 0) {
         return "";
     }
-    std::ifstream file(library.dli_fname, std::ios::binary);
-    std::string const content{std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream read;
+    read << std::ifstream(library.dli_fname, std::ios::binary).rdbuf();
+    std::string const content = read.str();
     if (content.size() < sizeof(ElfW(Ehdr))) {
         return "";
     }
