@@ -26,7 +26,11 @@ install(FILES
 
 # The log reader, a script and what it is made of, and the sweep.
 install_as(tools)
-install(PROGRAMS tools/tvhw-log tools/tvhw-sweep DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(script tvhw-log tvhw-sweep)
+    configure_file(tools/${script} installed/${script} @ONLY)
+    install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/installed/${script}
+        DESTINATION ${CMAKE_INSTALL_BINDIR})
+endforeach()
 install(DIRECTORY tools/tvhw_log DESTINATION ${CMAKE_INSTALL_DATADIR}/tvhw-log
     FILES_MATCHING PATTERN *.py PATTERN *.html)
 
@@ -48,6 +52,7 @@ install_as(tools)
 file(RELATIVE_PATH libraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 foreach(program tvhw-platform-check tvhw-resource-manager tvhw-play)
     if(TARGET ${program})
+        target_compile_definitions(${program} PRIVATE TVHW_VERSION="${PROJECT_VERSION}")
         if(TVHW_HOST_PLATFORM)
             set_target_properties(${program} PROPERTIES INSTALL_RPATH $ORIGIN/${libraries})
         endif()

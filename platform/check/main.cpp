@@ -28,6 +28,7 @@ prints what was done, what was expected and what came.
   --no-encoder      the chip encodes nothing: no core of an encoder is expected
   --tap             the Test Anything Protocol
   --list            names the checks, and runs none
+  --version         prints the version
 
 Exits with 0 when all came out as expected, 1 when not, 2 for a wrong argument. A library that
 ends the process as it is loaded is told by one line, and the status is not 0.
@@ -178,6 +179,10 @@ int runProgram(int count, char** arguments) {
     }
     if (isAskedFor({arguments, arguments + count}, "--help")) {
         std::printf("%s", kHelp);
+        return 0;
+    }
+    if (count == 2 && std::string(arguments[1]) == "--version") {
+        std::puts("tvhw-platform-check " TVHW_VERSION);
         return 0;
     }
     Options options;

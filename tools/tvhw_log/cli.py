@@ -36,10 +36,11 @@ not tell), "verdicts" and "notes" (texts). A verdict has "name" (stays the same)
 '''
 
 
-def arguments(argv):
+def arguments(argv, version=''):
     parser = argparse.ArgumentParser(prog='tvhw-log', description=DESCRIPTION,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('files', metavar='FILE', nargs='+')
+    parser.add_argument('--version', action='version', version=f'tvhw-log {version}')
     parser.add_argument('--json', action='store_true', help='print the verdicts for a script')
     parser.add_argument('--html', metavar='FILE',
                         help='also write a page that shows it all, for a browser: one file, to attach to a bug')
@@ -77,8 +78,8 @@ def run(options):
     return 1 if history.verdicts.ranked() else 0
 
 
-def main(argv=None):
-    options = arguments(argv)
+def main(version):
+    options = arguments(sys.argv[1:], version)
     sys.stdout.reconfigure(errors='replace')
     try:
         status = run(options)

@@ -231,9 +231,7 @@ class History:
                 rule = 'cause-unknown'  # The line that tells it is not there.
             elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
                 rule = 'grant-lost'
-            elif name == 'grant_lost':
-                rule = 'grant-unreadable'
-            elif name == 'resource_unread' and life is not None and life.core is not None and life.held_since:
+            elif name == 'resource_unread' and life is not None and life.id is not None and life.held_since:
                 rule = 'port-not-granted'  # The core was read before.
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)

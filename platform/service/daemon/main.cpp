@@ -40,6 +40,8 @@ Of the service that runs on this bus:
   --log-level N    print failures (0), also holders that do not answer (1), refusals and reclaims (2),
                    grants (3), or nothing (-1). At first what KVO_MEDIA_LOG_LEVEL says.
 
+  --version        print the version
+
 Exits with 0 when all is well, 1 when there is no bus, no service, already one or no answer, a client
 keeps what it holds or nothing can be printed, 2 when the option or a setting is wrong.
 )";
@@ -158,6 +160,8 @@ void run(Words const& words) {
         printStatus("StatusAsJson", false);
     } else if (option == "--help" && isAlone) {
         print(kHelp);
+    } else if (option == "--version" && isAlone) {
+        print("tvhw-resource-manager " TVHW_VERSION "\n");
     } else {
         throw std::invalid_argument("no such option, or not with these words: " + option +
                                     "; see --help");
