@@ -61,6 +61,9 @@ void ClipWriter::write(unsigned long long timestampUs, unsigned char const* data
 }
 
 void ClipWriter::finish() {
+    if (mFormat == nullptr) {
+        return;
+    }
     requireLibav(av_write_trailer(mFormat.get()), "cannot write " + mPath);
     requireLibav(avio_closep(&mFormat->pb), "cannot write " + mPath);
 }

@@ -20,8 +20,7 @@ public:
     void write(unsigned long long timestampUs, unsigned char const* data, unsigned int length,
                bool isKey);
 
-    /// Ends the clip, after at least one picture; then it can be read. Throws Failure on
-    /// failure.
+    /// Ends the clip; then it can be read, if it has a picture. Throws Failure on failure.
     void finish();
 
 private:

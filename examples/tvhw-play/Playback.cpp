@@ -50,7 +50,7 @@ std::string Playback::ask() {
         bool const isWebm = std::filesystem::path(mSettings.recording).extension() == ".webm";
         mRecorder = std::make_unique<Recorder>(
             mClip, Recorder::Settings{isWebm ? CodecType::VP8 : CodecType::AVC, mSettings.recording,
-                                      0, false, false});
+                                      0, mSettings.player.loop, mSettings.keepsEncoder});
         configured = mRecorder->configure();
     } else {
         Player::Settings settings = mSettings.player;
@@ -91,6 +91,9 @@ std::string Playback::ask() {
 /// Tells what became of a player whose threads have ended.
 std::string Playback::finish() {
     Player::Result const result = player()->finish([](unsigned int) {});
+    if (mRecorder) {
+        mRecorder->closeFile();
+    }
     mFrames += result.frames;
     mPosition = result.frames > 0 ? player()->position() : mPosition;
     std::string const after = fmt::format("at {:.1f} s, after {} pictures", mPosition, mFrames);
@@ -105,22 +108,28 @@ std::string Playback::finish() {
                              fmt::format("failed with status {} {}", status.code(), after));
         }
     }
-    if (mRecorder) {
-        mRecorder->closeFile();
-    }
     return leaveWith(State::kEnded, "ended " + after);
 }
 
 /// Gives back what is held. One that insists is to ask for it again.
 std::string Playback::leaveWith(State state, std::string const& what) {
-    stop();
+    giveBack();
     bool const asksAgain = mSettings.insists && (state == State::kLost || state == State::kRefused);
     mState = asksAgain ? State::kWaiting : state;
     mAskAt = Clock::now() + kAskAgainAfter;
     return what + (asksAgain ? "; asks again in a second" : "");
 }
 
-void Playback::stop() {
+std::string Playback::end() {
+    mSettings.insists = false;
+    if (mState != State::kPlaying) {
+        return leaveWith(State::kEnded, "ended before it played on");
+    }
+    player()->stop();
+    return finish();
+}
+
+void Playback::giveBack() {
     if (mState == State::kPlaying && mSettings.beforeRelease) {
         mSettings.beforeRelease();
     }
@@ -129,7 +138,6 @@ void Playback::stop() {
     }
     mPlayer.reset();
     mRecorder.reset();
-    mState = State::kEnded;
 }
 
 /// Gives the window the shape of the picture, which may change on the way.

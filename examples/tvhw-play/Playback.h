@@ -25,6 +25,7 @@ public:
         Window window;                        ///< Of that channel, in pixels of the panel.
         std::function<void()> beforeRelease;  ///< Called while the last picture is still shown.
         std::string recording;                ///< A file for the pictures, encoded; empty: none.
+        bool keepsEncoder = false;            ///< The recording's encoder refuses a reclaim.
     };
 
     enum class State {
@@ -43,8 +44,8 @@ public:
     /// Throws UnusableFile and Failure, after which the playback is over.
     std::string goOn();
 
-    /// Ends the playing, and gives back what is held for it.
-    void stop();
+    /// Ends the playing before its time, as goOn() does at the end.
+    std::string end();
 
     [[nodiscard]] State state() const { return mState; }
     [[nodiscard]] bool isOver() const { return mState > State::kPlaying; }
@@ -59,6 +60,7 @@ private:
     std::string ask();
     std::string finish();
     std::string leaveWith(State state, std::string const& what);
+    void giveBack();
     void placeWindow();
     Player* player() const { return mRecorder ? &mRecorder->player() : mPlayer.get(); }
 

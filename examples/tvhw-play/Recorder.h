@@ -32,8 +32,8 @@ public:
     /// configuration; nothing is started when that failed.
     Status start();
 
-    /// Ends the recording to the file, after the player has finished. Throws Failure on
-    /// failure.
+    /// Ends the recording to the file, if it was begun, after the player has finished. Throws
+    /// Failure on failure.
     void closeFile();
 
     Player& player() { return mPlayer; }

@@ -91,8 +91,7 @@ void describe(CLI::App& app, Options& options) {
         app.add_option("--seconds", playback.part.length, "play no more than these")
             ->check(seconds)
             ->type_name("S");
-    auto* const loop =
-        app.add_flag("--loop", playback.player.loop, "begin again at the end, until ended");
+    app.add_flag("--loop", playback.player.loop, "begin again at the end, until ended");
     auto* const adaptive = app.add_flag("--adaptive", playback.player.adaptive,
                                         "ask for a core for pictures of changing size");
     app.add_flag("--fast", options.isFast, "play as fast as it goes, not at the file's own speed");
@@ -108,7 +107,10 @@ void describe(CLI::App& app, Options& options) {
                                         "copy the pictures out and record them through an encoder: "
                                         "as VP8 to a .webm file, else as AVC")
                              ->type_name("OUT");
-    for (auto* const other : {window, from, length, loop, adaptive, insist, live, png}) {
+    app.add_flag("--keep", playback.keepsEncoder,
+                 "the recording's encoder refuses to give up its core, as one that streams live")
+        ->needs(record);
+    for (auto* const other : {window, from, length, adaptive, insist, live, png}) {
         record->excludes(other);
     }
     app.footer(kFooter);
@@ -197,7 +199,7 @@ int play(Options& options) {
     }
     for (auto const& playback : playbacks) {
         if (!playback->isOver()) {
-            playback->stop();
+            progress.end(playback->name() + ": " + playback->end());
         }
     }
     if (lastPicture != nullptr) {
