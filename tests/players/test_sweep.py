@@ -41,6 +41,7 @@ def check_found(name):
     outcome, options = FOUND[name]
     status, said = sweep(name, options, [PLAYERS, name])
     assert status == 1 and f'\n{outcome}: ' in said and '\n  repeat: KVO_HOST_' in said, f'{name}: {said}'
+    assert outcome not in ('crashed', 'hung') or '\n  stack:  ' in said, f'{name}: {said}'
 
 
 def check_passes(name):
@@ -50,7 +51,7 @@ def check_passes(name):
         assert page.read().count('<tr>') > 10
 
 
-with concurrent.futures.ThreadPoolExecutor(2) as pool:
+with concurrent.futures.ThreadPoolExecutor(6) as pool:  # Most of them wait.
     for check in [*pool.map(check_passes, PASS), *pool.map(check_found, FOUND)]:
         pass
 for arguments in [], ['--'], ['--', 'no-such-program'], ['--jobs', '0', '--', 'true'], ['--', 'true'], ['--', 'false']:
