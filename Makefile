@@ -4,6 +4,7 @@ CLIP ?= examples/television/clips/balloons.mp4
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
+SHELL = /bin/bash -o pipefail
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
 
@@ -39,41 +40,48 @@ help:
 	@echo 'make format            format the code; make format-check only looks'
 	@echo 'JOBS=n limits how much is built or tested at once ($(JOBS)).'
 
-# $(call quietly,log,command): quiet where all is well.
-quietly = { $(2); } >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }
+# $(call logged,log,command): prints nothing; on a terminal one line tells how far the command is.
+logged = { [ ! -t 1 ] || echo; { $(2); } 2>&1 | tee build/$(1).log | if [ -t 1 ]; \
+	then sed -un 's/^\(\[ *[0-9]*%\].\{1,60\}\|.*[0-9]*\/[0-9]* Test .\{1,40\}\).*/\x1b[A\x1b[K\1/p'; \
+	else cat >/dev/null; fi; }
 
-# $(call build,preset[,target]): configures and builds a preset.
+# $(call quietly,log,command): quiet where all is well.
+quietly = $(call logged,$(1),$(2)) || { cat build/$(1).log; exit 1; }
+
+# $(call build,preset[,targets]): configures and builds a preset.
 build = echo 'Building $(1), log in build/$(1).log.' && \
 	$(call quietly,$(1),cmake --preset $(1) && cmake --build build/$(1) $(2:%=--target %))
 
-# $(call run-tests,preset[,options]): configures, builds and tests a preset. What failed is shown alone.
-run-tests = $(call build,$(1)) && echo 'Testing $(1), log in build/$(1)-tests.log.' && \
-	{ ctest --test-dir build/$(1) --output-on-failure --no-tests=error --timeout 120 $(2) \
-		>build/$(1)-tests.log 2>&1 || \
+# $(call test,preset[,options]): runs the tests of what was built. What failed is shown alone.
+test = echo 'Testing $(1), log in build/$(1)-tests.log.' && \
+	{ $(call logged,$(1)-tests,ctest --test-dir build/$(1) --output-on-failure --no-tests=error \
+		--timeout 120 $(2)) || \
 		{ grep -v '^ *Start \| Passed \|^\[ *\(RUN\|OK\) ' build/$(1)-tests.log; exit 1; }; } && \
 	grep '% tests passed\|^Total Test time' build/$(1)-tests.log
+
+run-tests = $(call build,$(1)) && $(call test,$(1))
 
 build-dir:
 	@mkdir -p build
 
 demo: build-dir
 	@tools/install-packages build demo service
-	@$(call build,demo)
+	@$(call build,release)
 	@mkdir -p build/demo-output && rm -f build/demo-output/demo.log
 	@KVO_MEDIA_LOG_LEVEL=$${KVO_MEDIA_LOG_LEVEL:-4} \
 		KVO_MEDIA_LOG_FILE=$${KVO_MEDIA_LOG_FILE:-build/demo-output/demo.log} \
-		build/demo/examples/television/tvhw_demo --output build/demo-output $(CLIP)
+		build/release/examples/television/tvhw_demo --output build/demo-output $(CLIP)
 	@[ ! -f build/demo-output/demo.log ] || \
 		tools/tvhw-log --svg build/demo-output/reclaim.svg build/demo-output/demo.log \
 			>build/demo-output/report.txt || [ $$? -eq 1 ]  # There are verdicts.
 	@! grep -s 'HostPlatform: mistake:' build/demo-output/demo.log  # It is a right program.
 	@[ ! -f build/demo-output/demo.log ] || \
 		echo 'build/demo-output/reclaim.svg: a reclaim of this run, drawn from its log by tools/tvhw-log'
-	@examples/several-processes/several-processes build/demo
+	@examples/several-processes/several-processes build/release
 
 play: build-dir
 	@tools/install-packages build demo service
-	@$(call run-tests,demo)
+	@$(call run-tests,release)
 
 test: build-dir
 	@tools/install-packages build test
@@ -92,7 +100,7 @@ interleave: build-dir
 	@tools/interleave build/test $(JOBS)
 
 # $(call run-service,preset)
-run-service = $(call run-tests,$(1),-R 'Service|PlatformFault')
+run-service = $(call build,$(1),tvhw_service_all) && $(call test,$(1),-R 'Service|PlatformFault')
 
 service: build-dir
 	@tools/install-packages build test service
@@ -163,9 +171,9 @@ install-check: build-dir
 
 package: build-dir
 	@tools/install-packages build demo service manual
-	@$(call build,package)
-	@$(call quietly,packages,cd build/package && rm -f *.deb && cpack)
-	@ls build/package/*.deb
+	@$(call build,release)
+	@$(call quietly,packages,cd build/release && rm -f *.deb && cpack)
+	@ls build/release/*.deb
 
 docs: build-dir
 	@tools/install-packages docs
@@ -174,7 +182,7 @@ docs: build-dir
 
 package-check: package
 	@tools/install-packages package
-	@tools/check-packages build/package
+	@tools/check-packages build/release
 
 sources = $(shell git ls-files '*.h' '*.cpp')
 
@@ -190,7 +198,7 @@ format-check:
 tidy: build-dir
 	@tools/install-packages build test check service
 	@$(call quietly,service,cmake --preset service)
-	@echo $(filter impl/%.cpp platform/%.cpp,$(sources)) | \
+	@ls -S $(filter impl/%.cpp platform/%.cpp,$(sources)) | \
 		xargs -P $(JOBS) -n 1 clang-tidy --quiet -p build/service 2>build/tidy.log
 
 shellcheck:

@@ -11,7 +11,6 @@
 #include <thread>
 #include <utility>
 
-#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/Misuse.h"
 #include "host/PlatformCall.h"
@@ -214,16 +213,18 @@ private:
     std::map<ResourcePool::Number, Waiter*> mWaiters;
 };
 
-InProcessManager& manager() { return forever<InProcessManager>(); }
+InProcessManager& manager() {
+    static auto& theManager = *new InProcessManager;
+    return theManager;
+}
 
-OnReset const gOnReset([] {
-    manager().setCores(settings().pool);
-    manager().force({});
-});
-
-[[maybe_unused]] bool const gIsRegistered = [] {
+[[maybe_unused]] bool const gResets = [] {
     setReclaimer([] { manager().reclaimFromHolder(); });
     setPortRegister([](int port) { return manager().isPortHeld(port); });
+    onReset([] {
+        manager().setCores(settings().pool);
+        manager().force({});
+    });
     return true;
 }();
 

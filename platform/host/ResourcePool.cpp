@@ -188,8 +188,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
         return source == mReclaims.end() || isOver ? finish(0)
                                                    : waitFor(number, source->second.holder);
     }
-    auto const suitable = leases(pending.request);
-    if (suitable.empty()) {
+    if (!isServable(pending.request)) {
         return finish(kUnsupported);
     }
     if (pending.tryOnly) {
@@ -201,7 +200,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     Lease const* first = nullptr;
     bool isSomeoneStuck = isOver;
     auto const dependents = dependentsOn(pending);
-    for (Lease const* const lease : suitable) {
+    for (Lease const* const lease : leases(pending.request)) {
         if (isOver || !mayAsk(*lease, pending, dependents)) {
             isSomeoneStuck = isSomeoneStuck || isStuck(lease->holder);
         } else if (first == nullptr || order(*lease) < order(*first)) {
@@ -255,6 +254,12 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
             }
         }
     }
+}
+
+bool ResourcePool::isServable(Request const& request) const {
+    return request.display || std::any_of(mCores.begin(), mCores.end(), [&](Core const& core) {
+               return !core.retired && fits(core.core, request);
+           });
 }
 
 /// Returns the leases of all resources that could serve a request.

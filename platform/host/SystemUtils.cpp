@@ -6,7 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
 #include "host/Settings.h"
@@ -19,33 +18,15 @@ namespace {
 /// Set once, as a library is loaded.
 std::atomic<SystemPolicy*> gSystemPolicy{nullptr};
 
-struct State {
-    std::mutex mutex;
-    std::map<std::string, int> properties = settings().properties;
-    std::function<bool(int)> policy;
-};
-
-bool isAllowed(int pid) {
-    std::unique_lock<std::mutex> lock(forever<State>().mutex);
-    auto const policy = forever<State>().policy;
-    lock.unlock();
-    if (policy != nullptr) {
-        return policy(pid);
-    }
-    auto* const system = gSystemPolicy.load();
-    return system != nullptr ? system->allowsForcedAcquire(pid) : settings().priorityOf(pid) >= 0;
-}
-
 class HostSystemUtils final : public media::platform::SystemUtils {
 public:
     HostSystemUtils() = default;
 
     int getIntProperty(char const* name, int defaultValue) override {
         return PlatformCall("getIntProperty", name, defaultValue).perform([&] {
-            std::lock_guard<std::mutex> const lock(forever<State>().mutex);
-            auto const& properties = forever<State>().properties;
-            auto const property = properties.find(name);
-            return property == properties.end() ? defaultValue : property->second;
+            std::lock_guard<std::mutex> const lock(mMutex);
+            auto const property = mProperties.find(name);
+            return property == mProperties.end() ? defaultValue : property->second;
         });
     }
 
@@ -56,52 +37,91 @@ public:
     }
 
     void onProcessReclaimed(int pid) override {
-        tell("onProcessReclaimed", &SystemPolicy::onProcessReclaimed, pid);
-    }
-
-    void onReclaimedClientReleased(int pid) override {
-        tell("onReclaimedClientReleased", &SystemPolicy::onReclaimedClientReleased, pid);
-    }
-
-private:
-    static void tell(char const* operation, void (SystemPolicy::*tell)(int), int pid) {
-        PlatformCall(operation, pid).perform([&] {
+        PlatformCall("onProcessReclaimed", pid).perform([&] {
             if (auto* const system = gSystemPolicy.load()) {
-                (system->*tell)(pid);
+                system->onProcessReclaimed(pid);
             }
             return 0;
         });
     }
+
+    void onReclaimedClientReleased(int pid) override {
+        PlatformCall("onReclaimedClientReleased", pid).perform([&] {
+            if (auto* const system = gSystemPolicy.load()) {
+                system->onReclaimedClientReleased(pid);
+            }
+            return 0;
+        });
+    }
+
+    void setProperty(std::string const& name, std::optional<int> value) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        if (value) {
+            mProperties[name] = *value;
+        } else {
+            mProperties.erase(name);
+        }
+    }
+
+    void setPolicy(std::function<bool(int)> policy) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPolicy = std::move(policy);
+    }
+
+    void reset() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mProperties = settings().properties;
+        mPolicy = nullptr;
+    }
+
+private:
+    bool isAllowed(int pid) {
+        std::function<bool(int)> policy;
+        {
+            std::lock_guard<std::mutex> const lock(mMutex);
+            policy = mPolicy;
+        }
+        if (policy != nullptr) {
+            return policy(pid);
+        }
+        if (auto* const system = gSystemPolicy.load()) {
+            return system->allowsForcedAcquire(pid);
+        }
+        return settings().priorityOf(pid) >= 0;
+    }
+
+    std::mutex mMutex;
+    std::map<std::string, int> mProperties = settings().properties;
+    std::function<bool(int)> mPolicy;
 };
 
-OnReset const gOnReset([] {
-    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
-    forever<State>().properties = settings().properties;
-    forever<State>().policy = nullptr;
-});
+HostSystemUtils& instance() {
+    // Never destroyed, as callers may be in static storage.
+    static HostSystemUtils& theInstance = *new HostSystemUtils;
+    return theInstance;
+}
+
+[[maybe_unused]] bool const gResets = [] {
+    onReset([] { instance().reset(); });
+    return true;
+}();
 
 }  // namespace
 
 void setProperty(std::string const& name, std::optional<int> value) {
-    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
-    if (value) {
-        forever<State>().properties[name] = *value;
-    } else {
-        forever<State>().properties.erase(name);
-    }
+    instance().setProperty(name, value);
 }
 
 void setSystemPolicy(SystemPolicy& policy) { gSystemPolicy = &policy; }
 
 void setForcedAcquirePolicy(std::function<bool(int)> policy) {
-    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
-    forever<State>().policy = std::move(policy);
+    instance().setPolicy(std::move(policy));
 }
 
 }  // namespace kvo::host
 
 namespace kvo::media::platform {
 
-SystemUtils& SystemUtils::getInstance() { return host::forever<host::HostSystemUtils>(); }
+SystemUtils& SystemUtils::getInstance() { return host::instance(); }
 
 }  // namespace kvo::media::platform

@@ -141,8 +141,9 @@ using interleave::platform;
 
 /// The stand-ins' word on what a program does wrong, which is the rules' to say here.
 namespace kvo::host {
-void tellMisuse(std::string const& what, char const* advice);
-void tellMisuse(std::string const& /*what*/, char const* /*advice*/) {}
+enum class Misuse;
+void tellMisuse(Misuse kind, std::string const& what);
+void tellMisuse(Misuse /*kind*/, std::string const& /*what*/) {}
 bool isPortHeld(int port);
 bool isPortHeld(int /*port*/) { return true; }
 }  // namespace kvo::host

@@ -43,9 +43,8 @@ void play(Decoder& decoder) {
     }
 }
 
-void playWhileFails(char const* platformCall) {
-    failCall(platformCall, -5);
-    Decoder decoder;
+void play(Decoder& decoder, char const* failing, std::uint64_t nth = 1) {
+    failCall(failing, -5, nth);
     play(decoder);
     decoder.wrapper.release();
 }
@@ -98,6 +97,17 @@ void show(Configuration const& config) {
     if (!sink.configure(config).status().isError()) {
         sink.displayPicture({});
     }
+}
+
+/// Has the only decoder core taken from a player that is destroyed at once.
+void takeFromQuickOwner() {
+    Decoder second;
+    {
+        Decoder first;
+        play(first);
+        play(second);
+    }
+    second.wrapper.release();
 }
 
 /// Makes a live encoder refuse a reclaim.
@@ -191,7 +201,11 @@ std::map<std::string, std::function<void()>> const kSituations{
          Decoder second;
          play(second);
      }},
-    {"manager-unreachable", [] { playWhileFails("TVHW_CRM_ClientInit"); }},
+    {"manager-unreachable",
+     [] {
+         Decoder decoder;
+         play(decoder, "TVHW_CRM_ClientInit");
+     }},
     {"live-encoder",
      [] {
          keepByLiveEncoder({{1, true}});
@@ -219,7 +233,11 @@ std::map<std::string, std::function<void()>> const kSituations{
          client->releaseResource();
          goOn(1100);
      }},
-    {"id-unreadable", [] { playWhileFails("TVHW_CRM_ClientGetUniqueId"); }},
+    {"id-unreadable",
+     [] {
+         Decoder decoder;
+         play(decoder, "TVHW_CRM_ClientGetUniqueId");
+     }},
     {"port-not-granted",
      [] {
          failCall("TVHW_CRM_ClientAcquireResource", -16, 2);
@@ -249,17 +267,15 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
     {"still-not-shown", [] { show(kStream); }},
     {"sink-format", [] { show({}); }},
-    {"free-failed", [] { playWhileFails("TVHW_CRM_ClientFree"); }},
+    {"free-failed",
+     [] {
+         Decoder decoder;
+         play(decoder, "TVHW_CRM_ClientFree");
+     }},
     {"no-such-core",
      [] {
          kvo::host::setPool({{}});
-         Decoder second;
-         {
-             Decoder first;
-             play(first);
-             play(second);
-         }
-         second.wrapper.release();
+         takeFromQuickOwner();
          Decoder large;
          Configuration stream = kStream;
          stream.setInt32(key::kWidth, 9999);
@@ -312,7 +328,12 @@ std::map<std::string, std::function<void()>> const kSituations{
          scaler.connect(layer(0));
          scaler.updateRegion(info);
      }},
-    {"nothing-wrong", [] { playWhileFails("TVHW_VO_Close"); }},  // It is not called.
+    {"nothing-wrong",
+     [] {
+         Decoder decoder;
+         play(decoder);
+         decoder.wrapper.release();
+     }},
 };
 
 /// Stays until it is ended from outside.

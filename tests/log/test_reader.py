@@ -165,8 +165,6 @@ MADE = [
     (plays(1, 70001) + ['2 500 501 W/HostPlatform: mistake: it was used after it was closed'], ['platform-says'], 'after it was'),
     (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
      ['cause-unknown'], 'encoder without id'),
-    (['1 500 501 W/VideoClient: crm-acquire: failed to get resource, ret=-5'] + plays(2, 70001), ['grant-unreadable'],
-     r'decoder 70001, process 500 \[held'),
     (['2 500 502 ' + REFUSED.format(-22)], ['request-invalid'], 'without sense'),
     (['1 500 501 E/VideoClient: crm: failed to init client, ret=-111', '1 500 501 W/VideoEncClient: acquire resource not '
       'implement'], ['manager-unreachable'], 'Whose: encoder without id.*there is no service'),
@@ -366,7 +364,6 @@ class Reader(unittest.TestCase):
                              ('-1', set()), ('*:4,Codec:3,VideoClient:1', {'HostPlatform'})):
             log = write_log('tags-' + levels.replace('*', 'any'), [SITUATION, 'nothing-wrong'], levels)
             self.assertEqual({line.split()[5].rstrip(':') for line in log.read_text().splitlines()}, tags)
-
 
 
 # Who has the only core, what comes then, the verdicts from a level on, and from which on they name him.
