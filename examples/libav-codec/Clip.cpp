@@ -29,42 +29,7 @@ constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
     {AV_CODEC_ID_VVC, CodecType::VVC},
 }};
 
-/// The clip is read many times over, and from many places: that takes a file.
-void requireRegularFile(std::string const& path) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    fs::file_type const type = fs::status(path, error).type();
-    if (type == fs::file_type::none || type == fs::file_type::not_found) {
-        throw UnusableFile(path + ": " + error.message());
-    }
-    if (type == fs::file_type::directory) {
-        throw UnusableFile(path + ": is a directory");
-    }
-    if (type != fs::file_type::regular) {
-        throw UnusableFile(path + ": is a pipe or a device, which cannot be read more than once");
-    }
-}
-
 }  // namespace
-
-Size fitInto(Size shape, Size limit) {
-    double const scale = std::min(static_cast<double>(limit.width) / shape.width,
-                                  static_cast<double>(limit.height) / shape.height);
-    auto const even = [scale](int length, int largest) {
-        return std::clamp(static_cast<int>(std::lround(length * scale / 2)) * 2, 2, largest & ~1);
-    };
-    return {even(shape.width, limit.width), even(shape.height, limit.height)};
-}
-
-Size shapeOf(AVFrame const& picture) {
-    AVRational const aspect = picture.sample_aspect_ratio;
-    Size shape{picture.width, picture.height};
-    if (aspect.num > 0 && aspect.den > 0) {
-        av_reduce(&shape.width, &shape.height, std::int64_t{shape.width} * aspect.num,
-                  std::int64_t{shape.height} * aspect.den, 1 << 20);
-    }
-    return {std::max(shape.width, 1), std::max(shape.height, 1)};
-}
 
 std::optional<CodecType> codecTypeOf(AVCodecID id) {
     auto const* const codec = std::find_if(kCodecs.begin(), kCodecs.end(),
@@ -73,7 +38,13 @@ std::optional<CodecType> codecTypeOf(AVCodecID id) {
 }
 
 ClipReader::ClipReader(std::string path, Part part) : mPath(std::move(path)), mPart(part) {
-    requireRegularFile(mPath);
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(mPath, error)) {
+        // It is read many times over, and from many places.
+        throw UnusableFile(
+            mPath + ": " +
+            (error ? error.message() : "is no file but a directory, pipe or device"));
+    }
     // The prefix keeps a name with a colon from being taken for a network address.
     AVFormatContext* opened = nullptr;
     int result = avformat_open_input(&opened, ("file:" + mPath).c_str(), nullptr, nullptr);

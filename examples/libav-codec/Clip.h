@@ -9,18 +9,6 @@
 
 namespace kvo::media::hardware::example {
 
-/// A size in pixels, or the shape of a picture.
-struct Size {
-    int width = 0;
-    int height = 0;
-};
-
-/// Returns the largest even size within `limit` that has the shape of `shape`.
-Size fitInto(Size shape, Size limit);
-
-/// Returns the shape in which a picture is to be seen.
-Size shapeOf(AVFrame const& picture);
-
 /// Returns the platform's name for a codec, or nothing when it does not know the codec.
 std::optional<CodecType> codecTypeOf(AVCodecID id);
 

@@ -3,8 +3,6 @@
 #include <cstring>
 #include <utility>
 
-#include "PlanarPicture.h"
-
 namespace kvo::media::hardware::example {
 
 void ClipWriter::Close::operator()(AVFormatContext* format) const {
@@ -13,13 +11,16 @@ void ClipWriter::Close::operator()(AVFormatContext* format) const {
 }
 
 ClipWriter::ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame const& example)
-    : mPath(std::move(path)), mFrameRate(frameRate), mDescription(avcodec_alloc_context3(nullptr)) {
+    : mPath(std::move(path)), mFrameRate(frameRate), mDescription(avcodec_parameters_alloc()) {
     mDescription->codec_type = AVMEDIA_TYPE_VIDEO;
     mDescription->codec_id = codec;
     mDescription->width = example.width;
     mDescription->height = example.height;
     mDescription->sample_aspect_ratio = example.sample_aspect_ratio;
-    setColors(*mDescription, colorsOf(example));
+    mDescription->color_primaries = example.color_primaries;
+    mDescription->color_trc = example.color_trc;
+    mDescription->color_space = example.colorspace;
+    mDescription->color_range = example.color_range;
 }
 
 void ClipWriter::begin(unsigned char const* data, unsigned int length) {
@@ -40,7 +41,7 @@ void ClipWriter::begin(unsigned char const* data, unsigned int length) {
         mDescription->extradata = static_cast<std::uint8_t*>(std::memcpy(copy, data, length));
         mDescription->extradata_size = static_cast<int>(length);
     }
-    requireLibav(avcodec_parameters_from_context(stream->codecpar, mDescription.get()), failure);
+    requireLibav(avcodec_parameters_copy(stream->codecpar, mDescription.get()), failure);
     requireLibav(avio_open(&format->pb, url.c_str(), AVIO_FLAG_WRITE), failure);
     requireLibav(avformat_write_header(format, nullptr), failure);
 }

@@ -32,7 +32,7 @@ private:
 
     std::string const mPath;
     int const mFrameRate;
-    CodecContextPtr mDescription;  ///< Not a codec that runs: what the container tells of it.
+    CodecParametersPtr mDescription;
     std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
 };
 

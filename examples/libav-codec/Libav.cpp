@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 
@@ -11,6 +12,7 @@ extern "C" {
 #include <libavfilter/avfilter.h>
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
+#include <libavutil/imgutils.h>
 }
 
 namespace kvo::media::hardware::example {
@@ -19,6 +21,9 @@ namespace {
 
 /// Lines from which on an undescribed picture is taken to be in the colours of HDTV.
 constexpr int kHighDefinitionLines = 720;
+
+/// Of the lines of a picture, in bytes.
+constexpr int kLineAlignment = 16;
 
 using FilterGraphPtr = std::unique_ptr<AVFilterGraph, FreeByAddress<avfilter_graph_free>>;
 using FilterPadsPtr = std::unique_ptr<AVFilterInOut, FreeByAddress<avfilter_inout_free>>;
@@ -112,6 +117,61 @@ void writePng(std::string const& path, AVFrame const& picture) {
         std::filesystem::remove(path, ignored);
         throw Failure("cannot write " + path);
     }
+}
+
+Size fitInto(Size shape, Size limit) {
+    double const scale = std::min(static_cast<double>(limit.width) / shape.width,
+                                  static_cast<double>(limit.height) / shape.height);
+    auto const even = [scale](int length, int largest) {
+        return std::clamp(static_cast<int>(std::lround(length * scale / 2)) * 2, 2, largest & ~1);
+    };
+    return {even(shape.width, limit.width), even(shape.height, limit.height)};
+}
+
+Size shapeOf(AVFrame const& picture) {
+    AVRational const aspect = picture.sample_aspect_ratio;
+    Size shape{picture.width, picture.height};
+    if (aspect.num > 0 && aspect.den > 0) {
+        av_reduce(&shape.width, &shape.height, std::int64_t{shape.width} * aspect.num,
+                  std::int64_t{shape.height} * aspect.den, 1 << 20);
+    }
+    return {std::max(shape.width, 1), std::max(shape.height, 1)};
+}
+
+PixelInfo planarLayout(Size size) {
+    PixelInfo info;
+    info.width = size.width;
+    info.height = size.height;
+    for (int const divisor : {1, 2, 2}) {
+        PixelInfo::Plane plane;
+        plane.offset = info.length;
+        int const width = (size.width + divisor - 1) / divisor;
+        plane.stride = static_cast<std::uint32_t>(FFALIGN(width, kLineAlignment));
+        plane.lines = static_cast<std::uint32_t>((size.height + divisor - 1) / divisor);
+        info.length += plane.stride * plane.lines;
+        info.planes.push_back(plane);
+    }
+    return info;
+}
+
+void copyPlanes(AVFrame const& picture, unsigned char* destination) {
+    PixelInfo const info = planarLayout({picture.width, picture.height});
+    av_image_copy_to_buffer(destination, static_cast<int>(info.length), picture.data,
+                            picture.linesize, AV_PIX_FMT_YUV420P, picture.width, picture.height,
+                            kLineAlignment);
+}
+
+void showPlanes(AVFrame& frame, unsigned char const* bytes, Size size) {
+    frame.format = AV_PIX_FMT_YUV420P;
+    frame.width = size.width;
+    frame.height = size.height;
+    av_image_fill_arrays(frame.data, frame.linesize, bytes, AV_PIX_FMT_YUV420P, size.width,
+                         size.height, kLineAlignment);
+}
+
+ColorAspect colorsOf(AVFrame const& picture) {
+    return {picture.color_primaries, picture.color_trc, picture.colorspace,
+            picture.color_range == AVCOL_RANGE_JPEG ? 1 : 0};
 }
 
 }  // namespace kvo::media::hardware::example

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "kvo/media/hardware/ColorAspect.h"
+#include "kvo/media/hardware/PixelInfo.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -53,6 +56,18 @@ std::string errorText(int code);
 /// with `what` and the error's meaning.
 int requireLibav(int result, std::string const& what);
 
+/// A size in pixels, or the shape of a picture.
+struct Size {
+    int width = 0;
+    int height = 0;
+};
+
+/// Returns the largest even size within `limit` that has the shape of `shape`.
+Size fitInto(Size shape, Size limit);
+
+/// Returns the shape in which a picture is to be seen.
+Size shapeOf(AVFrame const& picture);
+
 /// Returns the first picture that `filters`, in the language of libavfilter, make of the pictures,
 /// which are the filters' inputs [in0], [in1] and so on. A large picture that does not describe its
 /// colours is taken to be in those of HDTV. Throws Failure where that cannot be done.
@@ -61,5 +76,29 @@ FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const
 /// Writes a picture of any format as a PNG file. Throws Failure, and leaves no file, where that
 /// fails.
 void writePng(std::string const& path, AVFrame const& picture);
+
+// Pictures as the codecs exchange them with their callers: planar YUV 4:2:0, 8 bits a sample.
+
+/// Returns how a picture of this size lies in memory; only the size, the planes and the length are
+/// filled in.
+PixelInfo planarLayout(Size size);
+
+/// Copies a picture to `destination`, as planarLayout() says.
+void copyPlanes(AVFrame const& picture, unsigned char* destination);
+
+/// Lets `frame` refer to the picture of this size at `bytes`, which must outlive it.
+void showPlanes(AVFrame& frame, unsigned char const* bytes, Size size);
+
+/// Returns the colours of a picture.
+ColorAspect colorsOf(AVFrame const& picture);
+
+/// Gives a frame or a codec these colours.
+template <typename Described>
+void setColors(Described& described, ColorAspect const& colors) {
+    described.color_primaries = static_cast<AVColorPrimaries>(colors.primaries);
+    described.color_trc = static_cast<AVColorTransferCharacteristic>(colors.transfer);
+    described.colorspace = static_cast<AVColorSpace>(colors.matrix);
+    described.color_range = colors.fullRange != 0 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+}
 
 }  // namespace kvo::media::hardware::example

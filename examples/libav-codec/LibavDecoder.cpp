@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "Clip.h"
-#include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::media::hardware::example {

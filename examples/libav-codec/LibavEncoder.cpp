@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "PlanarPicture.h"
 #include "kvo/media/hardware/CodecType.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
@@ -103,8 +102,8 @@ Return<void> LibavEncoder::writeInputFrame(unsigned long long timestampUs,
         if (mCodec == nullptr && open().isError()) {
             return kInvalid;
         }
-        PixelInfo const layout = planarLayout({mCodec->width, mCodec->height});
-        if (length != layout.length) {
+        Size const size{mCodec->width, mCodec->height};
+        if (length != planarLayout(size).length) {
             return kInvalid;
         }
         if (mCoded.size() >= kMaxCoded) {
@@ -112,7 +111,7 @@ Return<void> LibavEncoder::writeInputFrame(unsigned long long timestampUs,
         }
         FramePtr const frame(av_frame_alloc());
         // libavcodec copies what it keeps of a frame that does not own its bytes.
-        showPlanes(*frame, const_cast<unsigned char*>(data), layout);
+        showPlanes(*frame, data, size);
         setColors(*frame, mColors);
         frame->pts = static_cast<std::int64_t>(timestampUs);
         return encode(*frame);

@@ -3,7 +3,6 @@
 
 #include "Acts.h"
 #include "Panel.h"
-#include "VideoWindow.h"
 #include "fmt/core.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
@@ -12,8 +11,6 @@
 namespace kvo::media::hardware::example {
 
 namespace {
-
-using Window = host::ScalerChannel::Window;
 
 constexpr unsigned int kChannel = 0;
 
@@ -32,10 +29,6 @@ Window onPanel(Window const& window) {
     return {window.x * kPanel.width / kScreen.width, window.y * kPanel.height / kScreen.height,
             window.width * kPanel.width / kScreen.width,
             window.height * kPanel.height / kScreen.height};
-}
-
-std::string windowText(Window const& window) {
-    return fmt::format("{}x{} at {},{}", window.width, window.height, window.x, window.y);
 }
 
 /// Requires that the window is shown or blank, and shows this port in this place of the panel.

@@ -2,9 +2,6 @@
 
 #include <utility>
 
-#include "Panel.h"
-#include "fmt/core.h"
-
 namespace kvo::media::hardware::example {
 
 namespace {
@@ -16,7 +13,7 @@ void requireSdl(bool succeeded) {
     require(succeeded, std::string("there is no display to show the panel on: ") + SDL_GetError());
 }
 
-SDL_Rect rectangle(host::ScalerChannel::Window const& window) {
+SDL_Rect rectangle(Window const& window) {
     return {window.x, window.y, window.width, window.height};
 }
 
@@ -60,9 +57,7 @@ bool LiveWindow::draw(std::string const& holders) {
     SDL_RenderClear(mRenderer.get());
     SDL_SetRenderDrawColor(mRenderer.get(), 0x2a, 0x40, 0x66, SDL_ALPHA_OPAQUE);
     SDL_RenderFillRect(mRenderer.get(), &whole);
-    for (unsigned int index = 0; index < host::kScalerChannels; ++index) {
-        drawChannel(index);
-    }
+    forEachWindow(*mPorts, [this](ShownWindow const& window) { drawWindow(window); });
     if (holders != mHolders) {
         FramePtr const text = drawText(holders, {edge.w, edge.h});
         mText.reset(SDL_CreateTexture(mRenderer.get(), SDL_PIXELFORMAT_RGB24,
@@ -75,14 +70,10 @@ bool LiveWindow::draw(std::string const& holders) {
     return true;
 }
 
-void LiveWindow::drawChannel(unsigned int index) {
-    host::ScalerChannel const channel = host::scalerChannel(index);
-    if (!channel.opened || channel.output.width == 0) {
-        return;
-    }
-    SDL_Rect const output = rectangle(channel.output);
-    FramePtr const picture = channel.source ? mPorts->picture(channel.source->port) : nullptr;
-    if (picture == nullptr || channel.blank) {
+void LiveWindow::drawWindow(ShownWindow const& window) {
+    FramePtr const& picture = window.picture;
+    SDL_Rect const output = rectangle(window.output);
+    if (picture == nullptr) {
         SDL_SetRenderDrawColor(mRenderer.get(), 0, 0, 0, SDL_ALPHA_OPAQUE);
         SDL_RenderFillRect(mRenderer.get(), &output);
         return;
@@ -93,7 +84,7 @@ void LiveWindow::drawChannel(unsigned int index) {
     SDL_UpdateYUVTexture(texture.get(), nullptr, picture->data[0], picture->linesize[0],
                          picture->data[1], picture->linesize[1], picture->data[2],
                          picture->linesize[2]);
-    SDL_Rect const input = rectangle(inputOf(channel, *picture));
+    SDL_Rect const input = rectangle(window.input);
     SDL_RenderCopy(mRenderer.get(), texture.get(), &input, &output);
 }
 

@@ -2,12 +2,10 @@
 
 #include <SDL.h>
 
-#include <map>
 #include <memory>
 #include <string>
 
-#include "DisplayPorts.h"
-#include "Libav.h"
+#include "Panel.h"
 
 namespace kvo::media::hardware::example {
 
@@ -33,7 +31,7 @@ private:
     };
     using TexturePtr = std::unique_ptr<SDL_Texture, Destroy>;
 
-    void drawChannel(unsigned int index);
+    void drawWindow(ShownWindow const& window);
 
     std::shared_ptr<DisplayPorts> const mPorts;
     std::unique_ptr<SDL_Window, Destroy> mWindow;

@@ -1,15 +1,15 @@
 #include "Panel.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "fmt/core.h"
+#include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::media::hardware::example {
 
 namespace {
-
-using Window = host::ScalerChannel::Window;
 
 // The frame around the panel, in pixels.
 constexpr int kFrame = 36;
@@ -49,18 +49,7 @@ FramePtr stillFrame(host::ShownPicture const& still) {
     return frame;
 }
 
-/// Returns the filters, in RGB so that chroma is not cut unevenly, from a picture to a window's
-/// content.
-std::string windowContent(host::ScalerChannel const& channel, AVFrame const& picture) {
-    Window const input = inputOf(channel, picture);
-    return fmt::format(
-        "scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop={}:{}:{}:{},"
-        "scale={}:{}:flags=bicubic+accurate_rnd,setsar=1",
-        input.width, input.height, input.x, input.y, channel.output.width, channel.output.height);
-}
-
-}  // namespace
-
+/// Returns the part of a picture that a channel shows, in the picture's pixels.
 Window inputOf(host::ScalerChannel const& channel, AVFrame const& picture) {
     host::Panel const panel = host::panel();
     Window input = channel.input;
@@ -75,6 +64,45 @@ Window inputOf(host::ScalerChannel const& channel, AVFrame const& picture) {
     input.width = std::clamp(input.width, 1, picture.width - input.x);
     input.height = std::clamp(input.height, 1, picture.height - input.y);
     return input;
+}
+
+/// The kind of source that a decoder's display port is to the scaler client.
+constexpr std::uint32_t kDecoderSource = 1;
+
+Region regionOf(Window const& window, Size space) {
+    auto const number = [](int pixels) { return static_cast<std::uint32_t>(pixels); };
+    return {number(window.x),
+            number(window.y),
+            number(window.x + window.width),
+            number(window.y + window.height),
+            number(space.width),
+            number(space.height)};
+}
+
+/// Returns the largest window in the middle of `place` that has this shape, even throughout.
+Window letterboxed(Size shape, Window const& place) {
+    Size const size = fitInto(shape, {place.width, place.height});
+    return {place.x + (place.width - size.width) / 4 * 2,
+            place.y + (place.height - size.height) / 4 * 2, size.width, size.height};
+}
+
+}  // namespace
+
+std::string windowText(Window const& window) {
+    return fmt::format("{}x{} at {},{}", window.width, window.height, window.x, window.y);
+}
+
+void forEachWindow(DisplayPorts& ports, std::function<void(ShownWindow)> const& show) {
+    for (unsigned int index = 0; index < host::kScalerChannels; ++index) {
+        host::ScalerChannel const channel = host::scalerChannel(index);
+        if (!channel.opened || channel.output.width == 0 || channel.output.height == 0) {
+            continue;
+        }
+        bool const isShown = channel.source && !channel.blank;
+        FramePtr picture = isShown ? ports.picture(channel.source->port) : nullptr;
+        Window const input = picture == nullptr ? Window{} : inputOf(channel, *picture);
+        show({channel.output, input, std::move(picture)});
+    }
 }
 
 FramePtr drawText(std::string const& text, Size size) {
@@ -106,24 +134,48 @@ FramePtr drawPanel(DisplayPorts& ports, Window const& place, std::string const& 
     if (still) {
         lay(stillFrame(*still), "format=gbrp", still->x, still->y);
     }
-    for (unsigned int index = 0; index < host::kScalerChannels; ++index) {
-        host::ScalerChannel const channel = host::scalerChannel(index);
-        Window const& output = channel.output;
-        if (!channel.opened || output.width == 0 || output.height == 0) {
-            continue;
-        }
-        FramePtr picture = channel.source ? ports.picture(channel.source->port) : nullptr;
-        if (picture == nullptr || channel.blank) {
+    forEachWindow(ports, [&](ShownWindow window) {
+        Window const& input = window.input;
+        Window const& output = window.output;
+        if (window.picture == nullptr) {
             filters += box(output, 0, "black");
-        } else {
-            std::string const content = windowContent(channel, *picture);
-            lay(std::move(picture), content, output.x, output.y);
+            return;
         }
-    }
+        // In RGB, so that chroma is not cut unevenly.
+        lay(std::move(window.picture),
+            fmt::format("scale=flags=accurate_rnd+full_chroma_int,format=gbrp,crop={}:{}:{}:{},"
+                        "scale={}:{}:flags=bicubic+accurate_rnd,setsar=1",
+                        input.width, input.height, input.x, input.y, output.width, output.height),
+            output.x, output.y);
+    });
     std::vector<AVFrame const*> inputs;
     std::transform(pictures.begin(), pictures.end(), std::back_inserter(inputs),
                    [](FramePtr const& picture) { return picture.get(); });
     return filtered(inputs, filters + captionText(panel, caption));
+}
+
+VideoWindow::VideoWindow(unsigned int channel, Size screen, std::shared_ptr<DisplayPorts> ports)
+    : mScreen(screen), mPorts(std::move(ports)), mScaler(channel) {}
+
+void VideoWindow::connect(Player const& player, bool adaptive) {
+    mLayer.type = kDecoderSource;
+    mLayer.port = static_cast<std::uint8_t>(player.granted().getInt32(key::kVideoPort, -1));
+    mLayer.adaptive = adaptive ? 1 : 0;
+    mScaler.connect(mLayer);
+}
+
+bool VideoWindow::place(Window const& place, Window const& adaptivePart) {
+    FramePtr const picture = mPorts->picture(mLayer.port);
+    if (picture == nullptr) {
+        return false;
+    }
+    Size const size{picture->width, picture->height};
+    mWindow = letterboxed(shapeOf(*picture), place);
+    mLayer.inputRegion = isAdaptive() ? regionOf(adaptivePart, mScreen)
+                                      : regionOf({0, 0, size.width, size.height}, size);
+    mLayer.outputRegion = regionOf(mWindow, mScreen);
+    mScaler.updateRegion(mLayer);
+    return true;
 }
 
 }  // namespace kvo::media::hardware::example

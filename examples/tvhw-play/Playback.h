@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "Panel.h"
 #include "Player.h"
 #include "Recorder.h"
-#include "VideoWindow.h"
 
 namespace kvo::media::hardware::example {
 
@@ -34,7 +34,7 @@ public:
         kEnded,
         kLost,     ///< Another player has the core.
         kRefused,  ///< No core was granted.
-        kFailed
+        kFailed    ///< The last, as the others before it are less.
     };
 
     /// Throws UnusableFile when there is nothing to play in the file.

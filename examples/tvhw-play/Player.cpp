@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "LibavDecoder.h"
-#include "PlanarPicture.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::media::hardware::example {
@@ -154,7 +153,7 @@ Status Player::drainPixels() {
         FramePtr const picture(av_frame_alloc());
         picture->buf[0] = av_buffer_alloc(info.length);
         require(picture->buf[0] != nullptr, "no memory for a picture");
-        showPlanes(*picture, picture->buf[0]->data, info);
+        showPlanes(*picture, picture->buf[0]->data, {info.width, info.height});
         setColors(*picture, mDecoder.getColorAspect().value());
         picture->sample_aspect_ratio = mClip.sampleAspect;
         picture->pts = static_cast<std::int64_t>(info.timestampUs);

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "LibavEncoder.h"
-#include "PlanarPicture.h"
 #include "fmt/core.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include "LiveWindow.h"
-#include "Panel.h"
 #include "Playback.h"
 #include "ProgressLine.h"
 #include "fmt/core.h"
@@ -175,7 +175,6 @@ int play(Options& options) {
     if (options.isLive) {
         live.emplace(options.playback.player.ports);
     }
-    int result = 0;
     ProgressLine progress;
     progress.begin("tvhw-play");
     auto const isOver = [](auto const& playback) { return playback->isOver(); };
@@ -205,21 +204,12 @@ int play(Options& options) {
     if (lastPicture != nullptr) {
         writePng(options.png, *filtered({lastPicture.get()}, "[in0]scale=iw*sar:ih,setsar=1"));
     }
+    constexpr std::array kStatuses{0, 0, 0, kExitLost, kExitRefused, kExitFailure};
+    auto worst = Playback::State::kEnded;
     for (auto const& playback : playbacks) {
-        switch (playback->state()) {
-            case Playback::State::kLost:
-                result = std::max(result, kExitLost);
-                break;
-            case Playback::State::kRefused:
-                result = std::max(result, kExitRefused);
-                break;
-            case Playback::State::kFailed:
-                return kExitFailure;
-            default:
-                break;
-        }
+        worst = std::max(worst, playback->state());
     }
-    return result;
+    return kStatuses.at(static_cast<std::size_t>(worst));
 }
 
 int run(int argc, char** argv) {

@@ -44,6 +44,8 @@ assert made('panel.png') != made('other.png')
 for file in 'recorded.webm', 'recorded.mp4':
     play('--record {out}/' + file + ' {clip}', 0, WHOLE)
     play('--fast {out}/' + file, 0, 'after 125 pictures')
+play('--record {out}/ended.mp4 --loop --keep {clip}', 0, 'ended at', program=('timeout', '--preserve-status', '2'))
+play('--fast {out}/ended.mp4', 0, 'ended at')
 play('--fast --live {clip}', 0, WHOLE, 'SDL_VIDEODRIVER=dummy')
 play('--fast --loop {clip}', 0, 'plays on', program=('timeout', '--preserve-status', '2'))
 
