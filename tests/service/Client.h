@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,8 +19,9 @@
 /// A client of the resource manager that counts what is asked of it.
 struct Client {
     TVHW_CRM_HANDLE handle = nullptr;
-    std::string onReclaim;  ///< "give", "keep", "hang", "die" or "lose" (the bus).
+    std::string onReclaim;  ///< "give", "keep", "hang", "die", "lose" (the bus) or "again".
     std::atomic<int> reclaims{0};
+    std::atomic<int> inside{1};  ///< The result of a request from inside the callback.
     int opened;
 
     explicit Client(std::string behaviour = "give")
@@ -41,6 +43,9 @@ struct Client {
         }
         if (client.onReclaim == "hang") {
             std::this_thread::sleep_for(std::chrono::seconds(60));
+        }
+        if (client.onReclaim == "again") {
+            client.inside = Client().acquire(1920);
         }
         if (client.onReclaim == "lose") {
             std::puts("asked");
@@ -107,6 +112,11 @@ public:
     }
 
     int id() const { return mPid; }
+    long residentPages() const {
+        long pages = 0;
+        std::ifstream("/proc/" + std::to_string(mPid) + "/statm") >> pages >> pages;
+        return pages;
+    }
     long threads() const {
         std::filesystem::directory_iterator const tasks("/proc/" + std::to_string(mPid) + "/task");
         return std::distance(tasks, {});

@@ -43,6 +43,9 @@ class TvhwRun(unittest.TestCase):
                 (['--', 'sh', '-c', 'kill -KILL $$'], 137, 'was killed by SIGKILL'),
                 (['--', 'sh', '-c', 'kill -ABRT $TVHW_SERVICE_PID; sleep 0.5'], 134,
                  'the service .* was killed by SIGABRT'),
+                (['--', 'sh', '-c', 'kill -TERM $TVHW_SERVICE_PID; sleep 0.5'], 1,
+                 'the service .* ended with status 0'),
+                (['--', 'sh', '-c', 'kill -40 $$'], 168, 'was killed by SIG40'),
                 (['--', '/nowhere'], 127, '/nowhere: No such file'),
                 (['--cores', 'x', '--', 'true'], 2, 'KVO_HOST_POOL=x'),
                 (['--cores'], 2, 'see --help'), (['--', 'true', '--'], 2, 'no program'),
@@ -53,14 +56,19 @@ class TvhwRun(unittest.TestCase):
                 self.assertRegex(ended.stderr, told or '^$')
 
     def test_arguments_and_input_arrive_as_they_are(self):
-        script = 'import sys; print(repr(sys.argv[1:]), sys.stdin.read())'
+        script = ('import os, sys; print(repr(sys.argv[1:]), sys.stdin.read(), '
+                  'os.environ["LD_LIBRARY_PATH"].split(":")[1:])')
         arguments = ['a\n', "it's", '', '--help']
-        ended = run('--', sys.executable, '-c', script, *arguments, input='a word')
-        self.assertEqual(ended.stdout, f'{arguments!r} a word\n')
+        ended = run('--', sys.executable, '-c', script, *arguments, input='a word',
+                    env=os.environ | {'LD_LIBRARY_PATH': '/nowhere'})
+        self.assertEqual(ended.stdout, f"{arguments!r} a word ['/nowhere']\n")
 
     def test_what_a_program_leaves_behind_ends(self):
-        ended = run('--', 'sh', '-c', 'setsid sleep 600 >/dev/null 2>&1 & echo $!')
-        self.assertEqual(ended.returncode, 0)
+        # Though nothing can be said of it.
+        ended = subprocess.run(['sh', '-c', 'exec "$@" 2>/dev/full', 'sh', RUN, '--', 'sh', '-c',
+                                'setsid sleep 600 >/dev/null & echo $!; exit 3'],
+                               stdout=subprocess.PIPE, timeout=60, check=False)
+        self.assertEqual(ended.returncode, 3)
         self.assert_gone(int(ended.stdout))
 
     def test_a_signal_ends_all(self):
@@ -78,11 +86,12 @@ class TvhwRun(unittest.TestCase):
 
     def test_a_second_signal_kills_what_does_not_end(self):
         begun = time.monotonic()
-        started, pids = begin('trap "" TERM; echo $$ $TVHW_SERVICE_PID; while :; do sleep 1; done')
+        started, pids = begin('trap "echo told" TERM; echo $$ $TVHW_SERVICE_PID; while :; do sleep 0.1; done')
         started.terminate()
         time.sleep(0.5)
         started.terminate()
-        self.assertEqual(started.wait(20), 143)
+        self.assertEqual(started.communicate(timeout=20)[0].count('told'), 1)
+        self.assertEqual(started.returncode, 143)
         self.assertLess(time.monotonic() - begun, 5)
         self.assert_gone(*pids)
 
