@@ -47,6 +47,9 @@ struct Platform {
 /// that was never initialised.
 Scenario scenario(std::string name, std::vector<std::string> facts, void (*body)());
 
+/// Returns a program of locks, signals, deadlines, atomics and references at random.
+Scenario madeUpProgram(unsigned int seed);
+
 std::vector<Scenario> codecScenarios();
 std::vector<Scenario> scalerAndSinkScenarios();
 

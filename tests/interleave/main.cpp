@@ -23,12 +23,14 @@ wrong.
   --bound N       only orders in which a thread is made to stop at most N times (0 to 9) where it
                   could go on; the library need not be instrumented
   --brief         does not look for the shortest run that breaks a rule
-  --compare RUNS  makes at most so many runs of each scenario with a bound of 3, and so many at
-                  random: these must come to nothing that the search without a bound did not
+  --compare RUNS  makes at most so many runs of each scenario, and of programs that are made up, with
+                  a bound of 3, and so many at random: these must come to nothing that the search
+                  without a bound did not
   --replay        runs one order, as printed with a broken rule, and prints what each thread does
 )";
 
 constexpr unsigned int kCompareBound = 3;
+constexpr unsigned int kPrograms = 100;  ///< To be compared beside the scenarios.
 
 using Names = std::vector<std::string>;
 using Bound = std::optional<unsigned int>;
@@ -80,7 +82,10 @@ int compareAll(Names const& names, std::uint64_t runs) {
     interleave::setMode(interleave::Mode::kCompare);
     int result = 0;
     std::uint64_t compared = 0;
-    auto const all = chosen(names);
+    auto all = chosen(names);
+    for (unsigned int seed = 0; names.empty() && seed < kPrograms; ++seed) {
+        all.push_back(interleave::madeUpProgram(seed));
+    }
     for (auto const& scenario : all) {
         auto const found = interleave::compare(scenario, kCompareBound, runs);
         compared += found.compared;

@@ -1,15 +1,14 @@
 #include "scheduler/FreedMemory.h"
 
-#include <link.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <new>
-#include <string>
 #include <vector>
 
 #include "scheduler/Access.h"
@@ -46,33 +45,19 @@ bool isInHeap(void const* memory) {
     return byte >= begin && byte < begin + sizeof gHeaps;
 }
 
-struct Range {
-    std::uintptr_t begin;
-    std::uintptr_t end;
-};
-std::vector<Range> gLeftAlone;
+char const* gLeftAlone = " ";  ///< Part of a file's name.
 
-int addRange(dl_phdr_info* library, std::size_t /*size*/, void* name) {
-    std::string const path = library->dlpi_name;
-    if (path.compare(path.rfind('/') + 1, std::strlen(static_cast<char*>(name)),
-                     static_cast<char*>(name)) != 0) {
-        return 0;
-    }
-    for (int index = 0; index < library->dlpi_phnum; ++index) {
-        auto const& part = library->dlpi_phdr[index];
-        if (part.p_type == PT_LOAD && (part.p_flags & PF_X) != 0) {
-            std::uintptr_t const begin = library->dlpi_addr + part.p_vaddr;
-            gLeftAlone.push_back({begin, begin + part.p_memsz});
-        }
-    }
-    return 0;
-}
-
+/// Says whether code is the library's that is left alone.
 bool isLeftAlone(void const* code) {
-    auto const address = reinterpret_cast<std::uintptr_t>(code);
-    return std::any_of(gLeftAlone.begin(), gLeftAlone.end(), [=](Range const& range) {
-        return address >= range.begin && address < range.end;
-    });
+    Unseen const unseen;
+    static std::map<void const*, bool> known;
+    auto const [place, isNew] = known.emplace(code, false);
+    if (isNew) {
+        Dl_info library{};
+        place->second = dladdr(code, &library) != 0 && library.dli_fname != nullptr &&
+                        std::strstr(library.dli_fname, gLeftAlone) != nullptr;
+    }
+    return place->second;
 }
 
 void* allocate(std::size_t size, void const* code) {
@@ -107,7 +92,7 @@ void release(void* memory, void const* code) noexcept {
 
 }  // namespace
 
-void leaveAlone(char const* name) { dl_iterate_phdr(addRange, const_cast<char*>(name)); }
+void leaveAlone(char const* name) { gLeftAlone = name; }
 
 void emptyHeap() {
     gFreed.clear();

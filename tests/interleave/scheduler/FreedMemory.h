@@ -7,8 +7,8 @@
 /// the run ends: whoever uses it is found out.
 namespace interleave {
 
-/// Leaves what a library allocates for itself alone, since it outlives a run. `name` is its file's,
-/// or the beginning.
+/// Leaves what a library allocates for itself alone, since it outlives a run. `name` is part of its
+/// file's.
 void leaveAlone(char const* name);
 
 /// Begins a run, with all memory free.

@@ -1,7 +1,6 @@
 #include "scheduler/Scheduler.h"
 
 #include <dlfcn.h>
-#include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -10,10 +9,12 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <limits>
 #include <map>
 #include <set>
+#include <sstream>
 #include <utility>
 
 #include "scheduler/Access.h"
@@ -82,7 +83,6 @@ bool gIsNoted = false;    ///< The step is written to its event.
 bool gIsProgramInstrumented = false;
 bool gIsLibraryInstrumented = false;
 bool gIsLibraryUsed = false;  ///< It has taken locks.
-bool gIsReplay = false;
 unsigned int gShortestBound = 0;
 Mode gMode = Mode::kWalk;
 ucontext_t gExplorer;
@@ -94,30 +94,23 @@ std::array<std::array<char, kStackSize>, kMaxThreads> gStacks;
 
 Event& event() { return gEvents[gRun.step]; }
 
-/// Runs a program of the process's own, or another, and waits for it.
-void run(std::vector<std::string> const& words) {
+/// Runs this program again.
+void runSelf(std::string const& option, std::string const& decisions) {
     std::fflush(stdout);
-    if (fork() == 0) {
-        std::vector<char*> arguments;
-        for (std::string const& word : words) {
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        }
-        arguments.push_back(nullptr);
-        execvp(arguments.front(), arguments.data());
-        _exit(1);
-    }
-    wait(nullptr);
+    std::string const self = "/proc/" + std::to_string(getpid()) + "/exe";
+    std::system((self + " " + option + " " + gScenario->name + " '" + decisions + "'").c_str());
 }
 
 /// Prints where in the source an address lies.
 void printPlace(void const* code) {
     Dl_info info{};
     if (dladdr(code, &info) != 0 && info.dli_fname != nullptr) {
-        auto const offset = reinterpret_cast<std::uintptr_t>(code) -
-                            reinterpret_cast<std::uintptr_t>(info.dli_fbase) - 1;
-        std::array<char, 20> text{};
-        static_cast<void>(std::snprintf(text.data(), text.size(), "0x%zx", offset));
-        run({"addr2line", "-Cfspe", info.dli_fname, text.data()});
+        std::ostringstream command;
+        command << "addr2line -Cfspe '" << info.dli_fname << "' " << std::hex
+                << reinterpret_cast<std::uintptr_t>(code) -
+                       reinterpret_cast<std::uintptr_t>(info.dli_fbase) - 1;
+        std::fflush(stdout);
+        std::system(command.str().c_str());
     }
 }
 
@@ -146,14 +139,14 @@ void printAccesses(std::uintptr_t stake) {
         std::printf("%s: broken after %llu schedules: %s\n", name, gAllSchedules, what.c_str());
     }
     if (gMode == Mode::kWalk) {
-        run({"/proc/self/exe", "--shortest", name, gRun.unusual});
+        runSelf("--shortest", gRun.unusual);
     } else if (gMode == Mode::kShortest) {
         std::printf(
             "No run with less than %u preemptions comes to this. The same again, by\n"
             "--replay %s '%s':\n",
             gShortestBound, name, gRun.unusual.c_str());
-        run({"/proc/self/exe", "--replay", name, gRun.unusual});
-    } else if (gIsReplay) {
+        runSelf("--replay", gRun.unusual);
+    } else if (gMode == Mode::kReplay) {
         std::printf("Broken: %s\n", what.c_str());
         if (stake != 0) {
             printAccesses(stake);
@@ -170,7 +163,7 @@ void onSignal(int signal) {
 
 /// Prints what the running thread does, in its column.
 void trace(std::string const& what) {
-    if (!gIsReplay) {
+    if (gMode != Mode::kReplay) {
         return;
     }
     static std::size_t named = 0;
@@ -188,7 +181,7 @@ void trace(std::string const& what) {
 }
 
 void traceLock(char const* what, void const* mutex) {
-    if (gIsReplay) {
+    if (gMode == Mode::kReplay) {
         int const next = static_cast<int>(gRun.numbers.size());
         trace(what + std::to_string(gRun.numbers.emplace(mutex, next).first->second));
     }
@@ -322,6 +315,12 @@ void wake(Thread& thread, Choice choice) {
         thread.clock.join(gRun.published[thread.mutex]);
         if (gIsNoted) {
             event().acquired = thread.mutex;
+            event().holdsUp =
+                wakeOf(choice) == Wake::kSpurious ||
+                std::any_of(gRun.threads.begin(), gRun.threads.end(), [&](Thread const& other) {
+                    return other.wait == Wait::kSignal && other.mutex == thread.mutex &&
+                           &other != &thread;
+                });
         }
     }
     bool const isReady = thread.wait == Wait::kReady;
@@ -593,7 +592,6 @@ Walk explore(Scenario const& scenario, std::optional<unsigned int> bound) {
 
 void replay(Scenario const& scenario, std::string const& decisions) {
     prepare(scenario);
-    gIsReplay = true;
     gMode = Mode::kReplay;
     Given search(decisions);
     runOnce(search);
@@ -673,7 +671,7 @@ void joinAll() {
 
 void point(char const* format, ...) {
     Unseen const unseen;
-    if (gIsReplay || gMode == Mode::kCompare) {
+    if (gMode == Mode::kReplay || gMode == Mode::kCompare) {
         std::va_list arguments;
         va_start(arguments, format);
         std::string const what = formatted(format, arguments);

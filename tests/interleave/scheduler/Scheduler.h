@@ -77,7 +77,7 @@ void joinAll();
 /// Lets the scheduler decide who goes on. What the thread is about to do goes to the trace.
 __attribute__((format(printf, 1, 2))) void point(char const* format, ...);
 
-/// Waits until `isReady`, which must change nothing, returns true.
+/// Waits until `isReady`, which must change nothing, returns true, as it must from then on.
 void waitUntil(std::function<bool()> isReady);
 
 /// Waits until the clock has reached `time`.

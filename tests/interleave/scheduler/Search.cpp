@@ -130,12 +130,8 @@ void Reduction::stepEnded(Choices next) {
     }
     // A way to wake that is no longer there can only be tried before this step.
     Node& node = mNodes[mDepth - 1];
-    for (Choice choice = 0; choice < kMaxThreads * 4; ++choice) {
-        bool const isGone = (node.options & ~next & ~only(node.chosen) & only(choice)) != 0;
-        if (isGone && wakeOf(choice) != Wake::kNormal) {
-            node.wanted |= only(choice);
-        }
-    }
+    node.gone = node.options & ~next & ~only(node.chosen) & kWakes;
+    node.wanted |= node.gone;
 }
 
 /// Sees to it that from before `earlier` a run is tried in which `later` comes first.
@@ -167,12 +163,32 @@ void Reduction::want(std::vector<Event> const& all, std::size_t earlier, std::si
     }
 }
 
+/// Says whether a thread that waits may have another way to wake before the step `earlier`, which
+/// takes it away, if the step `later` comes first: since time has passed, or one that was asleep is
+/// not the same.
+bool Reduction::mayWake(std::size_t earlier, std::vector<Event> const& all,
+                        std::size_t later) const {
+    Node const& node = mNodes[earlier];
+    return (all[earlier].holdsUp && touches(all[later], kClockWord)) ||
+           std::any_of(node.sleepers.begin(), node.sleepers.end(), [&](Asleep const& asleep) {
+               return (node.gone & only(asleep.choice)) != 0 &&
+                      asleep.footprint->conflicts(*all[later].footprint);
+           });
+}
+
 bool Reduction::advance(std::vector<Event>& all, std::function<void()> const& look) {
     all.resize(mNodes.size());
     orderSteps(all, mKept, [&](std::size_t earlier, std::size_t later) {
         // Pending until the order of `later` is known.
         mRaces.emplace_back(earlier, later);
     });
+    for (std::size_t earlier = 0; earlier < all.size(); ++earlier) {
+        for (std::size_t later = std::max(earlier + 1, mKept); later < all.size(); ++later) {
+            if (!comesBefore(all[earlier], all[later].order) && mayWake(earlier, all, later)) {
+                mRaces.emplace_back(earlier, later);
+            }
+        }
+    }
     for (auto const& [earlier, later] : mRaces) {
         want(all, earlier, later);
     }

@@ -63,11 +63,14 @@ private:
         Choices wanted = 0;
         Choices done = 0;
         Choices asleep = 0;
+        Choices gone = 0;  ///< Ways to wake that the chosen step takes away.
         Choice chosen = 0;
         std::vector<Asleep> sleepers;  ///< What was explored from here or before, and still holds.
     };
 
     void addNode(std::vector<Choice> const& options);
+    [[nodiscard]] bool mayWake(std::size_t earlier, std::vector<Event> const& all,
+                               std::size_t later) const;
     void want(std::vector<Event> const& events, std::size_t earlier, std::size_t later);
 
     std::vector<Event> const& mEvents;

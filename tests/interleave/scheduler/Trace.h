@@ -23,6 +23,7 @@ constexpr std::size_t threadOf(Choice choice) { return choice / 4U; }
 constexpr Wake wakeOf(Choice choice) { return static_cast<Wake>(choice % 4U); }
 using Choices = std::uint32_t;  ///< A bit each.
 constexpr Choices only(Choice choice) { return Choices{1} << choice; }
+constexpr Choices kWakes = 0xEEEEEEEE;  ///< All choices but the normal ones.
 
 /// How many steps of each thread come before.
 struct Clock {
@@ -77,6 +78,9 @@ struct Event {
     bool joinsAll = false;
     void const* acquired = nullptr;  ///< Lock taken first of all.
     void const* released = nullptr;  ///< Lock dropped last of all.
+    /// It takes away what time may yet bring: others need its lock to wake, or it wakes for
+    /// nothing.
+    bool holdsUp = false;
     std::shared_ptr<Footprint> footprint = std::make_shared<Footprint>();
     Clock order;  ///< Steps that this one depends on, itself included.
 };
