@@ -35,6 +35,9 @@ using Encoder = Owner<VideoEncoderClientWrapperResource, FakeEncoder>;
 Configuration const kStream = configuration(
     {{key::kWidth, 1280}, {key::kHeight, 720}, {key::kCallingPid, 42}, {key::kOutFormat, 1}});
 
+Configuration const kLive = configuration(
+    {{key::kWidth, 1280}, {key::kHeight, 720}, {key::kUseDmaBuffer, 1}, {key::kOutFormat, 1}});
+
 void play(Decoder& decoder) {
     decoder.wrapper.configureReferenceMode(CodecType::AVC, kStream);
     for (int frame = 0; frame < 3; ++frame) {
@@ -43,14 +46,22 @@ void play(Decoder& decoder) {
     }
 }
 
-void play(Decoder& decoder, char const* failing, std::uint64_t nth = 1) {
-    failCall(failing, -5, nth);
+void playWhileFails(char const* platformCall) {
+    failCall(platformCall, -5);
+    Decoder decoder;
     play(decoder);
     decoder.wrapper.release();
 }
 
 void pass(int milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/// Stays until it is ended from outside.
+[[noreturn]] void stay() {
+    for (;;) {
+        pass(3600000);
+    }
 }
 
 /// Lets time pass, and the log show that the process went on.
@@ -66,9 +77,9 @@ void takeFromBusyCodec(char const* operation) {
     play(first);
     std::atomic<int> inside{0};
     first.codec->onCall = [&](std::string const& called) {
-        while (called == operation) {
+        if (called == operation) {
             ++inside;
-            pass(3600000);
+            stay();
         }
     };
     std::thread([&first] { first.wrapper.flush(); }).detach();
@@ -99,24 +110,11 @@ void show(Configuration const& config) {
     }
 }
 
-/// Has the only decoder core taken from a player that is destroyed at once.
-void takeFromQuickOwner() {
-    Decoder second;
-    {
-        Decoder first;
-        play(first);
-        play(second);
-    }
-    second.wrapper.release();
-}
-
 /// Makes a live encoder refuse a reclaim.
 void keepByLiveEncoder(std::vector<kvo::host::CodecCore> const& cores) {
     kvo::host::setPool(cores);
-    Configuration live = kStream;
-    live.setInt32(key::kUseDmaBuffer, 1);
     Encoder first;
-    first.wrapper.configure(live);
+    first.wrapper.configure(kLive);
     Encoder second;
     Encoder third;
     if (cores.size() > 1) {
@@ -201,11 +199,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          Decoder second;
          play(second);
      }},
-    {"manager-unreachable",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientInit");
-     }},
+    {"manager-unreachable", [] { playWhileFails("TVHW_CRM_ClientInit"); }},
     {"live-encoder",
      [] {
          keepByLiveEncoder({{1, true}});
@@ -233,11 +227,7 @@ std::map<std::string, std::function<void()>> const kSituations{
          client->releaseResource();
          goOn(1100);
      }},
-    {"id-unreadable",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientGetUniqueId");
-     }},
+    {"id-unreadable", [] { playWhileFails("TVHW_CRM_ClientGetUniqueId"); }},
     {"port-not-granted",
      [] {
          failCall("TVHW_CRM_ClientAcquireResource", -16, 2);
@@ -267,15 +257,17 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
     {"still-not-shown", [] { show(kStream); }},
     {"sink-format", [] { show({}); }},
-    {"free-failed",
-     [] {
-         Decoder decoder;
-         play(decoder, "TVHW_CRM_ClientFree");
-     }},
+    {"free-failed", [] { playWhileFails("TVHW_CRM_ClientFree"); }},
     {"no-such-core",
      [] {
          kvo::host::setPool({{}});
-         takeFromQuickOwner();
+         Decoder second;
+         {
+             Decoder first;
+             play(first);
+             play(second);
+         }
+         second.wrapper.release();
          Decoder large;
          Configuration stream = kStream;
          stream.setInt32(key::kWidth, 9999);
@@ -328,20 +320,8 @@ std::map<std::string, std::function<void()>> const kSituations{
          scaler.connect(layer(0));
          scaler.updateRegion(info);
      }},
-    {"nothing-wrong",
-     [] {
-         Decoder decoder;
-         play(decoder);
-         decoder.wrapper.release();
-     }},
+    {"nothing-wrong", [] { playWhileFails("TVHW_VO_Close"); }},  // It is not called.
 };
-
-/// Stays until it is ended from outside.
-[[noreturn]] void stay() {
-    for (;;) {
-        pass(3600000);
-    }
-}
 
 // What each of several processes does that share a pool.
 std::map<std::string, std::function<void()>> const kRoles{
@@ -366,10 +346,8 @@ std::map<std::string, std::function<void()>> const kRoles{
      }},
     {"hold-live",
      [] {
-         Configuration live = kStream;
-         live.setInt32(key::kUseDmaBuffer, 1);
          Encoder encoder;
-         encoder.wrapper.configure(live);
+         encoder.wrapper.configure(kLive);
          stay();
      }},
     {"ask", [] { Decoder().wrapper.configureReferenceMode(CodecType::AVC, kStream); }},

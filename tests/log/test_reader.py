@@ -165,6 +165,10 @@ MADE = [
     (plays(1, 70001) + ['2 500 501 W/HostPlatform: mistake: it was used after it was closed'], ['platform-says'], 'after it was'),
     (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
      ['cause-unknown'], 'encoder without id'),
+    (['1 500 501 W/VideoClient: crm-acquire: failed to get resource, ret=-5'] + plays(2, 70001), ['grant-unreadable'],
+     r'decoder 70001, process 500 \[held'),
+    (plays(1, 70001)[:1] + ['1.1 500 501 E/VideoClient: crm-resource: ret=-61', '1.1 500 501 W/VideoClient: get resource '
+      'fail'], ['grant-lost'], r'\[refused\].*holds nothing any more'),
     (['2 500 502 ' + REFUSED.format(-22)], ['request-invalid'], 'without sense'),
     (['1 500 501 E/VideoClient: crm: failed to init client, ret=-111', '1 500 501 W/VideoEncClient: acquire resource not '
       'implement'], ['manager-unreachable'], 'Whose: encoder without id.*there is no service'),
@@ -201,6 +205,36 @@ MADE = [
     (['1 500 501 D/VideoClient: get unknown core_type: 9', '1 500 501 I/VideoClient: core_type: 0'], ['core-unknown'], '9'),
     (['1 500 501 D/VideoEncClient: acquire-resource: w/h=0/720, framerate=0'], ['no-size'], 'Whose: encoder.*: 0x720'),
 ]
+SERVICE = '9 9 I/ResourceManager: '
+MADE += [
+    (plays(1, 70001) + reclaims(2) + [LATER.replace('500', '510'), f'9 {SERVICE}a'], [], 'it may have been killed'),
+    (['1 500 501 I/VideoClient: acquireResourc% vdoPort=TVHW_CRM_VIDEO_PORT_NONE'] + plays(2, 70001), [], 'that are not known'),
+    (plays(1, 70001) + reclaims(2) + ['99 9 9 I/Other: a'], ['reclaim-hangs'], 'Whose: decoder 70001'),
+    (plays(1, 70001) + [f'2 {SERVICE}reclaim: client 70001 of process 500 (player), asked 0.1 s ago, keeps it',
+                        f'2 {SERVICE}refuse: client 70002 of process 510 (p) gets no decoder of 1x1 after 0.1 s: -16',
+                        '2 510 502 ' + REFUSED.format(-16)], ['refused'],
+     'Whose: client 70002, process 510.*Maybe by: client 70001 of process 500, which kept it'),
+    (EVENING + reclaims(20, 26) + [f'19 {SERVICE}reclaim: client {client} of process 500 (player) is asked for decoder of '
+                                   f'1x1 for client {client + 9} of process 510 (p)' for client in (70003, 70004)],
+     ['release-slow'], 'Whose: a reclaim in process 500, of one of 5'),
+    (plays(1, 70001) + reclaims(2) + plays(8, 70001) + [LATER], [], 'its line be lost'),
+    (plays(1, 70001) + reclaims(2, 8) + ['1.9 500 600 V/HostPlatform: reclaim(70001) entered', '8.1 500 600 V/HostPlatform: '
+                                         'reclaim(70001) = 1 in 900 us'], [], r'decoder 70001, process 500 \[reclaimed'),
+    (plays(1, 70001) + reclaims(2) + [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'
+                                      for time in (0, 9)] + [LATER], [], 'another has its number'),
+    (window(1, 'connect') + ['0 500 501 D/VideoScalerTvhw: --- win-blank [0]', '2 500 501 V/HostPlatform: TVHW_VSC_Close(0) '
+                             '= 0 in 1 us'], [], 'it was never placed" would be said'),
+]
+# A reclaim without end is none to speak of where one of these shows that lines are lost.
+SIGNS = [
+    ['3 9 9 I/chatty: uid=1000 player expire 5 lines'], [f'3 {SERVICE}7 lines were left out'],
+    ['3 500 501 V/Codec: decoder 0x1 flush() entexed'], ['3 500 501 I/VideoClient: resource id 70002'],
+    ['3 500 501 E/VideoClient: impl/tvhw/X.cpp:1 f: crm-rasource: ret=-5'],
+    ['3 500 501 D/VideoScalerTvhw: --- set-input [0]'], ['3 500 501 D/Codec: decoder 0x1 flush() = 0 in 9 us'],
+    window(3, 'input', 'input', 'output') + ['3.05 500 501 D/VideoScalerTvhw: --- set-input [0]'],
+    [f'3 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, {number}) = 0 in 9 us' for number in (1, 3)],
+]
+MADE += [(plays(1, 70001) + reclaims(2) + [LATER, *sign], [], '"A reclaim does not end" would be said') for sign in SIGNS]
 
 
 class Reader(unittest.TestCase):
@@ -364,6 +398,7 @@ class Reader(unittest.TestCase):
                              ('-1', set()), ('*:4,Codec:3,VideoClient:1', {'HostPlatform'})):
             log = write_log('tags-' + levels.replace('*', 'any'), [SITUATION, 'nothing-wrong'], levels)
             self.assertEqual({line.split()[5].rstrip(':') for line in log.read_text().splitlines()}, tags)
+
 
 
 # Who has the only core, what comes then, the verdicts from a level on, and from which on they name him.

@@ -1,11 +1,12 @@
 """Clients of the resource manager, by the library's lines: acquisition and reclaim."""
 
+import collections
 import re
 
 from .lives import Reclaim, named, seconds
 from .messages import CLIENT, ENCODER
 from .service import Service
-from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, STUCK
+from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, NOTHING_HELD, STUCK
 
 WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
 PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
@@ -25,6 +26,7 @@ class Clients:
         self._history = history
         self._holders = {}  # Process: clients that may hold a core.
         self._on_port = {}  # Port: the client it was granted to last.
+        self.reclaimed = collections.deque(maxlen=50)  # The last clients that were.
         self._reclaims = []  # The last that have ended, and those that have not.
         self.service = Service(history)
         self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
@@ -123,7 +125,7 @@ class Clients:
             holders = [other for lives in self._holders.values() for other in lives
                        if other.state == 'holding' and other is not life and kind in (None, other.kind)]
             finding.candidates = [named(holders)] if holders else []
-            reclaimed = [other for other in self._history.lives if other.state == 'reclaimed'
+            reclaimed = [other for other in self.reclaimed if other.state == 'reclaimed'
                          and kind in (None, other.kind)][-3:]
             if reclaimed:
                 finding.candidates.append('reclaimed before, if this platform frees the core only when the '
@@ -135,6 +137,8 @@ class Clients:
 
     def granted(self, line, thread, core, port, width, height):
         thread.finding = None
+        if thread.life and thread.life.state == 'reclaimed' and thread.process.has_calls:
+            return thread.life  # At once, before it saw what it was granted.
         life = self.requests(line, thread)
         life.core_type = core
         self._hold(life, line)
@@ -257,6 +261,14 @@ class Clients:
         return life
 
     request_unsent = grant_unread
+
+    def resource_unread(self, line, thread, code):
+        life = self.concerned(line, thread)
+        if code == NOTHING_HELD and life.held_since is not None:
+            life.tell(line, 'holds nothing any more')
+            self.end_hold(life, line)
+            life.state = 'refused'
+        return life
 
     def id_unread(self, line, thread):
         life = self.concerned(line, thread)
@@ -386,6 +398,7 @@ class Clients:
             return
         self.end_hold(life, line)
         life.state, life.told_of_reclaim = 'reclaimed', None
+        self.reclaimed.append(life)
         history.show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, line)
         if reclaim.quiet:
             history.show(('life', life), 'wait', self._waits(reclaim), reclaim.begin, reclaim.quiet,
@@ -432,7 +445,8 @@ class Clients:
         at_least = '' if reclaim.quiet else 'at least '
         if known >= LONG_RELEASE:
             self._history.find('release-slow', reclaim.who, lines,
-                               f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates)
+                               f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates,
+                               absent=reclaim.quiet is not None)  # Of calls that it would have waited for.
         elif taken >= LONG_RECLAIM and not reclaim.quiet:
             self._history.note(f'A reclaim took {taken:.1f} s ({reclaim.begin.clock}, {reclaim.who}): whether it '
                                'waited for calls, as it may for 3 s, or for release(), the log does not tell.')

@@ -23,7 +23,7 @@ YEAR = 366 * DAY
 _CLOCK = r'(?P<year>\d{4}-)?(?P<clock>\d\d-\d\d \d\d:\d\d:\d\d)[.,](?P<part>\d{3,9})(?: [+-]\d{4})?'
 _PRIORITY = r'(?P<priority>[VDIWEFAS])'
 _MESSAGE = r'(?: (?P<message>.*)|$)'
-_BY_COLUMN = rf'(?:\S+ +)?(?P<pid>\d+) +(?P<tid>\d+) {_PRIORITY} (?P<tag>.*?) *:{_MESSAGE}'
+_BY_COLUMN = rf'(?:\S+ +)??(?P<pid>\d+) +(?P<tid>\d+) {_PRIORITY} (?P<tag>\w*|.*?) *:{_MESSAGE}'
 # Seconds of fewer than three columns are the rest of a line that lost its beginning.
 FORMS = {name: re.compile(form) for name, form in (
     ('threadtime', rf'{_CLOCK}\s+{_BY_COLUMN}'),
@@ -49,7 +49,16 @@ _DAYS_BEFORE = [0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335]
 class Line:
     """One line. `time` is in seconds and never far below that of the line before, `clock` is what the
     line says; empty where the form has none. What the form lacks is 0 (pid, tid) or empty (tag)."""
-    __slots__ = ('file', 'number', 'time', 'clock', 'pid', 'tid', 'priority', 'tag', 'message', 'raw')
+    __slots__ = ('file', 'number', 'raw', 'time', 'pid', 'tid', 'priority', 'tag', 'message', '_stamp')
+
+    def __init__(self, file, number, raw, time, stamp, pid, tid, priority, tag, message):
+        self.file, self.number, self.raw, self.time, self._stamp = file, number, raw, time, stamp
+        self.pid, self.tid, self.priority, self.tag, self.message = pid, tid, priority, tag, message
+
+    @property
+    def clock(self):
+        clock, part = self._stamp
+        return f'{clock[6:] if "-" in clock else clock}.{part[:3]}' if clock else ''
 
     def shown(self):
         return f'{self.file}:{self.number}: {self.raw[:300]}'
@@ -121,8 +130,8 @@ class Source:
         held = None
         for line in self._read():
             if held is not None:
-                if held.time is not None and line.time is not None and self._latest and \
-                        self._latest - JUMP <= line.time + self._offset < held.time + self._offset - JUMP:
+                if held.time is not None and line.time is not None and line.time < held.time - JUMP and \
+                        self._latest and self._latest - JUMP <= line.time + self._offset:
                     held.time = None  # It alone is ahead: its clock is damaged.
                 held.time = self._corrected(held.time)
                 yield held
@@ -135,11 +144,11 @@ class Source:
 
     def _read(self):
         header = None  # Of the form "long".
+        number = 0
         for raw in self._texts():
-            self.lines += 1
-            line = Line()
-            line.file, line.number, line.raw = self.name, self.lines, raw.rstrip('\r\n')
-            text = _COLOUR.sub('', line.raw) if '\x1b' in raw else line.raw
+            self.lines = number = number + 1
+            raw = raw.rstrip('\r\n')
+            text = _COLOUR.sub('', raw) if '\x1b' in raw else raw
             match = self._form.match(text) or self._other_form(text)
             is_header = match is not None and self._form is LONG
             if is_header:
@@ -150,20 +159,15 @@ class Source:
                 header = None
             if match is None or is_header:
                 self.formless += bool(text) and not is_header
-                line.tag = line.time = None
-                line.pid = line.tid = 0
-                yield line
+                yield Line(self.name, number, raw, None, ('', ''), 0, 0, '', None, '')
                 continue
-            clock, fraction, pid, tid, line.priority, line.tag, message = match.group(*GROUPS)
+            clock, part, pid, tid, priority, tag, message = match.group(*GROUPS)
+            time = None
             if clock:
                 seconds = self._second[1] if clock == self._second[0] else self._seconds(clock)
-                line.time = seconds + int(fraction) / 10 ** len(fraction)
-                line.clock = f'{clock[6:] if "-" in clock else clock}.{fraction[:3]}'
-            else:
-                line.time, line.clock = None, ''
-            line.pid, line.tid = int(pid or 0), int(tid or 0)
-            line.message = text if match is header else (message or '').strip()
-            yield line
+                time = seconds + int(part) / 10 ** len(part)
+            yield Line(self.name, number, raw, time, (clock, part), int(pid or 0), int(tid or 0), priority, tag,
+                       text if match is header else (message or '').strip())
 
 
 def opened(paths):

@@ -120,7 +120,6 @@ class History:
             thread.found.add(line)
         else:
             finding = self.find(rule, f'process {line.pid}', [line], line.message)
-            thread.told = finding if rule != 'platform-says' else None
             if rule == 'patience-over':
                 thread.finding = finding  # The library's own lines follow.
 
@@ -203,13 +202,10 @@ class History:
 
     def find(self, rule, who, lines, detail='', lives=(), absent=False):
         """Adds a finding; `absent` says that it rests on lines which are not there."""
-        thread = self._threads.get((lines[-1].pid, lines[-1].tid)) or Thread(None)
-        told, thread.told = thread.told, None
-        if told and told.rule == rule and lines[-1].time - told.lines[-1].time < SOON:
-            told.whose, told.lives = who, lives
-            told.lines += lines
-            return told
-        thread.found = finding = Finding(rule, who, lines, detail, lives)
+        finding = Finding(rule, who, lines, detail, lives)
+        thread = self._threads.get((lines[-1].pid, lines[-1].tid))
+        if thread:
+            thread.found = finding
         (self._absences if absent else self.verdicts).add(finding)
         return finding
 
@@ -231,7 +227,9 @@ class History:
                 rule = 'cause-unknown'  # The line that tells it is not there.
             elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
                 rule = 'grant-lost'
-            elif name == 'resource_unread' and life is not None and life.id is not None and life.held_since:
+            elif name == 'grant_lost':
+                rule = 'grant-unreadable'
+            elif name == 'resource_unread' and life is not None and life.core is not None and life.held_since:
                 rule = 'port-not-granted'  # The core was read before.
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)

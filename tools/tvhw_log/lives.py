@@ -72,7 +72,6 @@ class Thread:
         self.life = self.finding = self.found = self.reclaimed_id = self.channel = self.panel = self.held_up = None
         self.event = None  # The library's last on it.
         self.ended = None  # The reclaim that has ended, until the host platform tells how long it took.
-        self.told = None  # The last finding that is a mistake in the host platform's words.
         self.reclaims = []  # Those under way, the innermost last.
         self.is_new = True  # No line of it has been read.
 

@@ -4,10 +4,9 @@ the data that is put into it here."""
 import json
 import pathlib
 
-from .report import as_json, calls_of, state_of
+from .report import as_json, told_of
 
-KEPT_BARS = 20000  # Of calls, and as many of all else.
-KEPT_LINES = 20000  # Of calls, and as many of all else.
+KEPT = 20000  # Bars and lines of calls, and as many of all else.
 
 
 class Page:
@@ -17,20 +16,20 @@ class Page:
         self._left_out = {'bars': 0, 'lines': 0}
         self._tracks = {}
 
-    def _keep(self, name, kept, limit, entry):
-        if len(kept) < limit:
+    def _keep(self, name, kept, entry):
+        if len(kept) < KEPT:
             kept.append(entry)
         else:
             self._left_out[name] += 1
 
     def line(self, line):
-        self._keep('lines', self._lines[line.tag in ('HostPlatform', 'Codec')], KEPT_LINES, line)
+        self._keep('lines', self._lines[line.tag in ('HostPlatform', 'Codec')], line)
 
     def interval(self, track, what, text, begin, end, life, arguments):
         key = (track[1].pid, 0, track[1].number) if track[0] == 'life' else (track[1], 1, track[2])
         self._tracks[key] = track[1].name if track[0] == 'life' else f'thread {track[2]}'
         details = ', '.join(f'{name} {value}' for name, value in arguments.items() if value != '')
-        self._keep('bars', self._bars[what in ('call', 'platform')], KEPT_BARS,
+        self._keep('bars', self._bars[what in ('call', 'platform')],
                    [key, what, f'{text} ({details})' if details else text, begin, end])
 
     def arrow(self, _origin, _target, _reclaim):
@@ -55,10 +54,7 @@ class Page:
             tracks=[[self._tracks[key], key[0], key[1]] for key in tracks],
             bars=[[rows[key], what, text, round(begin - start, 6), round(end - start, 6)]
                   for key, what, text, begin, end in self._bars[False] + self._bars[True]],
-            lives=[{'who': life.who, 'state': state_of(life, history.process(life.pid).has_calls),
-                    'moments': [[line.clock, text] for line, text in
-                                sorted(life.moments, key=lambda moment: moment[0].time)]
-                    + ([['', calls_of(life)]] if life.calls else [])} for life in history.lives],
+            lives=[told_of(life, history.process(life.pid).has_calls) for life in history.lives],
             log=[[line.file, line.number, line.raw[:2000], round(line.time - start, 6)] for line in lines])
         page = (pathlib.Path(__file__).parent / 'page.html').read_text(encoding='utf-8').split('"DATA"')
         with open(path, 'w', encoding='utf-8') as file:

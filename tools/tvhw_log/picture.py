@@ -129,75 +129,55 @@ class Scale:
         for count in range(int(span / step) + 1):
             x = LEFT + count * step * self._pixels
             yield f'<path d="M{x:.1f} {top}V{bottom}" stroke="#e5e5e5"/>'
-            yield _text(x, bottom + 18, f'{count * step * unit:g} {name}',
-                        'text-anchor="middle" fill="#555"')
+            yield _text(x, bottom + 18, f'{count * step * unit:g} {name}', 'text-anchor="middle" fill="#555"')
 
 
 def _text(x, y, text, style=''):
     return f'<text x="{x:.1f}" y="{y:.1f}" {style}>{escape(text)}</text>'
 
 
-def _bar(scale, interval, y, height, fill, text=None):
-    left, right = scale.x(interval.begin), scale.x(interval.end)
-    width = max(1.0, right - left)
-    yield (f'<rect x="{left:.1f}" y="{y}" width="{width:.1f}" height="{height}" fill="{fill}" '
-           f'stroke="#333" stroke-width=".4"><title>{escape(interval.text)}</title></rect>')
+def _box(scale, interval, y, height, style, text=''):
+    left = scale.x(interval.begin)
+    width = max(1.0, scale.x(interval.end) - left)
+    yield (f'<rect x="{left:.1f}" y="{y}" width="{width:.1f}" height="{height}" {style}>'
+           f'<title>{escape(interval.text)}</title></rect>')
     size = 11 if height > 15 else 9
-    text = interval.text if text is None else text
-    if len(text) * size * 0.56 < width - 6:
+    if text and len(text) * size * 0.56 < width - 6:
         colour = 'white' if interval.what in ('release', 'blank', 'call') else '#111'
-        plate = interval.what in ('closed', 'ask')
-        style = f'font-size="{size}" fill="{colour}"'
-        if plate:
-            style += ' stroke="white" stroke-width="3" paint-order="stroke"'
-        yield _text(left + 4, y + height - (height - size) / 2 - 1.5, text, style)
+        plate = ' stroke="white" stroke-width="3" paint-order="stroke"' if interval.what in ('closed', 'ask') else ''
+        yield _text(left + 4, y + (height + size) / 2 - 1.5, text, f'font-size="{size}" fill="{colour}"{plate}')
 
 
-def _client(life, intervals, scale, y):
+def _bar(scale, interval, y, height):
+    number = int(''.join(filter(str.isdigit, str(interval.life.core))) or 0)
+    fill = FILLS.get(interval.what) or CORES[number % len(CORES)]
+    text = ('holds ' if interval.what == 'hold' else '') + interval.text
+    return _box(scale, interval, y, height, f'fill="{fill}" stroke="#333" stroke-width=".4"', text)
+
+
+def _client(life, intervals, scale, top):
     """Returns the rows of a client and where the next one begins."""
-    rows = [_text(16, y + 15, life.name, 'font-weight="bold"'),
-            _text(16, y + 29, f'process {life.pid}' + (f' for {life.calling_pid}' if life.calling_pid else ''),
+    rows = [_text(16, top + 15, life.name, 'font-weight="bold"'),
+            _text(16, top + 29, f'process {life.pid}' + (f' for {life.calling_pid}' if life.calling_pid else ''),
                   'font-size="10" fill="#555"')]
-    top = y
+    has_guard = False
     for interval in intervals:
-        if interval.what in ('hold', 'ask', 'closed', 'blank', 'shown'):
-            number = int(''.join(filter(str.isdigit, str(life.core))) or 0)
-            fill = FILLS.get(interval.what) or CORES[number % len(CORES)]
-            rows += _bar(scale, interval, y, LANE, fill, 'holds ' + interval.text
-                         if interval.what == 'hold' else None)
-    guard = [interval for interval in intervals if interval.what in ('wait', 'release', 'stop', 'guard')]
-    if guard:
-        y += LANE + 3
-        for interval in guard:
-            if interval.what != 'guard':
-                rows += _bar(scale, interval, y, LANE - 6, FILLS[interval.what])
-            else:
-                left, right = scale.x(interval.begin), scale.x(interval.end)
-                rows.append(f'<rect x="{left:.1f}" y="{top - 3}" width="{max(1, right - left):.1f}" '
-                            f'height="{2 * LANE + 3}" fill="none" stroke="#cb181d" stroke-width="1.5" '
-                            'stroke-dasharray="5 3"/>')
-        y -= 6
-    y = max(y + LANE + 4, top + 34)  # Below the names.
+        if interval.what == 'guard':
+            has_guard = True
+            rows += _box(scale, interval, top - 3, 2 * LANE + 3,
+                         'fill="none" stroke="#cb181d" stroke-width="1.5" stroke-dasharray="5 3"')
+        elif interval.what in ('wait', 'release', 'stop'):
+            rows += _bar(scale, interval, top + LANE + 3, LANE - 6)
+        elif interval.what != 'call':
+            rows += _bar(scale, interval, top, LANE)
+    y = top + max(34, LANE * (2 if has_guard else 1) + 4)  # Below the names.
     for thread in sorted({interval.thread for interval in intervals if interval.what == 'call'}):
-        calls = [interval for interval in intervals if interval.thread == thread]
         rows.append(_text(LEFT - 8, y + 10, f'thread {thread}', 'font-size="9" fill="#555" text-anchor="end"'))
-        for call in _merged(calls, scale):
-            rows += _bar(scale, call, y, CALL_LANE - 3, FILLS['call'])
+        for call in intervals:
+            if call.what == 'call' and call.thread == thread:
+                rows += _bar(scale, call, y, CALL_LANE - 3)
         y += CALL_LANE
-    return rows, max(y, top + 34) + GAP
-
-
-def _merged(calls, scale):
-    """Joins calls that are too short and too close to be told apart."""
-    joined = []
-    for call in sorted(calls, key=lambda call: call.begin):
-        before = joined[-1] if joined else None
-        if (before and scale.x(call.begin) - scale.x(before.end) < 1.0
-                and scale.x(call.end) - scale.x(call.begin) < 2.0):
-            joined[-1] = before._replace(end=max(before.end, call.end), text='calls')
-        else:
-            joined.append(call)
-    return joined
+    return rows, y + GAP
 
 
 def _arrow(x, newcomer, victim):
@@ -209,8 +189,8 @@ def _arrow(x, newcomer, victim):
 def _legend(y, shown):
     x = LEFT
     for what, text in LEGEND:
-        if what not in shown:
-            continue
-        yield f'<rect x="{x}" y="{y - 10}" width="14" height="11" fill="{FILLS[what]}" stroke="#333" stroke-width=".4"/>'
-        yield _text(x + 19, y, text, 'font-size="11"')
-        x += 32 + len(text) * 6.1
+        if what in shown:
+            yield (f'<rect x="{x}" y="{y - 10}" width="14" height="11" fill="{FILLS[what]}" stroke="#333" '
+                   'stroke-width=".4"/>')
+            yield _text(x + 19, y, text, 'font-size="11"')
+            x += 32 + len(text) * 6.1

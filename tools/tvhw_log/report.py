@@ -15,44 +15,44 @@ def _wrapped(label, text):
                          break_on_hyphens=False)
 
 
-def calls_of(life):
+def _calls_of(life):
     total = sum(count for count, _ in life.calls.values())
     most = sorted(life.calls.items(), key=lambda call: -call[1][0])[:SHOWN_CALLS]
     parts = [f'{name} {_times(count, "time")}, longest {longest / 1000:.1f} ms' for name, (count, longest) in most]
     return f'{_times(total, "call")} into the codec: ' + '; '.join(parts)
 
 
-def state_of(life, knows):
+def _state_of(life, knows):
     """Returns the last state of a client, as far as it is known; of all else, only whether it is closed."""
     if life.channel is not None or life.kind == 'image sink':
         return 'closed' if life.state == 'closed' else ''
     return life.state if knows or life.state != 'holding' else 'held a core; its release would not be logged'
 
 
-def _life(life, knows):
-    state = state_of(life, knows)
-    yield f'{life.who}' + (f'  [{state}]' if state else '')
-    for line, text in sorted(life.moments, key=lambda moment: moment[0].time):
-        yield f'  {line.clock:<13} {text}'
+def told_of(life, knows):
+    """Returns who a client is, its last state, and its moments as (clock, text)."""
+    moments = [(line.clock, text) for line, text in sorted(life.moments, key=lambda moment: moment[0].time)]
     if life.left_out:
-        yield f'  {"":<13} (before the last of these: {_times(life.left_out, "more moment")})'
+        moments.append(('', f'(before the last of these: {_times(life.left_out, "more moment")})'))
     if life.calls:
-        yield f'  {"":<13} {calls_of(life)}'
+        moments.append(('', _calls_of(life)))
+    return {'who': life.who, 'state': _state_of(life, knows), 'moments': moments}
 
 
-def _verdict(number, rule, count, findings):
-    yield f'{number}. {rule.title}' + (f'  ({count} times)' if count > 1 else '')
-    yield _wrapped('Proved:', rule.proved)
-    yield _wrapped('Suggested:', rule.suggested)
-    yield _wrapped('Look at:', rule.next)
+def _verdict(number, verdict):
+    findings = verdict['findings']
+    yield f'{number}. {verdict["title"]}' + (f'  ({verdict["count"]} times)' if verdict['count'] > 1 else '')
+    yield _wrapped('Proved:', verdict['proved'])
+    yield _wrapped('Suggested:', verdict['suggested'])
+    yield _wrapped('Look at:', verdict['next'])
     for finding in findings:
-        yield _wrapped('Whose:', finding.who + (f': {finding.detail}' if finding.detail else ''))
-        if finding.candidates:
-            yield _wrapped('Maybe by:', '; '.join(finding.candidates))
-        for line in finding.lines:
-            yield f'     {line.shown()}'
-    if count > len(findings):
-        yield f'   ... and {_times(count - len(findings), "time")} more'
+        yield _wrapped('Whose:', ': '.join(filter(None, (finding['who'], finding['detail']))))
+        if finding['candidates']:
+            yield _wrapped('Maybe by:', '; '.join(finding['candidates']))
+        for line in finding['lines']:
+            yield f'     {line["file"]}:{line["line"]}: {line["text"][:300]}'
+    if verdict['count'] > len(findings):
+        yield f'   ... and {_times(verdict["count"] - len(findings), "time")} more'
 
 
 def what_is_not_told(history):
@@ -69,8 +69,9 @@ def what_is_not_told(history):
         yield ('Levels 0 and 1, as far as is seen: only failures are logged. Grants, reclaims that went well, '
                'and who holds what are not.')
     else:
-        yield (f'Levels 0 to {level}, as far as is seen: releases are not logged, nor how many cores there '
-               'are. Who holds a core, and whom a reclaim is for, is a guess where several fit; the wait for calls and release() are not told apart.')
+        yield (f'Levels 0 to {level}, as far as is seen: releases are not logged, nor how many cores there are. Who '
+               'holds a core, and whom a reclaim is for, is a guess where several fit; the wait for calls and '
+               'release() are not told apart.')
     if level == 2:
         yield 'Nor is logged what was asked for, nor what was done with windows and still pictures (level 3).'
 
@@ -104,18 +105,21 @@ def report(history, sources):
     yield 'CLIENTS'
     for life in history.lives:
         yield ''
-        yield from _life(life, history.process(life.pid).has_calls)
+        told = told_of(life, history.process(life.pid).has_calls)
+        yield told['who'] + (f'  [{told["state"]}]' if told['state'] else '')
+        for clock, text in told['moments']:
+            yield f'  {clock:<13} {text}'
     if not history.lives:
         yield 'None.'
     if history.dropped:
         yield f'({_times(history.dropped, "earlier client")} left out.)'
     yield ''
     yield 'VERDICTS, the worst first'
-    ranked = history.verdicts.ranked()
-    for number, (rule, count, findings) in enumerate(ranked, 1):
+    verdicts = as_json(history, sources)['verdicts']
+    for number, verdict in enumerate(verdicts, 1):
         yield ''
-        yield from _verdict(number, rule, count, findings)
-    if not ranked:
+        yield from _verdict(number, verdict)
+    if not verdicts:
         yield 'Nothing is wrong, as far as this log tells.'
     if history.notes:
         yield ''

@@ -56,6 +56,7 @@ class Channels:
         if life.moments:
             life.tell(line, 'closed')
         life.state = 'closed'
+        life.since.clear()
 
     def blank(self, line, thread, channel, blank):
         life = self._at(line, thread, channel)

@@ -52,7 +52,8 @@ class Service:
 
     def refuses(self, line, client, pid, code, silent=None):
         self._refused[pid] = (line, client, int(code), silent)
-        self.stuck.update((int(process), int(number)) for number, process in re.findall(_CLIENT, silent or '') if process)
+        self.stuck.update((int(process), int(number))
+                          for number, process in re.findall(_CLIENT, silent or '') if process)
         if pid in self._unexplained:
             self.explains(*self._unexplained.pop(pid))
 

@@ -15,26 +15,22 @@ RULES = [Rule(*row) for row in [
     ('reclaim-hangs', 'A reclaim does not end',
      'It began, and no line tells its end though the log goes on.',
      'The wait for calls ends after 3 seconds, so that the codec\'s release() would be what does not return.',
-     'The stack of the thread of "reclaim: start": what the codec\'s release() waits for, often a thread '
-     'of the codec that never ends.'),
+     'The stack of the thread of "reclaim: start": what release() waits for, often a thread of the codec that never ends.'),
     ('codec-stuck', 'Calls were stuck in the codec when it was reclaimed',
      'Calls had not returned 3 seconds after a reclaim began. The codec was then released under them; until '
      'then nobody else got the core.',
      'They wait in the codec, or in the resource manager\'s Free: nothing else is done inside the guard.',
-     'Which calls these are (level 4 names them) and what they wait for. A call must return when its input '
-     'or output stalls.'),
+     'Which calls these are (level 4 names them), what they wait for: a call must return when its input or output stalls.'),
     ('patience-over', 'A reclaim outlived the resource manager\'s patience',
      'A request was refused with -110: on the host platform a holder has not answered for 10 seconds.',
-     'The holder is one whose reclaim had begun and not ended by then; a codec\'s release() is what can take '
-     'so long.',
+     'The holder is one whose reclaim had begun and not ended; a codec\'s release() is what can take so long.',
      'What the release() of the candidates waits for.'),
     ('forced', 'A core was taken from a client by force',
      'The service was told to, and did not ask the client, whose codec goes on as if it had the core.',
      'Its holder was stuck, or in somebody\'s way.',
      'Who called the service\'s --force, and why.'),
     ('release-slow', 'A codec\'s release() took long in a reclaim',
-     'The reclaim lasted longer than the 3 seconds for which it waits for calls, or the codec\'s own line '
-     'tells how long its release() took. The newcomer waited as long.',
+     'It lasted longer than the 3 seconds for which it waits for calls, or its own line tells so. The newcomer waited, too.',
      'The codec waits in release(), often for a thread of its own; below level 4 a clock that was set looks alike.',
      'What that release() does; a stack of the thread while it lasts.'),
     ('manager-unreachable', 'The resource manager cannot be reached',
@@ -55,16 +51,14 @@ RULES = [Rule(*row) for row in [
      'Somebody keeps the resource client alive: the manager\'s clients add up.',
      'Who keeps the resource client after the release.'),
     ('id-unreadable', 'A core was granted, but its id cannot be read',
-     'The manager granted a core and then could not tell the client\'s id. The configure operation failed '
-     '(-1) although the core is held; the next one goes on with that core.',
+     'The client\'s id could not be told. The configure operation failed (-1), the core is held; the next one goes on with it.',
      'A failure in the manager.',
      'Whether the owner released or destroyed the wrapper after the failure; the code behind "ret=".'),
     ('no-codec', 'The resource manager knows no codec for this type of stream',
      'There is no codec type for the MIME type of the stream (an empty one: the library knows none either). '
      'The request was sent all the same and cannot be served.',
      'The caller passed a type that this device does not have.',
-     'The CodecType that the caller passed (for an encoder, its key "outFormat"), and whether this device has '
-     'such a codec at all.'),
+     'The CodecType that the caller passed (for an encoder, key "outFormat"), and whether the device has such a codec.'),
     ('no-such-core', 'No core could ever serve the request',
      'A request was refused with -95: on the host platform no core of the pool has the size and use asked for, '
      'or the type of stream has no codec (level 1 tells that). Nobody holds such a core.',
@@ -85,20 +79,18 @@ RULES = [Rule(*row) for row in [
      'Whether those encoders should still be running; only their owners can end them.'),
     ('refused', 'The resource manager refused a request for a core',
      'The request was sent with the right to take a core from another client, and was refused.',
-     'All cores that fit are held and their holders keep them. The candidates may hold one; none of them '
-     'is at fault by that.',
+     'All cores that fit are held and their holders keep them. A candidate may hold one, and is not at fault by that.',
      'The size asked for beside the largest size of the cores; the manager\'s code behind "ret=".'),
     ('grant-lost', 'The request was accepted, but nothing is held',
      'The manager accepted the request for a core and then said that the client holds nothing.',
      'It was probably taken back at once.',
      'A reclaim for the same client at that moment; the manager\'s own log.'),
     ('grant-unreadable', 'The resource manager cannot tell what was granted',
-     'Reading back what the client holds failed, so that the configure operation could not go on.',
+     'Reading back what the client holds failed. With "get resource fail" the configure operation could not go on.',
      'A failure in the manager, unless a line before these is lost.',
      'The manager\'s code behind "ret=".'),
     ('codec-refused', 'A codec refused to be configured',
-     'The codec was asked with what was granted, and answered with that status. The core stays held until '
-     'the wrapper is released.',
+     'The codec was asked with what was granted, and answered so. The core stays held until the wrapper is released.',
      'The stream, or what the configuration says of it, is not one for this codec.',
      'The codec\'s own log; the configuration that the caller passed.'),
     ('not-configured', 'A codec was called that was not configured, or no longer',
@@ -117,8 +109,7 @@ RULES = [Rule(*row) for row in [
      'Others hold the two ports.',
      'Who holds the display ports; the manager\'s code behind "ret=", if there is one.'),
     ('ports-not-cleared', 'The display ports could not be cleared',
-     'Pixel mode clears both ports before it starts. That failed, the configure operation too (-1), and '
-     'the core stays with the wrapper until it is released.',
+     'Pixel mode clears both ports first. That failed, the configure operation too (-1); the wrapper keeps the core.',
      'A failure in the manager.',
      'Whether the owner released the wrapper after the failure; what still shows on the ports.'),
     ('port-of-nobody', 'The scaler was given port 255, which no decoder has',
@@ -138,8 +129,7 @@ RULES = [Rule(*row) for row in [
      'There is no source of that type and port yet, or another is connected.',
      'A decoder that has the port, an input that has a signal. Connect again, then place the window.'),
     ('adaptive-unset', 'The window was left blank: the adaptive setting failed',
-     'The source was connected, but the scaler refused to be told whether its size changes. The window '
-     'stays blank and the new source is not noted.',
+     'The scaler refused to be told whether the source\'s size changes: blank, and the new source is not noted.',
      'A failure in the scaler.',
      'The scaler\'s own log. Connect again, then place the window.'),
     ('blank-failed', 'Blanking or showing the window failed',
@@ -151,8 +141,7 @@ RULES = [Rule(*row) for row in [
      'The caller placed the window before it knew its size.',
      'The region that the caller passed.'),
     ('region-before-adaptive', 'A region was programmed before the stream was adaptive',
-     'The region was given in pixels of the source, as for a stream of one size; then the stream became '
-     'adaptive, whose regions are in pixels of the panel.',
+     'It was given in pixels of the source; then the stream became adaptive, whose regions are in pixels of the panel.',
      'What is shown is cut or scaled wrongly until the next region.',
      'The caller\'s order: connect with the adaptive flag first, then updateRegion.'),
     ('never-placed', 'The window was left blank: it was never placed',
@@ -161,8 +150,7 @@ RULES = [Rule(*row) for row in [
      'Why the caller did not report a region after it connected the source.'),
     ('region-refused', 'The scaler refused a region',
      'The window is shown, but with the region of before.',
-     'The region does not fit the source or the panel. A number just below 65536 comes from an end that lies '
-     'before its start.',
+     'It does not fit the source or the panel. A number just below 65536 comes from an end that lies before its start.',
      'The four numbers (x/y/width/height) beside the size of the source and of the panel.'),
     ('disconnect-failed', 'Disconnecting the source failed',
      'The scaler may still show the old source. It names the source by what the last region update said.',
@@ -198,8 +186,7 @@ RULES = [Rule(*row) for row in [
      'Its owner has not noticed, or keeps a reference. On some platforms the core is not free until then.',
      'Who holds the last reference to this wrapper: after the first -19 its owner must let it go.'),
     ('no-size', 'A core was asked for without a size',
-     'The width or height is 0 or missing in the configuration. A decoder then asks for 1280x720 or, '
-     'adaptive, 1920x1080 at least; an encoder for a core of any size.',
+     'Width or height is 0 or missing. A decoder asks for 1280x720 then or, adaptive, 1920x1080 at least; an encoder for any.',
      'The caller left a key out: the core may be too small for the stream.',
      'The configuration that the caller passed.'),
     ('panel-unknown', 'The size of the panel is not known',
@@ -216,8 +203,8 @@ RULES = [Rule(*row) for row in [
      'The line, and what the process did just before it.'),
     ('cause-unknown', 'A request failed, for a reason that is not in the log',
      'Reading back what was granted failed; that is how a refused request ends.',
-     'The lines that tell why were written before the log begins.',
-     'A longer log.'),
+     'The request was refused before the log begins, or what it granted was taken back at once or cannot be read.',
+     'A longer log, of a higher level.'),
 ]]
 
 NO_SUCH_CORE, STUCK, NO_SERVICE, INVALID, NOTHING_HELD = -95, -110, -111, -22, -61  # The host platform's codes.
