@@ -98,6 +98,8 @@ TEST_F(ServiceTest, ANewcomerTakesTheCoreOfAnotherProcess) {
     auto const live = holder("keep", 640);
     auto const player = holder("give", 1920);
     Client newcomer;
+    TVHW_CRM_ACQUIRE_PARAM request{1, 640, 0, 0, 0, 0, {}};
+    EXPECT_EQ(TVHW_CRM_ClientTryAcquireResource(newcomer.handle, &request), -16);
     EXPECT_EQ(newcomer.acquire(), 0);
     EXPECT_EQ(newcomer.core(), 3);
     EXPECT_EQ(newcomer.acquire(640, TVHW_CRM_CODEC_TYPE_DISPLAY), 0);
