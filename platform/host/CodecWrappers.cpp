@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
@@ -104,20 +105,15 @@ CallOfThread* otherCall(void const* wrapper, char const* operationStart) {
     });
 }
 
-struct AtExit {
-    AtExit() = default;
-    AtExit(AtExit const&) = delete;
-    AtExit& operator=(AtExit const&) = delete;
-    ~AtExit() {
-        auto const* const call = gCalls.find([](CallOfThread const& each) {
-            return each.wrapper != nullptr && std::strcmp(each.operation, "release") == 0;
-        });
-        if (call != nullptr) {
-            tellMisuse(Misuse::kReleaseHangs, called(call->wrapper, "release") +
-                                                  " has not returned when the process ends");
-        }
+[[maybe_unused]] int const gTellsAtExit = std::atexit([] {
+    auto const* const call = gCalls.find([](CallOfThread const& each) {
+        return each.wrapper != nullptr && std::strcmp(each.operation, "release") == 0;
+    });
+    if (call != nullptr) {
+        tellMisuse(called(call->wrapper, "release") + " has not returned when the process ends",
+                   kLetReleaseReturn);
     }
-} const gAtExit;
+});
 
 }  // namespace
 
@@ -153,8 +149,8 @@ void forgetWrapper(void const* wrapper) {
     auto const* const call =
         gCalls.find([&](CallOfThread const& each) { return each.wrapper == wrapper; });
     if (call != nullptr) {
-        tellMisuse(Misuse::kDestroyedInCall,
-                   called(wrapper, call->operation) + " is under way, and the wrapper destroyed");
+        tellMisuse(called(wrapper, call->operation) + " is under way, and the wrapper destroyed",
+                   "end the threads that use a wrapper before you destroy it");
     }
     if (Wrapper* const record = find(wrapper); record != nullptr) {
         enter(*record, State::kConfigured);
@@ -164,8 +160,8 @@ void forgetWrapper(void const* wrapper) {
 
 void tellOverlap(void const* wrapper, char const* operation) {
     if (otherCall(wrapper, "configure") != nullptr || otherCall(wrapper, "reconf") != nullptr) {
-        tellMisuse(Misuse::kConfiguresOverlap,
-                   called(wrapper, operation) + " while another thread configures it");
+        tellMisuse(called(wrapper, operation) + " while another thread configures it",
+                   "let one thread at a time configure a codec");
     }
 }
 
@@ -184,12 +180,13 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
         enter(*record, State::kConfigured);
     }
     if (config.getInt32(key::kWidth, 0) <= 0 || config.getInt32(key::kHeight, 0) <= 0) {
-        tellMisuse(Misuse::kNoSize, called(wrapper, operation) + " without width or height");
+        tellMisuse(called(wrapper, operation) + " without width or height",
+                   "set both to the size of the pictures, which decides what core is asked for");
     }
     for (std::string const& unread : takeUnreadKeys(config)) {
-        tellMisuse(Misuse::kUnknownKey, called(wrapper, operation) + " with the key " + unread +
-                                            ", which nobody reads; the nearest is " +
-                                            nearestKnownKey(unread));
+        tellMisuse(called(wrapper, operation) + " with the key " + unread +
+                       ", which nobody reads; the nearest is " + nearestKnownKey(unread),
+                   "use the names of kvo/media/hardware/ConfigurationKeys.h");
     }
 }
 
@@ -211,7 +208,8 @@ void noteReconfiguring(void const* wrapper, Configuration const& config) {
         std::ostringstream text;
         text << called(wrapper, "reconfigureOutputBuffer") << " with " << width << 'x' << height
              << ", configured with " << record->width << 'x' << record->height;
-        tellMisuse(Misuse::kOtherSize, text.str());
+        tellMisuse(text.str(),
+                   "release the decoder and configure it, or configure it with adaptive-enable");
     }
 }
 
@@ -220,8 +218,9 @@ void noteReleasing(media::hardware::BufferInfo const& buffer) {
     bool const isGranted =
         port >= 0 && port < 32 && (gGrantedPorts >> static_cast<unsigned int>(port) & 1U) != 0;
     if (port >= 0 && !isGranted && !isPortHeld(port)) {
-        tellMisuse(Misuse::kPortOfNobody, "releaseOutputBuffer() of a buffer with videoPort " +
-                                              std::to_string(port) + ", which nobody has");
+        tellMisuse("releaseOutputBuffer() of a buffer with videoPort " + std::to_string(port) +
+                       ", which nobody has",
+                   "release a buffer as it was dequeued, or with a port that was granted");
     }
 }
 
@@ -233,10 +232,13 @@ void checkCall(void const* wrapper, char const* operation) {
     if (record == nullptr || record->state == State::kConfigured || record->isTold.exchange(true)) {
         return;
     }
-    bool const isReleased = record->state == State::kReleased;
-    tellMisuse(isReleased ? Misuse::kCallAfterRelease : Misuse::kCallBeforeConfigure,
-               called(wrapper, operation) +
-                   (isReleased ? " after its release" : " before it is configured"));
+    if (record->state == State::kReleased) {
+        tellMisuse(called(wrapper, operation) + " after its release",
+                   "configure it again, or end the threads that use a codec before you release it");
+    } else {
+        tellMisuse(called(wrapper, operation) + " before it is configured",
+                   "use a codec after one of its configure operations has succeeded");
+    }
 }
 
 }  // namespace kvo::host

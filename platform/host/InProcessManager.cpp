@@ -11,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/Misuse.h"
 #include "host/PlatformCall.h"
@@ -213,18 +214,16 @@ private:
     std::map<ResourcePool::Number, Waiter*> mWaiters;
 };
 
-InProcessManager& manager() {
-    static auto& theManager = *new InProcessManager;
-    return theManager;
-}
+InProcessManager& manager() { return forever<InProcessManager>(); }
 
-[[maybe_unused]] bool const gResets = [] {
+OnReset const gOnReset([] {
+    manager().setCores(settings().pool);
+    manager().force({});
+});
+
+[[maybe_unused]] bool const gIsRegistered = [] {
     setReclaimer([] { manager().reclaimFromHolder(); });
     setPortRegister([](int port) { return manager().isPortHeld(port); });
-    onReset([] {
-        manager().setCores(settings().pool);
-        manager().force({});
-    });
     return true;
 }();
 

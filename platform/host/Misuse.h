@@ -8,25 +8,13 @@
 /// HostPlatform that tells what was done and what to do.
 namespace kvo::host {
 
-enum class Misuse {
-    kCallBeforeConfigure,
-    kCallAfterRelease,
-    kNoSize,
-    kUnknownKey,
-    kOtherSize,
-    kPortOfNobody,
-    kConfiguresOverlap,
-    kDestroyedInCall,
-    kReleaseHangs,
-    kClientLeftOpen,
-    kNoPort,
-    kEmptyWindow,
-    kOffPanel
-};
-
 /// Says "mistake: ", `what` was done, and what to do instead. With KVO_HOST_MISUSE=abort ends the
 /// process there. May be called from any thread.
-KVO_MEDIA_EXPORT void tellMisuse(Misuse kind, std::string const& what);
+KVO_MEDIA_EXPORT void tellMisuse(std::string const& what, char const* advice);
+
+/// What to do when a codec is not stopped.
+inline constexpr char kLetReleaseReturn[] =
+    "let a codec's release() return, whatever its other calls are doing";
 
 /// Sets who knows whether a client of the resource manager holds a display port, counted from 0.
 /// Called once, as a library is loaded; without it every port is taken to be held.

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/Settings.h"
 
@@ -17,36 +18,34 @@ namespace kvo::host {
 namespace {
 
 /// The platform's operations, as failCall names them.
-constexpr std::string_view kOperations[] = {
-    "TVHW_CRM_ClientInit",
-    "TVHW_CRM_ClientFree",
-    "TVHW_CRM_CodecTypeFromMIME",
-    "TVHW_CRM_ClientAcquireResource",
-    "TVHW_CRM_ClientTryAcquireResource",
-    "TVHW_CRM_ClientGetResource",
-    "TVHW_CRM_ClientClearResource",
-    "TVHW_CRM_ClientReleaseResource",
-    "TVHW_CRM_ClientGetUniqueId",
-    "TVHW_VSC_Initialize",
-    "TVHW_VSC_Open",
-    "TVHW_VSC_Close",
-    "TVHW_VSC_Connect",
-    "TVHW_VSC_Disconnect",
-    "TVHW_VSC_SetAdaptiveStreamEx",
-    "TVHW_VSC_SetWinBlank",
-    "TVHW_VSC_SetInputRegion",
-    "TVHW_VSC_SetInputRegion_ForAdaptive",
-    "TVHW_VSC_SetOutputRegion",
-    "TVHW_VO_Open",
-    "TVHW_VO_Close",
-    "TVHW_VO_Config",
-    "TVHW_VO_DisplayPicture",
-    "TVHW_VBE_DISP_GetPanelSize",
-    "getIntProperty",
-    "allowsForcedAcquire",
-    "onProcessReclaimed",
-    "onReclaimedClientReleased",
-};
+constexpr std::string_view kOperations[] = {"TVHW_CRM_ClientInit",
+                                            "TVHW_CRM_ClientFree",
+                                            "TVHW_CRM_CodecTypeFromMIME",
+                                            "TVHW_CRM_ClientAcquireResource",
+                                            "TVHW_CRM_ClientTryAcquireResource",
+                                            "TVHW_CRM_ClientGetResource",
+                                            "TVHW_CRM_ClientClearResource",
+                                            "TVHW_CRM_ClientReleaseResource",
+                                            "TVHW_CRM_ClientGetUniqueId",
+                                            "TVHW_VSC_Initialize",
+                                            "TVHW_VSC_Open",
+                                            "TVHW_VSC_Close",
+                                            "TVHW_VSC_Connect",
+                                            "TVHW_VSC_Disconnect",
+                                            "TVHW_VSC_SetAdaptiveStreamEx",
+                                            "TVHW_VSC_SetWinBlank",
+                                            "TVHW_VSC_SetInputRegion",
+                                            "TVHW_VSC_SetInputRegion_ForAdaptive",
+                                            "TVHW_VSC_SetOutputRegion",
+                                            "TVHW_VO_Open",
+                                            "TVHW_VO_Close",
+                                            "TVHW_VO_Config",
+                                            "TVHW_VO_DisplayPicture",
+                                            "TVHW_VBE_DISP_GetPanelSize",
+                                            "getIntProperty",
+                                            "allowsForcedAcquire",
+                                            "onProcessReclaimed",
+                                            "onReclaimedClientReleased"};
 
 struct Fault {
     std::string operation;
@@ -66,8 +65,7 @@ std::atomic<bool> gRecording{false};
 std::atomic<bool> gHasFaults{!settings().faults.empty()};
 std::atomic<std::uint64_t> gCallCount{0};
 
-/// The parts that need the lock. A function-local object, since the stand-in libraries may call
-/// while they are being loaded.
+/// The parts that need the lock.
 struct State {
     std::mutex mutex;
     std::vector<JournalEntry> journal;
@@ -75,23 +73,17 @@ struct State {
     std::vector<void (*)()> resetHandlers;
 };
 
-State& state() {
-    // Never destroyed: what others keep in static storage may call at the very end.
-    static State& theState = *new State;
-    return theState;
-}
-
 void record(JournalEntry entry) {
-    std::lock_guard<std::mutex> const lock(state().mutex);
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
     if (isRecording()) {
-        state().journal.push_back(std::move(entry));
+        forever<State>().journal.push_back(std::move(entry));
     }
 }
 
 /// Takes the code of a fault that happens with this call of `operation`.
 std::optional<int> takeFault(std::string const& operation) {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    std::vector<Fault>& faults = state().faults;
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    std::vector<Fault>& faults = forever<State>().faults;
     std::optional<int> code;
     for (auto fault = faults.begin(); fault != faults.end();) {
         bool const counts = fault->operation == "*" || fault->operation == operation;
@@ -115,12 +107,12 @@ bool isOperation(std::string const& name) {
 void reset() {
     std::vector<void (*)()> handlers;
     {
-        std::lock_guard<std::mutex> const lock(state().mutex);
+        std::lock_guard<std::mutex> const lock(forever<State>().mutex);
         gRecording.store(false, std::memory_order_relaxed);
-        state().journal.clear();
-        state().faults = faultsOfTheStart();
-        gHasFaults.store(!state().faults.empty(), std::memory_order_relaxed);
-        handlers = state().resetHandlers;
+        forever<State>().journal.clear();
+        forever<State>().faults = faultsOfTheStart();
+        gHasFaults.store(!forever<State>().faults.empty(), std::memory_order_relaxed);
+        handlers = forever<State>().resetHandlers;
     }
     for (auto* const handler : handlers) {
         handler();
@@ -128,15 +120,15 @@ void reset() {
 }
 
 void startJournal() {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    state().journal.clear();
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().journal.clear();
     gRecording.store(true, std::memory_order_relaxed);
 }
 
 std::vector<JournalEntry> stopJournal() {
-    std::lock_guard<std::mutex> const lock(state().mutex);
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
     gRecording.store(false, std::memory_order_relaxed);
-    return std::exchange(state().journal, {});
+    return std::exchange(forever<State>().journal, {});
 }
 
 void note(std::string text) {
@@ -154,8 +146,8 @@ void failCall(std::string operation, int code, std::uint64_t nth) {
         throw std::invalid_argument("failCall: the platform has no operation \"" + operation +
                                     "\"");
     }
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    state().faults.push_back({std::move(operation), code, nth});
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().faults.push_back({std::move(operation), code, nth});
     gHasFaults.store(true, std::memory_order_relaxed);
 }
 
@@ -178,9 +170,9 @@ void recordLogLine(std::string text, char const* file, int line) {
     record({JournalEntry::Kind::kLogLine, std::move(text), file, line});
 }
 
-void onReset(void (*handler)()) {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    state().resetHandlers.push_back(handler);
+OnReset::OnReset(void (*handler)()) {
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().resetHandlers.push_back(handler);
 }
 
 }  // namespace kvo::host

@@ -25,8 +25,10 @@ bool isOperation(std::string const& name);
 /// Records a log line.
 KVO_MEDIA_EXPORT void recordLogLine(std::string text, char const* file, int line);
 
-/// Registers what reset() does for one stand-in library. Called once, as the library is loaded.
-KVO_MEDIA_EXPORT void onReset(void (*handler)());
+/// Registers what reset() does for one stand-in library, as the library is loaded.
+struct KVO_MEDIA_EXPORT OnReset {
+    explicit OnReset(void (*handler)());
+};
 
 /// A call of a platform operation: counted as it is constructed; recorded with its
 /// arguments and logged with its result and duration, too, where that is asked for; made to fail

@@ -188,7 +188,8 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
         return source == mReclaims.end() || isOver ? finish(0)
                                                    : waitFor(number, source->second.holder);
     }
-    if (!isServable(pending.request)) {
+    auto const suitable = leases(pending.request);
+    if (suitable.empty()) {
         return finish(kUnsupported);
     }
     if (pending.tryOnly) {
@@ -200,7 +201,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     Lease const* first = nullptr;
     bool isSomeoneStuck = isOver;
     auto const dependents = dependentsOn(pending);
-    for (Lease const* const lease : leases(pending.request)) {
+    for (Lease const* const lease : suitable) {
         if (isOver || !mayAsk(*lease, pending, dependents)) {
             isSomeoneStuck = isSomeoneStuck || isStuck(lease->holder);
         } else if (first == nullptr || order(*lease) < order(*first)) {
@@ -254,12 +255,6 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
             }
         }
     }
-}
-
-bool ResourcePool::isServable(Request const& request) const {
-    return request.display || std::any_of(mCores.begin(), mCores.end(), [&](Core const& core) {
-               return !core.retired && fits(core.core, request);
-           });
 }
 
 /// Returns the leases of all resources that could serve a request.

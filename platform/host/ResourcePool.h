@@ -198,7 +198,6 @@ private:
     [[nodiscard]] bool mayAsk(Lease const& lease, Pending const& pending,
                               std::set<int> const& dependents) const;
 
-    [[nodiscard]] bool isServable(Request const& request) const;
     [[nodiscard]] std::vector<Lease const*> leases(Request const& request) const;
     template <typename Use>
     void forDeadlines(Use const& use) const;

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <stdexcept>
 
 #include "host/PlatformCall.h"
@@ -52,41 +53,24 @@ int number(std::string const& text, int least, int most) {
     return value;
 }
 
-struct Size {
-    int width;
-    int height;
-};
-
-Size size(std::string const& text) {
-    Parts const parts = split(text, 'x');
-    if (parts.size() != 2) {
+/// Returns what the groups of `form` are in `text`, which must have it, from 1 on. What is longer
+/// than any setting would take too much of the stack.
+Parts match(std::string const& text, char const* form) {
+    std::smatch found;
+    if (text.size() > 1000 || !std::regex_match(text, found, std::regex(form))) {
         refuse();
     }
-    return {number(parts[0], 1, 65535), number(parts[1], 1, 65535)};
+    return {found.begin(), found.end()};
 }
 
-/// Splits a list of NAME=VALUE and hands each to `use`.
-template <typename Use>
-void readPairs(std::string const& text, Use const& use) {
-    for (std::string const& part : split(text, ',')) {
-        auto const equals = part.find('=');
-        if (equals == std::string::npos || equals == 0) {
-            refuse();
-        }
-        use(part.substr(0, equals), part.substr(equals + 1));
-    }
-}
+int size(std::string const& text) { return number(text, 1, 65535); }
 
 void readPool(std::string const& value, Settings& settings) {
     settings.pool.clear();
     for (std::string const& part : split(value, ',')) {
-        Parts const fields = split(part, ':');
-        if (fields.size() != 3 || (fields[0] != "decoder" && fields[0] != "encoder")) {
-            refuse();
-        }
-        Size const most = size(fields[2]);
+        Parts const core = match(part, "(decoder|encoder):([1-4]):(\\d+)x(\\d+)");
         settings.pool.push_back(
-            {number(fields[1], 1, 4), fields[0] == "encoder", most.width, most.height});
+            {number(core[2], 1, 4), core[1] == "encoder", size(core[3]), size(core[4])});
     }
 }
 
@@ -95,47 +79,44 @@ void readPanel(std::string const& value, Settings& settings) {
         settings.panel.readable = false;
         return;
     }
-    Size const panel = size(value);
-    settings.panel = {panel.width, panel.height, true};
+    Parts const panel = match(value, "(\\d+)x(\\d+)");
+    settings.panel = {size(panel[1]), size(panel[2]), true};
 }
 
 void readProperties(std::string const& value, Settings& settings) {
-    readPairs(value, [&](std::string const& name, std::string const& property) {
-        settings.properties[name] = number(property, INT32_MIN, INT32_MAX);
-    });
+    for (std::string const& part : split(value, ',')) {
+        Parts const property = match(part, "([^=]+)=(.*)");
+        settings.properties[property[1]] = number(property[2], INT32_MIN, INT32_MAX);
+    }
 }
 
 void readFaults(std::string const& value, Settings& settings) {
-    readPairs(value, [&](std::string const& operation, std::string const& fault) {
-        Parts const parts = split(fault, '@');
-        if (parts.size() > 2 || (operation != "*" && !isOperation(operation))) {
+    for (std::string const& part : split(value, ',')) {
+        Parts const fault = match(part, "([^=]+)=([^@]*)(@(.*))?");
+        if (fault[1] != "*" && !isOperation(fault[1])) {
             refuse();
         }
-        int const call = parts.size() == 2 ? number(parts[1], 1, INT32_MAX) : 1;
+        int const call = fault[3].empty() ? 1 : number(fault[4], 1, INT32_MAX);
         settings.faults.push_back(
-            {operation, number(parts[0], INT32_MIN, INT32_MAX), static_cast<std::uint64_t>(call)});
-    });
+            {fault[1], number(fault[2], INT32_MIN, INT32_MAX), static_cast<std::uint64_t>(call)});
+    }
 }
 
 void readPolicy(std::string const& value, Settings& settings) {
     settings.priorities.clear();
-    readPairs(value, [&](std::string const& process, std::string const& priority) {
-        settings.priorities[process] = number(priority, -100, 100);
-    });
+    for (std::string const& part : split(value, ',')) {
+        Parts const priority = match(part, "([^=]+)=(.*)");
+        settings.priorities[priority[1]] = number(priority[2], -100, 100);
+    }
 }
 
 void readReclaim(std::string const& value, Settings& settings) {
     using When = Settings::Reclaim::When;
-    std::map<std::string, When> const whens{
-        {"before", When::kBefore}, {"inside", When::kInside}, {"after", When::kAfter}};
-    Parts const parts = split(value, ':');
-    Parts const call = split(parts.back(), '@');
-    auto const when = whens.find(parts.front());
-    if (parts.size() != 2 || call.size() != 2 || when == whens.end() || call[0].empty()) {
-        refuse();
-    }
-    settings.reclaim = {when->second, call[0],
-                        static_cast<std::uint64_t>(number(call[1], 1, INT32_MAX))};
+    Parts const call = match(value, "(before|inside|after):([^:@]+)@(.*)");
+    settings.reclaim = {call[1] == "before"   ? When::kBefore
+                        : call[1] == "inside" ? When::kInside
+                                              : When::kAfter,
+                        call[2], static_cast<std::uint64_t>(number(call[3], 1, INT32_MAX))};
 }
 
 void readMisuse(std::string const& value, Settings& settings) {
@@ -152,14 +133,10 @@ void readLeastHold(std::string const& value, Settings& settings) {
 /// Reads levels as LEVEL or TAG:LEVEL; "*" stands for all other tags.
 void readLogLevels(std::string const& value, Settings& settings) {
     for (std::string const& part : split(value, ',')) {
-        auto const colon = part.rfind(':');
-        bool const hasTag = colon != std::string::npos;
-        int const level = number(hasTag ? part.substr(colon + 1) : part, -1, kCallLevel);
-        std::string const tag = hasTag ? part.substr(0, colon) : "*";
-        if (tag.empty()) {
-            refuse();
-        }
-        (tag == "*" ? settings.logLevels.ofOtherTags : settings.logLevels.ofTag[tag]) = level;
+        Parts const level = match(part, "((.+):)?(.*)");
+        (level[1].empty() || level[2] == "*" ? settings.logLevels.ofOtherTags
+                                             : settings.logLevels.ofTag[level[2]]) =
+            number(level[3], -1, kCallLevel);
     }
 }
 

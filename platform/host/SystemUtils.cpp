@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
 #include "host/Settings.h"
@@ -18,15 +19,33 @@ namespace {
 /// Set once, as a library is loaded.
 std::atomic<SystemPolicy*> gSystemPolicy{nullptr};
 
+struct State {
+    std::mutex mutex;
+    std::map<std::string, int> properties = settings().properties;
+    std::function<bool(int)> policy;
+};
+
+bool isAllowed(int pid) {
+    std::unique_lock<std::mutex> lock(forever<State>().mutex);
+    auto const policy = forever<State>().policy;
+    lock.unlock();
+    if (policy != nullptr) {
+        return policy(pid);
+    }
+    auto* const system = gSystemPolicy.load();
+    return system != nullptr ? system->allowsForcedAcquire(pid) : settings().priorityOf(pid) >= 0;
+}
+
 class HostSystemUtils final : public media::platform::SystemUtils {
 public:
     HostSystemUtils() = default;
 
     int getIntProperty(char const* name, int defaultValue) override {
         return PlatformCall("getIntProperty", name, defaultValue).perform([&] {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            auto const property = mProperties.find(name);
-            return property == mProperties.end() ? defaultValue : property->second;
+            std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+            auto const& properties = forever<State>().properties;
+            auto const property = properties.find(name);
+            return property == properties.end() ? defaultValue : property->second;
         });
     }
 
@@ -37,91 +56,52 @@ public:
     }
 
     void onProcessReclaimed(int pid) override {
-        PlatformCall("onProcessReclaimed", pid).perform([&] {
-            if (auto* const system = gSystemPolicy.load()) {
-                system->onProcessReclaimed(pid);
-            }
-            return 0;
-        });
+        tell("onProcessReclaimed", &SystemPolicy::onProcessReclaimed, pid);
     }
 
     void onReclaimedClientReleased(int pid) override {
-        PlatformCall("onReclaimedClientReleased", pid).perform([&] {
+        tell("onReclaimedClientReleased", &SystemPolicy::onReclaimedClientReleased, pid);
+    }
+
+private:
+    static void tell(char const* operation, void (SystemPolicy::*tell)(int), int pid) {
+        PlatformCall(operation, pid).perform([&] {
             if (auto* const system = gSystemPolicy.load()) {
-                system->onReclaimedClientReleased(pid);
+                (system->*tell)(pid);
             }
             return 0;
         });
     }
-
-    void setProperty(std::string const& name, std::optional<int> value) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (value) {
-            mProperties[name] = *value;
-        } else {
-            mProperties.erase(name);
-        }
-    }
-
-    void setPolicy(std::function<bool(int)> policy) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mPolicy = std::move(policy);
-    }
-
-    void reset() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mProperties = settings().properties;
-        mPolicy = nullptr;
-    }
-
-private:
-    bool isAllowed(int pid) {
-        std::function<bool(int)> policy;
-        {
-            std::lock_guard<std::mutex> const lock(mMutex);
-            policy = mPolicy;
-        }
-        if (policy != nullptr) {
-            return policy(pid);
-        }
-        if (auto* const system = gSystemPolicy.load()) {
-            return system->allowsForcedAcquire(pid);
-        }
-        return settings().priorityOf(pid) >= 0;
-    }
-
-    std::mutex mMutex;
-    std::map<std::string, int> mProperties = settings().properties;
-    std::function<bool(int)> mPolicy;
 };
 
-HostSystemUtils& instance() {
-    // Never destroyed, as callers may be in static storage.
-    static HostSystemUtils& theInstance = *new HostSystemUtils;
-    return theInstance;
-}
-
-[[maybe_unused]] bool const gResets = [] {
-    onReset([] { instance().reset(); });
-    return true;
-}();
+OnReset const gOnReset([] {
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().properties = settings().properties;
+    forever<State>().policy = nullptr;
+});
 
 }  // namespace
 
 void setProperty(std::string const& name, std::optional<int> value) {
-    instance().setProperty(name, value);
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    if (value) {
+        forever<State>().properties[name] = *value;
+    } else {
+        forever<State>().properties.erase(name);
+    }
 }
 
 void setSystemPolicy(SystemPolicy& policy) { gSystemPolicy = &policy; }
 
 void setForcedAcquirePolicy(std::function<bool(int)> policy) {
-    instance().setPolicy(std::move(policy));
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().policy = std::move(policy);
 }
 
 }  // namespace kvo::host
 
 namespace kvo::media::platform {
 
-SystemUtils& SystemUtils::getInstance() { return host::instance(); }
+SystemUtils& SystemUtils::getInstance() { return host::forever<host::HostSystemUtils>(); }
 
 }  // namespace kvo::media::platform

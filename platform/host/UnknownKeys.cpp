@@ -8,6 +8,7 @@
 #include <mutex>
 #include <numeric>
 
+#include "host/Forever.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 
 namespace kvo::host {
@@ -24,16 +25,10 @@ constexpr std::array kKnown{
 
 std::atomic<bool> gAreThereUnknown{false};
 
-/// Never destroyed: maps may be in static storage.
 struct State {
     std::mutex mutex;
     std::map<std::string, bool> isDone;  ///< Read, or taken, by unknown key.
 };
-
-State& state() {
-    static State& theState = *new State;
-    return theState;
-}
 
 /// Returns how many letters have to change, come or go.
 std::size_t distance(std::string const& left, std::string const& right) {
@@ -57,17 +52,17 @@ void noteKeyAdded(char const* key) {
         return std::strcmp(key, known) == 0;
     });
     if (!isKnown) {
-        std::lock_guard<std::mutex> const lock(state().mutex);
-        state().isDone.emplace(key, false);
+        std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+        forever<State>().isDone.emplace(key, false);
         gAreThereUnknown = true;
     }
 }
 
 void noteKeyRead(char const* key) {
     if (gAreThereUnknown.load(std::memory_order_relaxed)) {
-        std::lock_guard<std::mutex> const lock(state().mutex);
-        auto const unknown = state().isDone.find(key);
-        if (unknown != state().isDone.end()) {
+        std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+        auto const unknown = forever<State>().isDone.find(key);
+        if (unknown != forever<State>().isDone.end()) {
             unknown->second = true;
         }
     }
@@ -76,8 +71,8 @@ void noteKeyRead(char const* key) {
 std::vector<std::string> takeUnreadKeys(media::hardware::KeyValueMap const& map) {
     std::vector<std::string> keys;
     if (gAreThereUnknown.load(std::memory_order_relaxed)) {
-        std::lock_guard<std::mutex> const lock(state().mutex);
-        for (auto const& [key, isDone] : state().isDone) {
+        std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+        for (auto const& [key, isDone] : forever<State>().isDone) {
             if (!isDone) {
                 keys.push_back(key);
             }

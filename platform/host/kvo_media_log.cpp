@@ -8,11 +8,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
 #include <string>
 #include <string_view>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
 #include "host/Settings.h"
@@ -36,48 +38,34 @@ int highest(LogLevels const& levels) {
     return level;
 }
 
-/// Never destroyed: lines come until the process has ended.
 struct State {
     std::mutex mutex;
     LogLevels levels = settings().logLevels;
 };
 
-State& state() {
-    static State& theState = *new State;
-    return theState;
-}
-
 void setLevels(LogLevels const& levels) {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    state().levels = levels;
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().levels = levels;
     highestPrintedLevel.store(highest(levels), std::memory_order_relaxed);
 }
 
-[[maybe_unused]] bool const gStarts = [] {
-    setLevels(settings().logLevels);
-    onReset([] { setLevels(settings().logLevels); });
-    return true;
-}();
+OnReset const gOnReset([] { setLevels(settings().logLevels); });
 
 bool isPrinted(int level, char const* tag) {
     if (level > highestPrintedLevel.load(std::memory_order_relaxed)) {
         return false;
     }
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    return level <= levelOf(tag, state().levels);
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    return level <= levelOf(tag, forever<State>().levels);
 }
 
 __attribute__((format(printf, 1, 0))) std::string format(char const* text, std::va_list arguments) {
-    std::va_list measured;
-    va_copy(measured, arguments);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_copy.
-    int const length = std::vsnprintf(nullptr, 0, text, measured);
-    va_end(measured);
-    if (length < 0) {
+    char* printed = nullptr;
+    if (::vasprintf(&printed, text, arguments) < 0) {
         return text;
     }
-    std::string message(static_cast<std::size_t>(length), '\0');
-    static_cast<void>(std::vsnprintf(message.data(), message.size() + 1, text, arguments));
+    std::string message = printed;
+    std::free(printed);
     return message;
 }
 
@@ -113,7 +101,7 @@ void print(int level, char const* tag, std::string message) {
 
 }  // namespace
 
-std::atomic<int> highestPrintedLevel{kDefaultLogLevel};
+std::atomic<int> highestPrintedLevel{highest(settings().logLevels)};
 
 void setLogLevel(int level) { setLevels({level, {}}); }
 

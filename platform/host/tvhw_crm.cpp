@@ -4,12 +4,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <ostream>
 #include <utility>
 
+#include "host/Forever.h"
 #include "host/Misuse.h"
 #include "host/PlatformCall.h"
 #include "host/ResourceManager.h"
@@ -64,46 +66,32 @@ bool isPortSet(TVHW_CRM_RESOURCE resource) {
 }
 
 /// The clients that are open, each with the process that opened it: a forked one has not opened its
-/// parent's. Never destroyed.
-class OpenClients {
-public:
-    void add(int client) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mPids[client] = getpid();
-    }
-
-    void remove(int client) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mPids.erase(client);
-    }
-
-    void tell() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        for (auto const& [client, pid] : mPids) {
-            if (pid == getpid()) {
-                tellMisuse(Misuse::kClientLeftOpen,
-                           "client " + std::to_string(client) + " is open when the process ends");
-            }
-        }
-    }
-
-private:
-    std::mutex mMutex;
-    std::map<int, int> mPids;  ///< By client.
+/// parent's.
+struct OpenClients {
+    std::mutex mutex;
+    std::map<int, int> pids;  ///< By client.
 };
 
-OpenClients& openClients() {
-    static OpenClients& theClients = *new OpenClients;
-    return theClients;
+void noteOpen(int client) {
+    std::lock_guard<std::mutex> const lock(forever<OpenClients>().mutex);
+    forever<OpenClients>().pids[client] = getpid();
+}
+
+void noteClosed(int client) {
+    std::lock_guard<std::mutex> const lock(forever<OpenClients>().mutex);
+    forever<OpenClients>().pids.erase(client);
 }
 
 /// Tells of open clients after the destructors of the program's own static objects.
-struct TellAtExit {
-    TellAtExit() = default;
-    TellAtExit(TellAtExit const&) = delete;
-    TellAtExit& operator=(TellAtExit const&) = delete;
-    ~TellAtExit() { openClients().tell(); }
-} const gTellAtExit;
+[[maybe_unused]] int const gTellsAtExit = std::atexit([] {
+    std::lock_guard<std::mutex> const lock(forever<OpenClients>().mutex);
+    for (auto const& [client, pid] : forever<OpenClients>().pids) {
+        if (pid == getpid()) {
+            tellMisuse("client " + std::to_string(client) + " is open when the process ends",
+                       "destroy every wrapper before the process ends");
+        }
+    }
+});
 
 int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARAM const* request,
             bool tryOnly) {
@@ -120,22 +108,16 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
                  values.codecType, values.width, values.height},
                 tryOnly);
             if (result == ResourcePool::kStuck) {
-                tellMisuse(Misuse::kReleaseHangs, std::string(operation) +
-                                                      "() was refused, since a codec is still "
-                                                      "being stopped after 10 seconds");
+                tellMisuse(std::string(operation) +
+                               "() was refused, since a codec is still being "
+                               "stopped after 10 seconds",
+                           kLetReleaseReturn);
             }
             return result;
         });
 }
 
 }  // namespace
-
-}  // namespace kvo::host
-
-using kvo::host::idOf;
-using kvo::host::named;
-using kvo::host::PlatformCall;
-using kvo::host::resourceManager;
 
 extern "C" {
 
@@ -151,8 +133,8 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* na
             int id = 0;
             int const result = resourceManager().open(name, reclaim, cookie, id);
             if (result == 0) {
-                *client = kvo::host::handleOf(id);
-                kvo::host::openClients().add(id);
+                *client = handleOf(id);
+                noteOpen(id);
             }
             return result;
         });
@@ -162,7 +144,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
     auto* const handle = client == nullptr ? nullptr : *client;
     PlatformCall call("TVHW_CRM_ClientFree", named(handle));
     return call.performAnyhow([&] {
-        kvo::host::openClients().remove(idOf(handle));
+        noteClosed(idOf(handle));
         int const result = resourceManager().close(idOf(handle));
         if (client != nullptr && result == 0 && !call.fails()) {
             *client = nullptr;  // A failed call leaves the caller's handle as it is.
@@ -173,8 +155,8 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client) {
 
 KVO_MEDIA_EXPORT int TVHW_CRM_CodecTypeFromMIME(char const* mime) {
     return PlatformCall("TVHW_CRM_CodecTypeFromMIME", mime).perform([&] {
-        for (std::size_t index = 0; index < kvo::host::kMimeTypes.size(); ++index) {
-            if (std::strcmp(mime, kvo::host::kMimeTypes[index]) == 0) {
+        for (std::size_t index = 0; index < kMimeTypes.size(); ++index) {
+            if (std::strcmp(mime, kMimeTypes[index]) == 0) {
                 return static_cast<int>(index) + 1;
             }
         }
@@ -184,18 +166,18 @@ KVO_MEDIA_EXPORT int TVHW_CRM_CodecTypeFromMIME(char const* mime) {
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientAcquireResource(TVHW_CRM_HANDLE client,
                                                     TVHW_CRM_ACQUIRE_PARAM const* request) {
-    return kvo::host::acquire("TVHW_CRM_ClientAcquireResource", client, request, false);
+    return acquire("TVHW_CRM_ClientAcquireResource", client, request, false);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientTryAcquireResource(TVHW_CRM_HANDLE client,
                                                        TVHW_CRM_ACQUIRE_PARAM const* request) {
-    return kvo::host::acquire("TVHW_CRM_ClientTryAcquireResource", client, request, true);
+    return acquire("TVHW_CRM_ClientTryAcquireResource", client, request, true);
 }
 
 KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetResource(TVHW_CRM_HANDLE client,
                                                 TVHW_CRM_RESOURCE* resource) {
     return PlatformCall("TVHW_CRM_ClientGetResource", named(client)).perform([&] {
-        if (resource == nullptr || !kvo::host::isZero(*resource)) {
+        if (resource == nullptr || !isZero(*resource)) {
             return -EINVAL;
         }
         return resourceManager().describe(idOf(client), *resource);
@@ -208,7 +190,7 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientClearResource(TVHW_CRM_HANDLE client,
                         resource == nullptr ? 0 : resource->videoPort)
         .perform([&] {
             // The planes of the ports go black; who holds the ports does not change.
-            bool const isPossible = resource != nullptr && kvo::host::isPortSet(*resource);
+            bool const isPossible = resource != nullptr && isPortSet(*resource);
             return isPossible && resourceManager().isOpen(idOf(client)) ? 0 : -EINVAL;
         });
 }
@@ -230,3 +212,5 @@ KVO_MEDIA_EXPORT int TVHW_CRM_ClientGetUniqueId(TVHW_CRM_HANDLE client, int* id)
 }
 
 }  // extern "C"
+
+}  // namespace kvo::host

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <mutex>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/PlatformCall.h"
 #include "host/Settings.h"
@@ -16,40 +17,32 @@ struct State {
     Panel panel = settings().panel;
 };
 
-State& state() {
-    static State& theState = *new State;  // Never destroyed, as callers may be in static storage.
-    return theState;
-}
-
-[[maybe_unused]] bool const gResets = [] {
-    onReset([] { setPanel(settings().panel); });
-    return true;
-}();
+OnReset const gOnReset([] { setPanel(settings().panel); });
 
 }  // namespace
 
 void setPanel(Panel panel) {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    state().panel = panel;
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().panel = panel;
 }
 
 Panel panel() {
-    std::lock_guard<std::mutex> const lock(state().mutex);
-    return state().panel;
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    return forever<State>().panel;
 }
 
-}  // namespace kvo::host
-
 extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size) {
-    return kvo::host::PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
-        kvo::host::Panel const panel = kvo::host::panel();
+    return PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
+        Panel const current = panel();
         if (size == nullptr) {
             return -EINVAL;
         }
-        if (!panel.readable) {
+        if (!current.readable) {
             return -ENODATA;
         }
-        *size = {panel.width, panel.height};
+        *size = {current.width, current.height};
         return 0;
     });
 }
+
+}  // namespace kvo::host

@@ -3,7 +3,10 @@
 #include <array>
 #include <cerrno>
 #include <mutex>
+#include <string>
+#include <utility>
 
+#include "host/Forever.h"
 #include "host/HostPlatform.h"
 #include "host/Misuse.h"
 #include "host/PlatformCall.h"
@@ -12,133 +15,104 @@ namespace kvo::host {
 
 namespace {
 
-bool isFlag(int value) { return value == 0 || value == 1; }
-
 /// The scaler: one for all clients of the process.
-class Scaler {
-public:
-    int initialise() {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        mInitialised = true;
-        return 0;
-    }
-
-    int open(unsigned int index) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (!mInitialised) {
-            return -ENXIO;
-        }
-        if (index >= kScalerChannels) {
-            return -EINVAL;
-        }
-        if (mChannels[index].opened) {
-            return -EBUSY;
-        }
-        mChannels[index].opened = true;
-        return 0;
-    }
-
-    /// Lets `change`, which returns a result code, change a channel that is open.
-    template <typename Change>
-    int withChannel(unsigned int index, Change change) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        if (!mInitialised) {
-            return -ENXIO;
-        }
-        if (index >= kScalerChannels || !mChannels[index].opened) {
-            return -EBADF;
-        }
-        return change(mChannels[index]);
-    }
-
-    ScalerChannel channel(unsigned int index) {
-        std::lock_guard<std::mutex> const lock(mMutex);
-        return mChannels.at(index);
-    }
-
-private:
-    std::mutex mMutex;
-    bool mInitialised = false;
-    std::array<ScalerChannel, kScalerChannels> mChannels;
+struct Scaler {
+    std::mutex mutex;
+    bool isInitialised = false;
+    std::array<ScalerChannel, kScalerChannels> channels;
 };
 
-Scaler& scaler() {
-    static Scaler& theScaler =
-        *new Scaler;  // Never destroyed, as callers may be in static storage.
-    return theScaler;
+/// Lets `change`, which returns a result code, change a channel that is open.
+template <typename Change>
+int changeChannel(unsigned int index, Change const& change) {
+    auto& scaler = forever<Scaler>();
+    std::lock_guard<std::mutex> const lock(scaler.mutex);
+    if (!scaler.isInitialised) {
+        return -ENXIO;
+    }
+    if (index >= kScalerChannels || !scaler.channels[index].opened) {
+        return -EBADF;
+    }
+    return change(scaler.channels[index]);
 }
+
+bool isFlag(int value) { return value == 0 || value == 1; }
 
 bool isSource(TVHW_VSC_SOURCE const& source, std::int32_t reserved) {
     return (source.type == 0 || source.type == 2 || source.type == 3) && source.reserved1 == 0 &&
            source.reserved2[0] == 0 && source.reserved2[1] == 0 && reserved == 0;
 }
 
-ScalerChannel::Window toWindow(TVHW_VSC_WINDOW const& window) {
-    return {window.x, window.y, window.w, window.h};
-}
-
-bool isOnPanel(TVHW_VSC_WINDOW const& window) {
-    Panel const current = panel();
-    return window.x + window.w <= current.width && window.y + window.h <= current.height;
-}
-
-/// Tells when `operation` is given a window that nothing can be seen in.
-void tellMisuseOfWindow(char const* operation, TVHW_VSC_WINDOW const& window, bool isPossible) {
-    if (isPossible && window.w != 0 && window.h != 0) {
-        return;
-    }
-    tellMisuse(isPossible ? Misuse::kEmptyWindow : Misuse::kOffPanel,
-               std::string(operation) + "() with a window of " + std::to_string(window.w) + "x" +
-                   std::to_string(window.h) + " at " + std::to_string(window.x) + "," +
-                   std::to_string(window.y));
-}
-
 /// The port of a source that was made of a port that nobody has.
 constexpr std::uint8_t kNoPort = 255;
 
-int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
-             bool inPanelPixels) {
+/// A window that is set by a call of `operation`, which `set` notes in the channel.
+template <typename Set>
+int setWindow(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
+              bool isOnPanel, Set const& set) {
     return PlatformCall(operation, index, window.x, window.y, window.w, window.h).perform([&] {
-        bool const isPossible = !inPanelPixels || isOnPanel(window);
-        tellMisuseOfWindow(operation, window, isPossible);
-        return scaler().withChannel(index, [&](ScalerChannel& channel) {
+        Panel const current = panel();
+        bool const isPossible = !isOnPanel || (window.x + window.w <= current.width &&
+                                               window.y + window.h <= current.height);
+        if (!isPossible || window.w == 0 || window.h == 0) {
+            tellMisuse(std::string(operation) + "() with a window of " + std::to_string(window.w) +
+                           "x" + std::to_string(window.h) + " at " + std::to_string(window.x) +
+                           "," + std::to_string(window.y),
+                       isPossible ? "give the window a size" : "keep within the panel");
+        }
+        return changeChannel(index, [&](ScalerChannel& channel) {
             if (!isPossible) {
                 return -ERANGE;
             }
-            channel.input = toWindow(window);
-            channel.inputInPanelPixels = inPanelPixels;
+            set(channel, ScalerChannel::Window{window.x, window.y, window.w, window.h});
             return 0;
         });
     });
 }
 
+int setInput(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& window,
+             bool isInPanelPixels) {
+    auto const set = [&](ScalerChannel& channel, ScalerChannel::Window const& input) {
+        channel.input = input;
+        channel.inputInPanelPixels = isInPanelPixels;
+    };
+    return setWindow(operation, index, window, isInPanelPixels, set);
+}
+
 }  // namespace
 
-ScalerChannel scalerChannel(unsigned int index) { return scaler().channel(index); }
-
-}  // namespace kvo::host
-
-using kvo::host::isFlag;
-using kvo::host::isSource;
-using kvo::host::PlatformCall;
-using kvo::host::scaler;
-using kvo::host::ScalerChannel;
+ScalerChannel scalerChannel(unsigned int index) {
+    std::lock_guard<std::mutex> const lock(forever<Scaler>().mutex);
+    return forever<Scaler>().channels.at(index);
+}
 
 extern "C" {
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Initialize() {
-    return kvo::host::PlatformCall("TVHW_VSC_Initialize").perform([&] {
-        return scaler().initialise();
+    return PlatformCall("TVHW_VSC_Initialize").perform([&] {
+        std::lock_guard<std::mutex> const lock(forever<Scaler>().mutex);
+        forever<Scaler>().isInitialised = true;
+        return 0;
     });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Open(std::uint32_t channel) {
-    return PlatformCall("TVHW_VSC_Open", channel).perform([&] { return scaler().open(channel); });
+    return PlatformCall("TVHW_VSC_Open", channel).perform([&] {
+        auto& scaler = forever<Scaler>();
+        std::lock_guard<std::mutex> const lock(scaler.mutex);
+        if (!scaler.isInitialised) {
+            return -ENXIO;
+        }
+        if (channel >= kScalerChannels) {
+            return -EINVAL;
+        }
+        return std::exchange(scaler.channels[channel].opened, true) ? -EBUSY : 0;
+    });
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_Close(std::uint32_t channel) {
     return PlatformCall("TVHW_VSC_Close", channel).performAnyhow([&] {
-        return scaler().withChannel(channel, [](ScalerChannel& state) {
+        return changeChannel(channel, [](ScalerChannel& state) {
             state = {};
             return 0;
         });
@@ -149,11 +123,12 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Connect(std::uint32_t channel, TVHW_VSC_SOURCE sou
                                       std::int32_t reserved) {
     return PlatformCall("TVHW_VSC_Connect", channel, source.type, int{source.port}, reserved)
         .perform([&] {
-            if (source.port == kvo::host::kNoPort) {
-                kvo::host::tellMisuse(kvo::host::Misuse::kNoPort,
-                                      "TVHW_VSC_Connect() to port 255, which is none");
+            if (source.port == kNoPort) {
+                tellMisuse("TVHW_VSC_Connect() to port 255, which is none",
+                           "connect the window after a configuration in tunnel mode, to its key "
+                           "video-port");
             }
-            return scaler().withChannel(channel, [&](ScalerChannel& state) {
+            return changeChannel(channel, [&](ScalerChannel& state) {
                 if (!isSource(source, reserved)) {
                     return -EINVAL;
                 }
@@ -167,7 +142,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE 
                                          std::int32_t reserved) {
     return PlatformCall("TVHW_VSC_Disconnect", channel, source.type, int{source.port}, reserved)
         .perform([&] {
-            return scaler().withChannel(channel, [&](ScalerChannel& state) {
+            return changeChannel(channel, [&](ScalerChannel& state) {
                 if (!isSource(source, reserved)) {
                     return -EINVAL;
                 }
@@ -183,7 +158,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_Disconnect(std::uint32_t channel, TVHW_VSC_SOURCE 
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::int32_t adaptive) {
     return PlatformCall("TVHW_VSC_SetAdaptiveStreamEx", channel, adaptive).perform([&] {
-        return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        return changeChannel(channel, [&](ScalerChannel& state) {
             if (!isFlag(adaptive)) {
                 return -EINVAL;
             }
@@ -196,7 +171,7 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetAdaptiveStreamEx(std::uint32_t channel, std::in
 KVO_MEDIA_EXPORT int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t blank,
                                           std::int32_t reserved) {
     return PlatformCall("TVHW_VSC_SetWinBlank", channel, blank, reserved).perform([&] {
-        return scaler().withChannel(channel, [&](ScalerChannel& state) {
+        return changeChannel(channel, [&](ScalerChannel& state) {
             if (!isFlag(blank) || reserved != 0) {
                 return -EINVAL;
             }
@@ -207,27 +182,20 @@ KVO_MEDIA_EXPORT int TVHW_VSC_SetWinBlank(std::uint32_t channel, std::int32_t bl
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetInputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window) {
-    return kvo::host::setInput("TVHW_VSC_SetInputRegion", channel, window, false);
+    return setInput("TVHW_VSC_SetInputRegion", channel, window, false);
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetInputRegion_ForAdaptive(std::uint32_t channel,
                                                          TVHW_VSC_WINDOW window) {
-    return kvo::host::setInput("TVHW_VSC_SetInputRegion_ForAdaptive", channel, window, true);
+    return setInput("TVHW_VSC_SetInputRegion_ForAdaptive", channel, window, true);
 }
 
 KVO_MEDIA_EXPORT int TVHW_VSC_SetOutputRegion(std::uint32_t channel, TVHW_VSC_WINDOW window) {
-    return PlatformCall("TVHW_VSC_SetOutputRegion", channel, window.x, window.y, window.w, window.h)
-        .perform([&] {
-            bool const isPossible = kvo::host::isOnPanel(window);
-            kvo::host::tellMisuseOfWindow("TVHW_VSC_SetOutputRegion", window, isPossible);
-            return scaler().withChannel(channel, [&](ScalerChannel& state) {
-                if (!isPossible) {
-                    return -ERANGE;
-                }
-                state.output = kvo::host::toWindow(window);
-                return 0;
-            });
-        });
+    return setWindow(
+        "TVHW_VSC_SetOutputRegion", channel, window, true,
+        [](ScalerChannel& state, ScalerChannel::Window const& output) { state.output = output; });
 }
 
 }  // extern "C"
+
+}  // namespace kvo::host

@@ -141,9 +141,8 @@ using interleave::platform;
 
 /// The stand-ins' word on what a program does wrong, which is the rules' to say here.
 namespace kvo::host {
-enum class Misuse;
-void tellMisuse(Misuse kind, std::string const& what);
-void tellMisuse(Misuse /*kind*/, std::string const& /*what*/) {}
+void tellMisuse(std::string const& what, char const* advice);
+void tellMisuse(std::string const& /*what*/, char const* /*advice*/) {}
 bool isPortHeld(int port);
 bool isPortHeld(int /*port*/) { return true; }
 }  // namespace kvo::host
