@@ -105,6 +105,16 @@ CallOfThread* otherCall(void const* wrapper, char const* operationStart) {
     });
 }
 
+/// Not before: a codec may read a key of its own as late as with the first frame.
+void tellUnreadKeys(void const* wrapper) {
+    for (std::string const& unread : takeUnreadKeys(wrapper)) {
+        std::ostringstream text;
+        text << "wrapper " << wrapper << " was configured with the key " << unread
+             << ", which nobody reads; the nearest is " << nearestKnownKey(unread);
+        tellMisuse(text.str(), "use the names of kvo/media/hardware/ConfigurationKeys.h");
+    }
+}
+
 [[maybe_unused]] int const gTellsAtExit = std::atexit([] {
     auto const* const call = gCalls.find([](CallOfThread const& each) {
         return each.wrapper != nullptr && std::strcmp(each.operation, "release") == 0;
@@ -152,6 +162,7 @@ void forgetWrapper(void const* wrapper) {
         tellMisuse(called(wrapper, call->operation) + " is under way, and the wrapper destroyed",
                    "end the threads that use a wrapper before you destroy it");
     }
+    tellUnreadKeys(wrapper);
     if (Wrapper* const record = find(wrapper); record != nullptr) {
         enter(*record, State::kConfigured);
         record->owner = nullptr;
@@ -183,14 +194,11 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
         tellMisuse(called(wrapper, operation) + " without width or height",
                    "set both to the size of the pictures, which decides what core is asked for");
     }
-    for (std::string const& unread : takeUnreadKeys(config)) {
-        tellMisuse(called(wrapper, operation) + " with the key " + unread +
-                       ", which nobody reads; the nearest is " + nearestKnownKey(unread),
-                   "use the names of kvo/media/hardware/ConfigurationKeys.h");
-    }
+    noteKeysGiven(wrapper, config);
 }
 
 void noteReleased(void const* wrapper) {
+    tellUnreadKeys(wrapper);
     Wrapper* const record = find(wrapper);
     if (record != nullptr && record->state == State::kConfigured) {
         enter(*record, State::kReleased);

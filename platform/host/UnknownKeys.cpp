@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <numeric>
+#include <utility>
 
 #include "host/Forever.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
@@ -27,7 +28,8 @@ std::atomic<bool> gAreThereUnknown{false};
 
 struct State {
     std::mutex mutex;
-    std::map<std::string, bool> isDone;  ///< Read, or taken, by unknown key.
+    std::map<std::string, bool> isDone;                     ///< Read, or taken, by unknown key.
+    std::map<void const*, std::vector<std::string>> given;  ///< Unread at first, by wrapper.
 };
 
 /// Returns how many letters have to change, come or go.
@@ -68,21 +70,38 @@ void noteKeyRead(char const* key) {
     }
 }
 
-std::vector<std::string> takeUnreadKeys(media::hardware::KeyValueMap const& map) {
-    std::vector<std::string> keys;
+void noteKeysGiven(void const* wrapper, media::hardware::KeyValueMap const& map) {
+    if (!gAreThereUnknown.load(std::memory_order_relaxed)) {
+        return;
+    }
+    auto& state = forever<State>();
+    std::unique_lock<std::mutex> lock(state.mutex);
+    std::map<std::string, bool> const before = state.isDone;
+    lock.unlock();
+    for (auto const& [key, isDone] : before) {
+        // To look for it is to read it.
+        if (!isDone && map.getInt64(key.c_str(), 0) == map.getInt64(key.c_str(), 1)) {
+            lock.lock();
+            state.isDone[key] = false;
+            state.given[wrapper].push_back(key);
+            lock.unlock();
+        }
+    }
+}
+
+std::vector<std::string> takeUnreadKeys(void const* wrapper) {
+    std::vector<std::string> unread;
     if (gAreThereUnknown.load(std::memory_order_relaxed)) {
-        std::lock_guard<std::mutex> const lock(forever<State>().mutex);
-        for (auto const& [key, isDone] : forever<State>().isDone) {
-            if (!isDone) {
-                keys.push_back(key);
+        auto& state = forever<State>();
+        std::lock_guard<std::mutex> const lock(state.mutex);
+        auto const given = state.given.extract(wrapper);
+        for (std::string const& key : given ? given.mapped() : unread) {
+            if (!std::exchange(state.isDone[key], true)) {
+                unread.push_back(key);
             }
         }
     }
-    auto const isAbsent = [&](std::string const& key) {
-        return map.getInt64(key.c_str(), 0) != map.getInt64(key.c_str(), 1);
-    };
-    keys.erase(std::remove_if(keys.begin(), keys.end(), isAbsent), keys.end());
-    return keys;
+    return unread;
 }
 
 std::string nearestKnownKey(std::string const& key) {

@@ -15,9 +15,12 @@ void noteKeyAdded(char const* key);
 /// The value of a key that is in a map was read.
 void noteKeyRead(char const* key);
 
-/// Returns the unknown keys of a map that nobody has read, in no map, each only once in the life
-/// of the process.
-std::vector<std::string> takeUnreadKeys(media::hardware::KeyValueMap const& map);
+/// A wrapper was configured with a map.
+void noteKeysGiven(void const* wrapper, media::hardware::KeyValueMap const& map);
+
+/// Returns the unknown keys of the wrapper's maps that nobody has read since, in no map, each only
+/// once in the life of the process.
+std::vector<std::string> takeUnreadKeys(void const* wrapper);
 
 /// Returns the known key that is most like `key`.
 std::string nearestKnownKey(std::string const& key);
