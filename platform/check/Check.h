@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <initializer_list>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -111,6 +113,19 @@ Outcome aHundredTimes(Once const& once) {
         }
     }
     return last;
+}
+
+/// Lets four threads do `work`, which is told a number of their own.
+template <typename Work>
+void inFourThreads(Work const& work) {
+    std::array<std::thread, 4> threads;
+    int number = 0;
+    for (auto& thread : threads) {
+        thread = std::thread(work, number++);
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
 }
 
 /// While it lives, its thread is inside a call of the platform, by whose name a crash or a hang of

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "ManagerClients.h"
 
@@ -212,35 +211,33 @@ Outcome givesBackEachTime(Acquire acquire) {
 /// The port goes first to whom the core came second, so that no core has its port's number.
 Outcome coreAndPort() {
     Clients clients;
-    std::vector<Held> before;
-    while (clients.size() < 2) {
+    for (int each = 0; each < 2; ++each) {
         clients.push_back(std::make_unique<Client>(0));
         if (clients.back()->acquire() != 0) {
             clients.pop_back();
-            break;
         }
-        before.push_back(clients.back()->held());
     }
     if (clients.empty()) {
         return noneOf(core);
     }
+    std::reverse(clients.begin(), clients.end());
     std::string came;
     bool isWell = true;
     std::set<int> ports;
-    for (std::size_t each = clients.size(); each-- > 0;) {
-        int const result = clients[each]->acquirePort();
+    for (auto const& client : clients) {
+        auto const before = client->held();
+        int const result = client->acquirePort();
         if (isLacking(result)) {
             return noneOf(port);
         }
-        auto const held = clients[each]->held();
-        came += "core alone: " + before[each].text() + "; " + text({{"port's request", result}}) +
-                ", " + held.text() + "; ";
+        auto held = client->held();
+        came += "core alone: " + before.text() + "; " + text({{"port's request", result}}) + ", " +
+                held.text() + "; ";
         bool const isPort =
             result == 0 && held.isPort() && ports.insert(held.resource.videoPort).second;
-        Held withoutPort = held;
-        withoutPort.resource.videoPort = before[each].resource.videoPort;
-        isWell = isWell && held.isFor(kWidth, kHeight) &&
-                 withoutPort.text() == before[each].text() &&
+        bool const isCore = held.isFor(kWidth, kHeight);
+        held.resource.videoPort = before.resource.videoPort;
+        isWell = isWell && isCore && held.text() == before.text() &&
                  (isPort || (result != 0 && !ports.empty()));
     }
     return outcome(isWell, came);
@@ -301,19 +298,6 @@ Outcome tryForm() {
     auto const held = client.held();
     return areRight({{"request", result}, {"fits", held.isFor(kWidth, kHeight), 1}},
                     ", " + held.text());
-}
-
-/// Lets four threads do `work`, which is told a number of their own.
-template <typename Work>
-void inFourThreads(Work const& work) {
-    std::array<std::thread, 4> threads;
-    int number = 0;
-    for (auto& thread : threads) {
-        thread = std::thread(work, number++);
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
 }
 
 /// First nobody gives up anything; then all cores are held, and given up at once.

@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -15,7 +14,6 @@
 #include <limits>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "Check.h"
 #include "SystemUtils.h"
@@ -212,17 +210,11 @@ Outcome printsArguments() {
 Outcome doesNotBlock() {
     auto const start = std::chrono::steady_clock::now();
     int const printed = redirect();
-    std::array<std::thread, 4> threads;
-    for (auto& thread : threads) {
-        thread = std::thread([] {
-            for (int line = 0; line < 25; ++line) {
-                logLine(line % 4);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    inFourThreads([](int) {
+        for (int line = 0; line < 25; ++line) {
+            logLine(line % 4);
+        }
+    });
     std::size_t const size = contentOf(printed).size();
     auto const took = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - start);
