@@ -215,21 +215,26 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
     auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
         all.push_back(scenario(kind + name, std::move(facts), body));
     };
-    add("-calls", {kIsRefused, kWaits}, [] {
-        World<Kind> world;
-        world.configure();
+    // What `body` starts must use nothing of its own.
+    auto const addConfigured = [&](char const* name, std::vector<std::string> facts,
+                                   void (*body)(World<Kind>&)) {
+        all.push_back(scenario(kind + name, std::move(facts), [body] {
+            World<Kind> world;
+            world.configure();
+            body(world);
+            joinAll();
+        }));
+    };
+    addConfigured("-calls", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] {
             world.call(Kind::write);
             world.call(Kind::write);
         });
         start("flusher", [&] { world.call(flush, 0); });
         world.startReclaim();
-        joinAll();
     });
     // One call stays until the codec is released under it, another for 2 seconds.
-    add("-stuck", {kWaits, kOverruns}, [] {
-        World<Kind> world;
-        world.configure();
+    addConfigured("-stuck", {kWaits, kOverruns}, [](World<Kind>& world) {
         world.watch->onCall = [&] {
             if (threadNumber() == 1) {
                 waitUntil([&] { return world.watch->isReleaseBegun(); });
@@ -240,27 +245,21 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         start("stuck", [&] { world.call(Kind::write); });
         start("slow", [&] { world.call(flush, 0); });
         world.startReclaim();
-        joinAll();
     });
-    add("-two-reclaims", {kIsRefused, kWaits}, [] {
-        World<Kind> world;
-        world.configure();
+    addConfigured("-two-reclaims", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] {
             world.call(Kind::write);
             world.call(flush, 0);
         });
         world.startReclaim();
         world.startReclaim();
-        joinAll();
     });
-    add("-releases", {kIsRefused, kWaits, kFindsNoClient, kWasReclaimed}, [] {
-        World<Kind> world;
-        world.configure();
-        start("writer", [&] { world.call(Kind::write); });
-        world.startReclaim();
-        start("owner", [&] { world.release(); });
-        joinAll();
-    });
+    addConfigured("-releases", {kIsRefused, kWaits, kFindsNoClient, kWasReclaimed},
+                  [](World<Kind>& world) {
+                      start("writer", [&] { world.call(Kind::write); });
+                      world.startReclaim();
+                      start("owner", [&] { world.release(); });
+                  });
     // No call may be in flight then, but a reclaim may.
     add("-destroys", {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed}, [] {
         World<Kind> world;
@@ -278,33 +277,25 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         });
         joinAll();
     });
-    add("-reconfigures", {kIsRefused, kWaits}, [] {
-        World<Kind> world;
-        world.configure();
+    addConfigured("-reconfigures", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] { world.call(Kind::write); });
         world.startReclaim();
         start("owner", [&] {
             world.replaceClient();
             world.call(Kind::reconfigure);
         });
-        joinAll();
     });
     // The owner begins anew while a call and a reclaim of the first session are under way.
-    add("-new-session", {kIsRefused, kWaits}, [] {
-        World<Kind> world;
-        world.configure();
+    addConfigured("-new-session", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] { world.call(Kind::write); });
         world.startReclaim();
         start("owner", [&] {
             world.release();
             world.call(Kind::configure);
         });
-        joinAll();
     });
     // The codec's own call lets go of it, as a callback of the codec may.
-    add("-releases-inside", {kWaits}, [] {
-        World<Kind> world;
-        world.configure();
+    addConfigured("-releases-inside", {kWaits}, [](World<Kind>& world) {
         world.watch->onCall = [&] {
             if (threadNumber() != 1) {
                 return;
@@ -317,7 +308,6 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         start("writer", [&] { world.call(Kind::write); });
         start("flusher", [&] { world.call(flush, 0); });
         world.startReclaim();
-        joinAll();
     });
     // Without a codec to release the guard stays closed, and the next reclaim waits again.
     add("-without-codec", {kWaits}, [] {

@@ -128,21 +128,14 @@ public:
     using WatchedCodec::WatchedCodec;
     using Type = media::CodecType;
 
-    media::Return<void> configureTunnelMode(Type, Config const& config) override {
-        return configure(config);
-    }
-    media::Return<void> configureReferenceMode(Type, Config const& config) override {
-        return configure(config);
-    }
-    media::Return<void> configurePixelMode(Type, Config const& config) override {
-        return configure(config);
-    }
-    media::Return<void> configureNativeBufferMode(Type, Config const& config) override {
-        return configure(config);
-    }
-    media::Return<void> reconfigureOutputBuffer(Type, Config const& config) override {
-        return configure(config);
-    }
+#define CONFIGURE(operation) \
+    media::Return<void> operation(Type, Config const& config) override { return configure(config); }
+    CONFIGURE(configureTunnelMode)
+    CONFIGURE(configureReferenceMode)
+    CONFIGURE(configurePixelMode)
+    CONFIGURE(configureNativeBufferMode)
+    CONFIGURE(reconfigureOutputBuffer)
+#undef CONFIGURE
     media::Return<void> writeInputEndOfStream() override { return mWatch->call("write"); }
     media::Return<media::BufferInfo> dequeueOutputBuffer() override {
         return mWatch->call("dequeue");

@@ -95,8 +95,8 @@ std::size_t locksOfLine(std::string const& text) {
 
 }  // namespace
 
-Scenario scenario(std::string name, std::vector<std::string> facts, void (*body)()) {
-    auto const onPlatform = [body] {
+Scenario scenario(std::string name, std::vector<std::string> facts, std::function<void()> body) {
+    auto const onPlatform = [body = std::move(body)] {
         Platform own;
         thePlatform = &own;
         forgetScalerInitialisation();

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -45,7 +46,7 @@ struct Platform {
 
 /// Returns a scenario with a platform of its own, to which all must be given back, and a scaler
 /// that was never initialised.
-Scenario scenario(std::string name, std::vector<std::string> facts, void (*body)());
+Scenario scenario(std::string name, std::vector<std::string> facts, std::function<void()> body);
 
 /// Returns a program of locks, signals, deadlines, atomics and references at random.
 Scenario madeUpProgram(unsigned int seed);

@@ -243,12 +243,11 @@ void openStep(Choice choice) {
     ++thread.steps;
     gIsNoted = !gSearch->isRedundant() && gRun.step >= gSearch->kept();
     if (gIsNoted) {
-        Event next;
+        Event& next = gEvents.emplace_back();
         next.choice = choice;
         next.step = thread.steps;
         next.previous = thread.lastStep;
         next.enabledBy = thread.enabledBy;
-        gEvents.push_back(next);
     }
     thread.lastStep = static_cast<int>(gRun.step);
     thread.enabledBy = -1;
@@ -465,15 +464,6 @@ void giveUp(void const* mutex) {
     }
 }
 
-}  // namespace
-
-bool isWatching() { return gIsWatching; }
-
-Unseen::Unseen() : mWasWatching(std::exchange(gIsWatching, false)) {}
-Unseen::~Unseen() { gIsWatching = mWasWatching; }
-
-namespace {
-
 /// Notes that the step touches memory, of which each word has `like` for the bytes that are named.
 void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Access const& like) {
     bool const isChecked = isLibrary(like.code);
@@ -501,6 +491,11 @@ void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Acce
 }
 
 }  // namespace
+
+bool isWatching() { return gIsWatching; }
+
+Unseen::Unseen() : mWasWatching(std::exchange(gIsWatching, false)) {}
+Unseen::~Unseen() { gIsWatching = mWasWatching; }
 
 void noteInstrumented(void const* code) {
     (isLibrary(code) ? gIsLibraryInstrumented : gIsProgramInstrumented) = true;

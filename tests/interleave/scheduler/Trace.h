@@ -85,15 +85,11 @@ struct Event {
     Clock order;  ///< Steps that this one depends on, itself included.
 };
 
-/// A word that stands for the clock and its deadlines.
-constexpr std::uintptr_t kClockWord = 1;
-/// A word that stands for the one spurious wake-up of a run.
-constexpr std::uintptr_t kSpuriousWord = 2;
-/// A word that stands for the numbers of threads.
-constexpr std::uintptr_t kThreadsWord = 3;
-/// A word that stands for the waits of a thread.
+/// Words that stand for what is no memory.
+constexpr std::uintptr_t kClockWord = 1;     ///< With its deadlines.
+constexpr std::uintptr_t kSpuriousWord = 2;  ///< The one spurious wake-up of a run.
+constexpr std::uintptr_t kThreadsWord = 3;   ///< The numbers of threads.
 constexpr std::uintptr_t waitsWord(std::size_t thread) { return 16 + thread; }
-/// A word that stands for whether there are any.
 constexpr std::uintptr_t anyWaitsWord(std::size_t thread) { return 32 + thread; }
 
 }  // namespace interleave
