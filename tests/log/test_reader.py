@@ -227,7 +227,8 @@ MADE += [
 ]
 # A reclaim without end is none to speak of where one of these shows that lines are lost.
 SIGNS = [
-    ['3 9 9 I/chatty: uid=1000 player expire 5 lines'], [f'3 {SERVICE}7 lines were left out'],
+    ['3 9 9 I/chatty: uid=1000 player expire 5 lines'],
+    [f'3 {SERVICE}daemon/Service.h:331 refuse: more lines of this second are left out'],
     ['3 500 501 V/Codec: decoder 0x1 flush() entexed'], ['3 500 501 I/VideoClient: resource id 70002'],
     ['3 500 501 E/VideoClient: impl/tvhw/X.cpp:1 f: crm-rasource: ret=-5'],
     ['3 500 501 D/VideoScalerTvhw: --- set-input [0]'], ['3 500 501 D/Codec: decoder 0x1 flush() = 0 in 9 us'],

@@ -25,7 +25,8 @@ _ENDS = [(tag, re.compile(pattern), how, crashed) for tag, pattern, how, crashed
 _CRASHES = {'SIGSEGV', 'SIGABRT', 'SIGBUS', 'SIGFPE', 'SIGILL', '4', '6', '7', '8', '11'}
 
 SERVICE = 'ResourceManager'  # Of the host platform.
-_LOST = {SERVICE: re.compile(r'\d+ lines were left out'), 'chatty': re.compile(r'.* expire \d+ lines?')}
+_LOST = {SERVICE: re.compile(r'.*more lines of this second are left out'),
+         'chatty': re.compile(r'.* expire \d+ lines?')}
 TAGS_OF_OTHERS = {*(tag for tag, *_ in _ENDS), *_LOST}
 
 
