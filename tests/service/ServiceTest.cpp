@@ -6,8 +6,10 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <future>
 #include <random>
@@ -558,11 +560,13 @@ int use(unsigned int seed, int rest) {
     std::atomic<int> failures{0};
     auto const end = Clock::now() + seconds(rest);
     std::vector<std::thread> threads;
-    for (unsigned int number = 0; number < 10; ++number) {
+    // Never destroyed: what asks a client may still be under way when it is closed.
+    static auto& clients = *new std::array<std::deque<Client>, 10>;
+    for (unsigned int number = 0; number < clients.size(); ++number) {
         threads.emplace_back([&, number] {
             std::minstd_rand random(seed + number + 1);
             while (Clock::now() < end) {
-                Client client(random() % 8 == 0 ? "keep" : "give");
+                auto& client = clients[number].emplace_back(random() % 8 == 0 ? "keep" : "give");
                 auto const begin = Clock::now();
                 int const type = random() % 4 == 0 ? TVHW_CRM_CODEC_TYPE_DISPLAY : 1;
                 int const result = client.acquire(640, type);
@@ -571,6 +575,8 @@ int use(unsigned int seed, int rest) {
                 failures += result != 0 && result != -16 ? 1 : 0;
                 std::this_thread::sleep_for(milliseconds(random() % 20));
                 failures += TVHW_CRM_ClientReleaseResource(client.handle) == 0 ? 0 : 1;
+                TVHW_CRM_ClientFree(&client.handle);
+                client.handle = nullptr;
             }
         });
     }
