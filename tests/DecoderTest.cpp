@@ -98,7 +98,7 @@ TEST_F(DecoderTest, ReconfigureGivesTheCoreBackAndTakesAnother) {
 }
 
 TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
-    codec->buffer = {3, 640, 480, 0, 40, 77, 78, 79};
+    codec->dequeued = {3, 640, 480, 0, 40, 77, 78, 79};
     codec->answer = Status(5);
     auto const expectStamps = [&](int port, int id, int pid) {
         auto const result = wrapper->dequeueOutputBuffer();

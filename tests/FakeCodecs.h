@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include "CodecOperations.h"
 #include "host/HostPlatform.h"
 #include "kvo/media/hardware/VideoDecoderClientWrapper.h"
 #include "kvo/media/hardware/VideoEncoderClientWrapper.h"
@@ -39,33 +40,54 @@ public:
     std::function<void(std::string const& operation)> onCall;
     std::atomic<int> releases{0};
     Configuration configured;
+    BufferInfo dequeued;  ///< What dequeueOutputBuffer answers.
 
 protected:
-    template <typename... Arguments>
-    Return<void> call(char const* operation, Arguments const&... arguments) {
-        enter(operation, arguments...);
-        return answer;
+    /// Returns what is to be called with the arguments of the operation.
+    template <typename T>
+    auto call(char const* operation) {
+        return [this, operation](auto const&... arguments) -> Return<T> {
+            enter(operation, arguments...);
+            if constexpr (std::is_void_v<T>) {
+                return answer;
+            } else {
+                return {answer, valueOf(static_cast<T*>(nullptr))};
+            }
+        };
     }
 
-    template <typename T, typename... Arguments>
-    Return<T> callFor(char const* operation, T value, Arguments const&... arguments) {
-        enter(operation, arguments...);
-        return {answer, std::move(value)};
-    }
-
-    /// The configuration is the last argument.
-    template <typename... Type>
-    Return<void> configureFor(char const* operation, Configuration const& config, Type... type) {
+    Return<void> configure(char const* operation, CodecType type, Configuration const& config) {
         configured = config;
-        return call(operation, type..., config);
+        return call<void>(operation)(type, config);
+    }
+    Return<void> configure(char const* operation, Configuration const& config) {
+        configured = config;
+        return call<void>(operation)(config);
     }
 
     Return<void> countRelease() {
         ++releases;
-        return call("release");
+        return call<void>("release")();
     }
 
 private:
+    template <typename T>
+    static T valueOf(T*) {
+        return {};
+    }
+    BufferInfo valueOf(BufferInfo*) const { return dequeued; }
+    static PixelInfo valueOf(PixelInfo*) {
+        PixelInfo pixel;
+        pixel.planes.resize(3);
+        return pixel;
+    }
+    static std::shared_ptr<NativeBuffer> valueOf(std::shared_ptr<NativeBuffer>*) {
+        return std::make_shared<NativeBuffer>();
+    }
+    static RenderEvent valueOf(RenderEvent*) { return {40, 41}; }
+    static int valueOf(int*) { return 7; }
+    Configuration valueOf(Configuration*) const { return configured; }
+
     template <typename... Arguments>
     void enter(char const* operation, Arguments const&... arguments) {
         std::ostringstream text;
@@ -80,108 +102,26 @@ private:
     }
 };
 
-/// What decoder wrappers forward without a guard is left to the base, but for pause().
+#define KVO_TESTS_CALL(Result, name, parameters, ...) \
+    Return<Result> name parameters override { return call<Result>(#name)(__VA_ARGS__); }
+#define KVO_TESTS_CONFIGURE(Result, name, parameters, ...) \
+    Return<Result> name parameters override { return FakeCodec::configure(#name, __VA_ARGS__); }
+
 class FakeDecoder : public VideoDecoderClientWrapper, public FakeCodec {
 public:
     FakeDecoder() : VideoDecoderClientWrapper(nullptr) {}
-
-    BufferInfo buffer;  ///< What dequeueOutputBuffer answers.
-
-    Return<void> configureTunnelMode(CodecType type, Configuration const& config) override {
-        return configureFor(__func__, config, type);
-    }
-    Return<void> configureReferenceMode(CodecType type, Configuration const& config) override {
-        return configureFor(__func__, config, type);
-    }
-    Return<void> configurePixelMode(CodecType type, Configuration const& config) override {
-        return configureFor(__func__, config, type);
-    }
-    Return<void> configureNativeBufferMode(CodecType type, Configuration const& config) override {
-        return configureFor(__func__, config, type);
-    }
     Return<void> release() override { return countRelease(); }
-    Return<void> writeInputData(unsigned char const* data, unsigned int length,
-                                unsigned int flags) override {
-        return call(__func__, data, length, flags);
-    }
-    Return<void> writeInputFrame(unsigned int flags, unsigned long long timestampUs,
-                                 unsigned char const* data, unsigned int length) override {
-        return call(__func__, flags, timestampUs, data, length);
-    }
-    Return<void> writeInputEndOfStream() override { return call(__func__); }
-    Return<void> writeHdrInfo(ColorAspect const& aspect, HdrInfo const& info) override {
-        return call(__func__, aspect, info);
-    }
-    Return<void> pause() override { return call(__func__); }
-    Return<BufferInfo> dequeueOutputBuffer() override { return callFor(__func__, buffer); }
-    Return<void> releaseOutputBuffer(BufferInfo const& shownBuffer) override {
-        return call(__func__, shownBuffer);
-    }
-    Return<PixelInfo> dequeuePixelBuffer() override {
-        PixelInfo pixel;
-        pixel.planes.resize(3);
-        return callFor(__func__, pixel);
-    }
-    Return<void> copyFromPixelBuffer(unsigned char* destination, unsigned int length,
-                                     PixelInfo& pixel) override {
-        return call(__func__, destination, length, &pixel);
-    }
-    Return<void> releasePixelBuffer(PixelInfo const& pixel) override {
-        return call(__func__, pixel);
-    }
-    Return<void> queueNativeBuffer(std::shared_ptr<NativeBuffer> native) override {
-        return call(__func__, native);
-    }
-    Return<std::shared_ptr<NativeBuffer>> dequeueNativeBuffer() override {
-        return callFor(__func__, std::make_shared<NativeBuffer>());
-    }
-    Return<RenderEvent> dequeueRenderEvent() override {
-        return callFor(__func__, RenderEvent{40, 41});
-    }
-    Return<void> reconfigureOutputBuffer(CodecType type, Configuration const& config) override {
-        return configureFor(__func__, config, type);
-    }
-    Return<void> flush() override { return call(__func__); }
-    Return<void> getInputBufferStatus(unsigned int* freeBytes, unsigned int* totalBytes,
-                                      bool* ready) override {
-        return call(__func__, freeBytes, totalBytes, ready);
-    }
-    Return<Configuration> getConfiguration() override { return callFor(__func__, configured); }
+    KVO_MEDIA_DECODER_OPERATIONS(KVO_TESTS_CALL, KVO_TESTS_CONFIGURE)
 };
 
 class FakeEncoder : public VideoEncoderClientWrapper, public FakeCodec {
 public:
     FakeEncoder() : VideoEncoderClientWrapper(nullptr) {}
-
-    Return<void> configure(Configuration const& config) override {
-        return configureFor(__func__, config);
-    }
     Return<void> release() override { return countRelease(); }
-    Return<void> writeColorAspect(ColorAspect const& aspect) override {
-        return call(__func__, aspect);
-    }
-    Return<void> writeInputFrame(unsigned long long timestampUs, unsigned char const* data,
-                                 unsigned int length) override {
-        return call(__func__, timestampUs, data, length);
-    }
-    Return<void> writeInputImage(unsigned long long timestampUs, Image const& image) override {
-        return call(__func__, timestampUs, image);
-    }
-    Return<int> readOutputFrame(unsigned long long* timestampUs, unsigned char* data,
-                                unsigned int* length, PicType* type) override {
-        return callFor(__func__, 7, timestampUs, data, length, type);
-    }
-    Return<void> pause() override { return call(__func__); }
-    Return<void> resume() override { return call(__func__); }
-    Return<void> flush() override { return call(__func__); }
-    Return<void> setParameters(Configuration const& config) override {
-        return call(__func__, config);
-    }
-    Return<void> getInputBufferStatus(unsigned int* freeBuffers, unsigned int* totalBuffers,
-                                      int* width, int* height, int* stride) override {
-        return call(__func__, freeBuffers, totalBuffers, width, height, stride);
-    }
-    Return<Configuration> getConfiguration() override { return callFor(__func__, configured); }
+    KVO_MEDIA_ENCODER_OPERATIONS(KVO_TESTS_CALL, KVO_TESTS_CONFIGURE)
 };
+
+#undef KVO_TESTS_CALL
+#undef KVO_TESTS_CONFIGURE
 
 }  // namespace kvo::media::hardware
