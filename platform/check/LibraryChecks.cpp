@@ -87,7 +87,7 @@ template <typename T>
 T sample() {
     ++gNext;
     if constexpr (std::is_pointer_v<T>) {
-        return reinterpret_cast<T>(&gMemory.at(gNext));
+        return reinterpret_cast<T>(&gMemory.at(static_cast<std::size_t>(gNext)));
     } else if constexpr (std::is_enum_v<T>) {
         return static_cast<T>(1 + gNext % 3);
     } else if constexpr (std::is_floating_point_v<T>) {
