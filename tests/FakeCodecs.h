@@ -12,23 +12,33 @@
 
 namespace kvo::media::hardware {
 
-/// What the journal shows of an argument: a field that tells one record from another, a pointer as
-/// its address.
+/// The field of a record that tells it from others.
+template <typename T>
+inline constexpr auto kTellingField = nullptr;
+template <>
+inline constexpr auto kTellingField<ColorAspect> = &ColorAspect::primaries;
+template <>
+inline constexpr auto kTellingField<HdrInfo> = &HdrInfo::whitePointX;
+template <>
+inline constexpr auto kTellingField<BufferInfo> = &BufferInfo::bufferId;
+template <>
+inline constexpr auto kTellingField<PixelInfo> = &PixelInfo::bufferId;
+template <>
+inline constexpr auto kTellingField<Image> = &Image::stride;
+
+/// What the journal shows of an argument; a pointer as its address.
 template <typename T>
 auto shown(T const& value) {
     if constexpr (std::is_pointer_v<T>) {
         return static_cast<void const*>(value);
     } else if constexpr (std::is_enum_v<T>) {
         return static_cast<int>(value);
+    } else if constexpr (std::is_class_v<T>) {
+        return value.*kTellingField<T>;
     } else {
         return value;
     }
 }
-inline auto shown(ColorAspect const& aspect) { return aspect.primaries; }
-inline auto shown(HdrInfo const& info) { return info.primariesX[0]; }
-inline auto shown(BufferInfo const& buffer) { return buffer.bufferId; }
-inline auto shown(PixelInfo const& pixel) { return pixel.bufferId; }
-inline auto shown(Image const& image) { return image.stride; }
 inline auto shown(Configuration const& config) { return config.size(); }
 inline auto shown(std::shared_ptr<NativeBuffer> const& buffer) { return buffer.get(); }
 

@@ -1,12 +1,17 @@
 #pragma once
 
+#include <array>
 #include <functional>
+#include <memory>
 #include <string>
-#include <utility>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
-#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
-#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
+#include "CodecOperations.h"
+#include "FakeCodecs.h"
+#include "tvhw/VideoDecoderClientWrapperResource.h"
+#include "tvhw/VideoEncoderClientWrapperResource.h"
 
 namespace kvo::media::hardware {
 
@@ -18,80 +23,69 @@ struct GuardedCall {
     std::function<int(Wrapper&)> call;
 };
 
-template <typename Wrapper, typename Result, typename... Parameters, typename... Arguments>
-GuardedCall<Wrapper> guardedCall(std::string name, Result (Wrapper::*operation)(Parameters...),
-                                 Arguments... arguments) {
-    return {std::move(name), [=](Wrapper& wrapper) mutable {
-                return (wrapper.*operation)(arguments...).status().code();
-            }};
+/// Returns the value of a call's next argument; `number` is that of the one before.
+template <typename T>
+T argument(std::size_t& number) {
+    ++number;
+    if constexpr (std::is_pointer_v<T>) {
+        static std::array<std::remove_const_t<std::remove_pointer_t<T>>, 8> pointedTo{};
+        return &pointedTo.at(number);
+    } else if constexpr (std::is_same_v<T, Configuration>) {
+        Configuration config;
+        config.setInt32("bitrate", 1);
+        return config;
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<NativeBuffer>>) {
+        return std::make_shared<NativeBuffer>();
+    } else if constexpr (std::is_class_v<T>) {
+        T record;
+        record.*kTellingField<T> = static_cast<std::int32_t>(number);
+        return record;
+    } else {
+        // One that fills all bits that the type has.
+        return static_cast<T>(0x1'0000'0000U + number);
+    }
 }
 
-inline constexpr unsigned long long kLateTimeUs = 0x1'0000'0028;  ///< Needs more than 32 bits.
+/// Adds `operation` to the calls if `Class` has one of its own, which is then a guarded one. One
+/// that takes a codec type is none of the data path.
+template <typename Wrapper, typename Class, typename Result, typename... Parameters>
+void addIfGuarded(std::vector<GuardedCall<Wrapper>>& calls, char const* name,
+                  Result (Wrapper::*operation)(Parameters...),
+                  Result (Class::* /*own*/)(Parameters...)) {
+    if constexpr (!std::is_same_v<Class, Wrapper> &&
+                  !std::disjunction_v<std::is_same<Parameters, CodecType>...>) {
+        [[maybe_unused]] std::size_t number = 2;  // The first ones are default values.
+        std::tuple<std::decay_t<Parameters>...> arguments{
+            argument<std::decay_t<Parameters>>(number)...};
+        calls.push_back({name, [operation, arguments](Wrapper& wrapper) mutable {
+                             auto const call = [&](auto&... values) {
+                                 return (wrapper.*operation)(values...).status().code();
+                             };
+                             return std::apply(call, arguments);
+                         }});
+    }
+}
+
+#define KVO_TESTS_ADD(Result, name, ...) addIfGuarded(calls, #name, &Wrapper::name, &Own::name);
+#define KVO_TESTS_LEAVE_OUT(...)
 
 inline auto guardedDecoderCalls() {
-    using Decoder = VideoDecoderClientWrapper;
-    static unsigned char data[4] = {};
-    PixelInfo pixel;
-    pixel.bufferId = 6;
-    return std::vector<GuardedCall<Decoder>>{
-        guardedCall("writeInputData", &Decoder::writeInputData, data, 4U, 5U),
-        guardedCall("writeInputFrame", &Decoder::writeInputFrame, 5U, kLateTimeUs, data, 4U),
-        guardedCall("writeInputEndOfStream", &Decoder::writeInputEndOfStream),
-        guardedCall("writeHdrInfo", &Decoder::writeHdrInfo, ColorAspect{9, 16, 9, 1},
-                    HdrInfo{{34000, 13250, 7500}, {}, 0, 0, 0, 0, 0, 0}),
-        guardedCall("dequeueOutputBuffer", &Decoder::dequeueOutputBuffer),
-        guardedCall("releaseOutputBuffer", &Decoder::releaseOutputBuffer,
-                    BufferInfo{3, 0, 0, 0, 40, 1, 0, -1}),
-        guardedCall("dequeuePixelBuffer", &Decoder::dequeuePixelBuffer),
-        guardedCall("copyFromPixelBuffer", &Decoder::copyFromPixelBuffer, data, 4U, pixel),
-        guardedCall("releasePixelBuffer", &Decoder::releasePixelBuffer, pixel),
-        guardedCall("queueNativeBuffer", &Decoder::queueNativeBuffer,
-                    std::make_shared<NativeBuffer>()),
-        guardedCall("dequeueNativeBuffer", &Decoder::dequeueNativeBuffer),
-        guardedCall("dequeueRenderEvent", &Decoder::dequeueRenderEvent),
-        guardedCall("flush", &Decoder::flush),
-        {"getInputBufferStatus",
-         [](Decoder& decoder) {
-             thread_local unsigned int sizes[2];
-             thread_local bool ready = false;
-             return decoder.getInputBufferStatus(&sizes[0], &sizes[1], &ready).status().code();
-         }},
-        guardedCall("getConfiguration", &Decoder::getConfiguration),
-    };
+    using Wrapper = VideoDecoderClientWrapper;
+    using Own = VideoDecoderClientWrapperResource;
+    std::vector<GuardedCall<Wrapper>> calls;
+    KVO_MEDIA_DECODER_OPERATIONS(KVO_TESTS_ADD, KVO_TESTS_LEAVE_OUT)
+    return calls;
 }
 
 inline auto guardedEncoderCalls() {
-    using Encoder = VideoEncoderClientWrapper;
-    static unsigned char data[4] = {};
-    Configuration config;
-    config.setInt32("bitrate", 1);
-    return std::vector<GuardedCall<Encoder>>{
-        guardedCall("writeColorAspect", &Encoder::writeColorAspect, ColorAspect{9, 16, 9, 1}),
-        guardedCall("writeInputFrame", &Encoder::writeInputFrame, kLateTimeUs, data, 4U),
-        guardedCall("writeInputImage", &Encoder::writeInputImage, kLateTimeUs,
-                    Image{0, 2, 2, 0, 1, 16, 8}),
-        {"readOutputFrame",
-         [](Encoder& encoder) {
-             thread_local unsigned long long time = 0;
-             thread_local unsigned int length = 4;
-             thread_local PicType type{};
-             return encoder.readOutputFrame(&time, data, &length, &type).status().code();
-         }},
-        guardedCall("pause", &Encoder::pause),
-        guardedCall("resume", &Encoder::resume),
-        guardedCall("flush", &Encoder::flush),
-        guardedCall("setParameters", &Encoder::setParameters, config),
-        {"getInputBufferStatus",
-         [](Encoder& encoder) {
-             thread_local unsigned int counts[2];
-             thread_local int sizes[3];
-             return encoder
-                 .getInputBufferStatus(&counts[0], &counts[1], &sizes[0], &sizes[1], &sizes[2])
-                 .status()
-                 .code();
-         }},
-        guardedCall("getConfiguration", &Encoder::getConfiguration),
-    };
+    using Wrapper = VideoEncoderClientWrapper;
+    using Own = VideoEncoderClientWrapperResource;
+    std::vector<GuardedCall<Wrapper>> calls;
+    KVO_MEDIA_ENCODER_OPERATIONS(KVO_TESTS_ADD, KVO_TESTS_LEAVE_OUT)
+    return calls;
 }
+
+#undef KVO_TESTS_ADD
+#undef KVO_TESTS_LEAVE_OUT
 
 }  // namespace kvo::media::hardware

@@ -32,11 +32,8 @@ inline auto configuration(Entries const& entries) {
 struct Decoder {
     using Fake = kvo::media::hardware::FakeDecoder;
     using Wrapper = kvo::media::hardware::VideoDecoderClientWrapperResource;
-    using Base = kvo::media::hardware::VideoDecoderClientWrapper;
     using Type = kvo::media::hardware::CodecType;
-    static constexpr int kSlots = 35;
-    /// Overridden, and not a guarded call: destructors, configurations, release().
-    static constexpr int kOwners = 2 + 5 + 1;
+    static constexpr std::size_t kGuardedCalls = 15;
     static constexpr int kStatusWithoutManager = -1;
     static auto calls() { return kvo::media::hardware::guardedDecoderCalls(); }
     static int configure(Wrapper& wrapper, Entries const& entries = {}, Type type = Type::AVC) {
@@ -47,9 +44,7 @@ struct Decoder {
 struct Encoder {
     using Fake = kvo::media::hardware::FakeEncoder;
     using Wrapper = kvo::media::hardware::VideoEncoderClientWrapperResource;
-    using Base = kvo::media::hardware::VideoEncoderClientWrapper;
-    static constexpr int kSlots = 14;
-    static constexpr int kOwners = 2 + 1 + 1;
+    static constexpr std::size_t kGuardedCalls = 10;
     static constexpr int kStatusWithoutManager = 0;
     static auto calls() { return kvo::media::hardware::guardedEncoderCalls(); }
     static int configure(Wrapper& wrapper, Entries entries = {}) {
