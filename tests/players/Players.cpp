@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "FakeCodecs.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoScalerClientTvhwImpl.h"
@@ -27,55 +28,28 @@ constexpr int kLost = 3;
 constexpr int kRefused = 4;
 constexpr unsigned int kFrames = 12;
 
-/// Stands for the codec hardware. The hooks run inside the operations of their names.
-struct Codec final : VideoDecoderClientWrapper {
-    Codec() : VideoDecoderClientWrapper(nullptr) {}
-
-    Return<void> configureTunnelMode(CodecType, Configuration const& config) override {
-        mConfig = config;
-        inConfigure();
-        return {};
-    }
-    Return<void> configureReferenceMode(CodecType, Configuration const&) override { return {}; }
-    Return<void> reconfigureOutputBuffer(CodecType, Configuration const&) override { return {}; }
-    Return<Configuration> getConfiguration() override { return {status::kSuccess, mConfig}; }
-    Return<void> writeInputFrame(unsigned int, unsigned long long, unsigned char const*,
-                                 unsigned int) override {
-        inWrite();
-        return {};
-    }
-    Return<void> step() override {
-        inStep();
-        return {};
-    }
-    Return<void> releaseOutputBuffer(BufferInfo const&) override { return {}; }
-    Return<void> release() override {
-        inRelease();
-        return {};
-    }
-
-    Configuration mConfig;
-    std::function<void()> inConfigure = [] {};
-    std::function<void()> inWrite = [] {};
-    std::function<void()> inStep = [] {};
-    std::function<void()> inRelease = [] {};
-};
-
 Configuration stream(int width = 1280, int height = 720) {
     Configuration config;
-    if (width != 0) {
-        config.setInt32(key::kWidth, width);
-        config.setInt32(key::kHeight, height);
-    }
+    config.setInt32(key::kWidth, width);
+    config.setInt32(key::kHeight, height);
     return config;
 }
 
 /// A player that is right, but for what its hooks do.
 struct Player {
-    std::shared_ptr<Codec> codec = std::make_shared<Codec>();
+    std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
     std::unique_ptr<Decoder> decoder = std::make_unique<Decoder>(codec);
     std::function<bool(Status)> goesOn = [](Status status) { return !status.isError(); };
     std::function<void()> onLost = [] {};
+
+    /// Lets `action` run inside the codec's `operation`.
+    void inside(std::string const& operation, std::function<void()> const& action) const {
+        codec->onCall = [=](std::string const& called) {
+            if (called == operation) {
+                action();
+            }
+        };
+    }
 
     Status configure() { return decoder->configureTunnelMode(CodecType::AVC, stream()).status(); }
     Status write() {
@@ -105,14 +79,6 @@ struct Player {
     }
 };
 
-/// Plays with a player that `prepare` has spoilt.
-template <typename Prepare>
-int playWith(Prepare prepare) {
-    Player player;
-    prepare(player);
-    return player.play();
-}
-
 [[noreturn]] void waitForEver() {
     for (;;) {
         std::this_thread::sleep_for(1h);
@@ -138,64 +104,55 @@ void update(IVideoScalerClient::LayerInfo const& info) {
     scaler().updateRegion(info);
 }
 
-std::map<std::string, std::function<int()>> const kPlayers{
-    {"none", [] { return Player().play(); }},
+using Mistakes = std::map<std::string, std::function<void(Player&)>>;
 
-    // What the host platform tells of.
-    {"call before configure", [] { return Player().write().code(); }},
+/// What the host platform tells of, or what comes to light when a platform call fails.
+Mistakes const kMade{
+    {"call before configure", [](Player& player) { player.write(); }},
     {"call after release",
-     [] {
-         Player player;
+     [](Player& player) {
          player.play();
-         return player.write().code();
+         player.write();
      }},
-    {"no size",
-     [] { return Player().decoder->configureReferenceMode(CodecType::AVC, {}).status().code(); }},
+    {"no size", [](Player& player) { player.decoder->configureReferenceMode(CodecType::AVC, {}); }},
     {"unknown key",
-     [] {
+     [](Player& player) {
          Configuration config = stream();
          config.setInt32("frame-rate", 25);
-         return Player().decoder->configureReferenceMode(CodecType::AVC, config).status().code();
+         player.decoder->configureReferenceMode(CodecType::AVC, config);
      }},
     {"other size",
-     [] {
-         Player player;
+     [](Player& player) {
          player.configure();
-         return player.decoder->reconfigureOutputBuffer(CodecType::AVC, stream(1920, 1080))
-             .status()
-             .code();
+         player.decoder->reconfigureOutputBuffer(CodecType::AVC, stream(1920, 1080));
      }},
     {"port of nobody",
-     [] {
-         Player player;
+     [](Player& player) {
          player.decoder->configureReferenceMode(CodecType::AVC, stream());
          BufferInfo buffer;
          buffer.videoPort = 1;
-         return player.decoder->releaseOutputBuffer(buffer).status().code();
+         player.decoder->releaseOutputBuffer(buffer);
      }},
     {"configured twice at once",
-     [] {
-         Player player;
+     [](Player& player) {
          std::atomic<int> inside{0};
-         player.codec->inConfigure = [&] {
+         player.inside("configureTunnelMode", [&] {
              for (++inside; inside < 2;) {
              }
-         };
+         });
          std::thread other([&] { player.configure(); });
          while (inside == 0) {
          }
          player.configure();
          other.join();
-         return 0;
      }},
     {"destroyed in a call",
-     []() -> int {
-         Player player;
+     [](Player& player) {
          std::atomic<bool> isInside{false};
-         player.codec->inStep = [&] {
+         player.inside("step", [&] {
              isInside = true;
              waitForEver();
-         };
+         });
          player.configure();
          std::thread([&] { player.decoder->step(); }).detach();
          while (!isInside) {
@@ -204,142 +161,116 @@ std::map<std::string, std::function<int()>> const kPlayers{
          std::_Exit(0);
      }},
     {"release hangs",
-     [] {
-         static Player& player = *new Player;
+     [](Player&) {
          static std::atomic<bool> isInside{false};
-         player.codec->inRelease = [] {
+         auto& player = *new Player;
+         player.inside("release", [] {
              isInside = true;
              waitForEver();
-         };
-         std::thread([] { player.decoder->release(); }).detach();
+         });
+         std::thread([&] { player.decoder->release(); }).detach();
          while (!isInside) {
          }
-         return 0;
      }},
-    {"client left open", [] { return (new Player)->configure().code(); }},
-    {"port 255",
-     [] {
-         scaler().connect(layer(100, 100, -1));
-         return 0;
-     }},
-    {"empty window",
-     [] {
-         update(layer(0, 0));
-         return 0;
-     }},
-    {"off the panel",
-     [] {
-         update(layer(1922, 1080));
-         return 0;
-     }},
-
-    // What comes to light when the core is lost.
-    {"spins",
-     [] { return playWith([](Player& player) { player.goesOn = [](Status) { return true; }; }); }},
-    {"deadlock in release",
-     [] {
-         static std::mutex mutex;
-         static bool isReleased = false;
-         return playWith([](Player& player) {
-             player.codec->inRelease = [] {
-                 std::this_thread::sleep_for(50ms);  // The other thread comes first.
-                 std::lock_guard<std::mutex> const lock(mutex);
-                 isReleased = true;
-             };
-             player.onLost = [] {
-                 std::lock_guard<std::mutex> const lock(mutex);
-                 while (!isReleased) {
-                     std::this_thread::sleep_for(1ms);
-                 }
-             };
-         });
-     }},
-    {"frees what it feeds",
-     [] {
-         return playWith([](Player& player) {
-             player.onLost = [&] {
-                 player.decoder.reset();
-                 player.decoder->flush();
-             };
-         });
-     }},
-    {"waits for the end",
-     [] { return playWith([](Player& player) { player.onLost = waitForEver; }); }},
-    {"leaks the wrapper",
-     [] {
-         return playWith([](Player& player) {
-             player.onLost = [&] { static_cast<void>(player.decoder.release()); };
-         });
-     }},
-    {"restarts without end",
-     [] {
-         return playWith([](Player& player) {
-             player.onLost = [&] {
-                 while (player.configure().isError()) {
-                     std::this_thread::sleep_for(1ms);
-                 }
-             };
-         });
-     }},
-    {"aborts",
-     [] { return playWith([](Player& player) { player.onLost = [] { std::abort(); }; }); }},
-    {"destroys while another thread calls",
-     [] {
-         return playWith([](Player& player) {
-             player.codec->inStep = [] { std::this_thread::sleep_for(300ms); };
-             player.onLost = [&] {
-                 std::thread other([decoder = player.decoder.get()] { decoder->step(); });
-                 std::this_thread::sleep_for(100ms);
-                 player.decoder.reset();
-                 other.join();
-             };
-         });
-     }},
-    {"goes on for long",
-     [] {
-         return playWith(
-             [](Player& player) { player.onLost = [] { std::this_thread::sleep_for(3s); }; });
-     }},
-    {"starts again without release",
-     [] {
-         return playWith([](Player& player) {
-             player.onLost = [&] {
-                 static_cast<void>(player.decoder.release());
-                 player.decoder = std::make_unique<Decoder>(player.codec);
-                 player.configure();
-             };
-         });
-     }},
-    {"ends with a status of its own",
-     [] { return playWith([](Player& player) { player.onLost = [] { std::_Exit(77); }; }); }},
-
-    // What comes to light when a platform call fails.
+    {"client left open", [](Player&) { (new Player)->configure(); }},
+    {"port 255", [](Player&) { scaler().connect(layer(100, 100, -1)); }},
+    {"empty window", [](Player&) { update(layer(0, 0)); }},
+    {"off the panel", [](Player&) { update(layer(1922, 1080)); }},
     {"goes on when refused",
-     [] {
-         Player player;
+     [](Player& player) {
          player.configure();
          player.write();
-         return player.decoder->release().status().code();
+         player.decoder->release();
      }},
     {"believes it has a port",
-     [] {
-         Player player;
+     [](Player& player) {
          player.configure();
          scaler().connect(layer(
              100, 100, player.decoder->getConfiguration().value().getInt32(key::kVideoPort, -1)));
-         return player.decoder->release().status().code();
+         player.decoder->release();
      }},
+};
+
+/// What spoils a player that is right else; most of it comes to light when the core is lost.
+Mistakes const kSpoiling{
+    {"none", [](Player&) {}},
+    {"spins", [](Player& player) { player.goesOn = [](Status) { return true; }; }},
+    {"deadlock in release",
+     [](Player& player) {
+         static std::mutex mutex;
+         static bool isReleased = false;
+         player.inside("release", [] {
+             std::this_thread::sleep_for(50ms);  // The other thread comes first.
+             std::lock_guard<std::mutex> const lock(mutex);
+             isReleased = true;
+         });
+         player.onLost = [] {
+             std::lock_guard<std::mutex> const lock(mutex);
+             while (!isReleased) {
+                 std::this_thread::sleep_for(1ms);
+             }
+         };
+     }},
+    {"frees what it feeds",
+     [](Player& player) {
+         player.onLost = [&] {
+             player.decoder.reset();
+             player.decoder->flush();
+         };
+     }},
+    {"waits for the end", [](Player& player) { player.onLost = waitForEver; }},
+    {"leaks the wrapper",
+     [](Player& player) { player.onLost = [&] { static_cast<void>(player.decoder.release()); }; }},
+    {"restarts without end",
+     [](Player& player) {
+         player.onLost = [&] {
+             while (player.configure().isError()) {
+                 std::this_thread::sleep_for(1ms);
+             }
+         };
+     }},
+    {"aborts", [](Player& player) { player.onLost = [] { std::abort(); }; }},
+    {"destroys while another thread calls",
+     [](Player& player) {
+         player.inside("step", [] { std::this_thread::sleep_for(300ms); });
+         player.onLost = [&] {
+             std::thread other([decoder = player.decoder.get()] { decoder->step(); });
+             std::this_thread::sleep_for(100ms);
+             player.decoder.reset();
+             other.join();
+         };
+     }},
+    {"goes on for long",
+     [](Player& player) { player.onLost = [] { std::this_thread::sleep_for(3s); }; }},
+    {"starts again without release",
+     [](Player& player) {
+         player.onLost = [&] {
+             static_cast<void>(player.decoder.release());
+             player.decoder = std::make_unique<Decoder>(player.codec);
+             player.configure();
+         };
+     }},
+    {"ends with a status of its own",
+     [](Player& player) { player.onLost = [] { std::_Exit(77); }; }},
 };
 
 }  // namespace
 
 int main(int count, char** arguments) {
-    auto const player = kPlayers.find(count == 2 ? arguments[1] : "");
-    if (player == kPlayers.end()) {
-        for (auto const& [name, play] : kPlayers) {
-            std::puts(name.c_str());
-        }
-        return 2;
+    std::string const name = count == 2 ? arguments[1] : "";
+    Player player;
+    if (kMade.count(name) != 0) {
+        kMade.at(name)(player);
+        return 0;
     }
-    return player->second();
+    if (kSpoiling.count(name) != 0) {
+        kSpoiling.at(name)(player);
+        return player.play();
+    }
+    for (auto const* const mistakes : {&kMade, &kSpoiling}) {
+        for (auto const& mistake : *mistakes) {
+            std::puts(mistake.first.c_str());
+        }
+    }
+    return 2;
 }
