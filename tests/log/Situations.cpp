@@ -38,6 +38,8 @@ Configuration const kStream = configuration(
 Configuration const kLive = configuration(
     {{key::kWidth, 1280}, {key::kHeight, 720}, {key::kUseDmaBuffer, 1}, {key::kOutFormat, 1}});
 
+Configuration const kNoSize = configuration({{key::kOutFormat, 1}});
+
 void play(Decoder& decoder) {
     decoder.wrapper.configureReferenceMode(CodecType::AVC, kStream);
     for (int frame = 0; frame < 3; ++frame) {
@@ -95,9 +97,10 @@ struct Holder : ResourceClient::Reclaimable {
     bool reclaim() override { return true; }
 };
 
-IVideoScalerClient::LayerInfo layer(int adaptive) {
+IVideoScalerClient::LayerInfo layer(int adaptive, int port = 0) {
     IVideoScalerClient::LayerInfo info;
     info.type = 4;
+    info.port = static_cast<decltype(info.port)>(port);
     info.adaptive = static_cast<decltype(info.adaptive)>(adaptive);
     info.inputRegion = info.outputRegion = {0, 0, 640, 360, 1280, 720};
     return info;
@@ -110,17 +113,13 @@ void show(Configuration const& config) {
     }
 }
 
-/// Makes a live encoder refuse a reclaim.
-void keepByLiveEncoder(std::vector<kvo::host::CodecCore> const& cores) {
-    kvo::host::setPool(cores);
-    Encoder first;
-    first.wrapper.configure(kLive);
-    Encoder second;
-    Encoder third;
-    if (cores.size() > 1) {
-        second.wrapper.configure(kStream);
+/// Makes a live encoder refuse a reclaim, when the encoders of all `cores` are in use.
+void keepByLiveEncoder(std::size_t cores) {
+    kvo::host::setPool(std::vector<kvo::host::CodecCore>(cores, {1, true}));
+    std::vector<Encoder> encoders(cores + 1);
+    for (auto& encoder : encoders) {
+        encoder.wrapper.configure(&encoder == &encoders.front() ? kLive : kStream);
     }
-    third.wrapper.configure(kStream);
 }
 
 /// Plays as a player of the field would: looks at every status, and goes when it lost its core.
@@ -131,32 +130,31 @@ void playFaultlessly(std::minstd_rand random) {
     stream.setInt32(key::kCallingPid, below(2) * (40 + below(3)));
     int const kind = below(5);
     std::unique_lock<std::mutex> lock(configuring);
+    auto const playOn = [&](auto& wrapper, Return<void> const& configured, auto const& feed) {
+        lock.unlock();
+        bool ok = !configured.status().isError();
+        while (ok && below(9) != 0) {
+            ok = feed();
+            pass(below(3));
+        }
+        if (below(2) != 0) {
+            wrapper.release();
+        }
+    };
     if (kind == 4) {
         Encoder encoder;
-        bool ok = !encoder.wrapper.configure(stream).status().isError();
-        lock.unlock();
-        while (ok && below(9) != 0) {
-            ok = !encoder.wrapper.writeInputFrame(0, nullptr, 0).status().isError();
-            pass(below(2));
-        }
-        encoder.wrapper.release();
-        return;
+        return playOn(encoder.wrapper, encoder.wrapper.configure(stream), [&] {
+            return !encoder.wrapper.writeInputFrame(0, nullptr, 0).status().isError();
+        });
     }
     Decoder decoder;
-    Return<void> const configured =
-        kind == 0   ? decoder.wrapper.configureTunnelMode(CodecType::AVC, stream)
-        : kind == 1 ? decoder.wrapper.configurePixelMode(CodecType::AVC, stream)
-                    : decoder.wrapper.configureReferenceMode(CodecType::AVC, stream);
-    lock.unlock();
-    bool ok = !configured.status().isError();
-    while (ok && below(9) != 0) {
-        ok = !decoder.wrapper.writeInputData(nullptr, 0, 0).status().isError() &&
-             !decoder.wrapper.dequeueOutputBuffer().status().isError();
-        pass(below(3));
-    }
-    if (below(2) != 0) {
-        decoder.wrapper.release();
-    }
+    auto const configure = kind == 0   ? &VideoDecoderClientWrapper::configureTunnelMode
+                           : kind == 1 ? &VideoDecoderClientWrapper::configurePixelMode
+                                       : &VideoDecoderClientWrapper::configureReferenceMode;
+    playOn(decoder.wrapper, (decoder.wrapper.*configure)(CodecType::AVC, stream), [&] {
+        return !decoder.wrapper.writeInputData(nullptr, 0, 0).status().isError() &&
+               !decoder.wrapper.dequeueOutputBuffer().status().isError();
+    });
 }
 
 void playAtRandom(unsigned seed) {
@@ -200,13 +198,10 @@ std::map<std::string, std::function<void()>> const kSituations{
          play(second);
      }},
     {"manager-unreachable", [] { playWhileFails("TVHW_CRM_ClientInit"); }},
-    {"live-encoder",
-     [] {
-         keepByLiveEncoder({{1, true}});
-     }},
+    {"live-encoder", [] { keepByLiveEncoder(1); }},
     {"live-encoder-and-another-core",
      [] {
-         keepByLiveEncoder({{1, true}, {1, true}});
+         keepByLiveEncoder(2);
          Decoder().wrapper.configureReferenceMode(CodecType::AVC, kStream);
      }},
     {"codec-stuck", [] { takeFromBusyCodec("flush"); }},
@@ -290,7 +285,6 @@ std::map<std::string, std::function<void()>> const kSituations{
              pass(called == "release" ? 1600 : 0);
          };
          play(second);
-         first.codec->onCall = nullptr;
      }},
     {"not-configured",
      [] {
@@ -300,16 +294,11 @@ std::map<std::string, std::function<void()>> const kSituations{
          decoder.wrapper.release();
          decoder.wrapper.writeInputData(nullptr, 0, 0);
      }},
-    {"no-size",
-     [] {
-         Encoder().wrapper.configure(configuration({{key::kOutFormat, 1}}));
-     }},
+    {"no-size", [] { Encoder().wrapper.configure(kNoSize); }},
     {"port-of-nobody",
      [] {
          VideoScalerClientTvhwImpl scaler(0);
-         IVideoScalerClient::LayerInfo info = layer(0);
-         info.port = static_cast<decltype(info.port)>(-1);
-         scaler.connect(info);
+         scaler.connect(layer(0, -1));
          scaler.updateRegion(layer(0));
      }},
     {"empty-window",
