@@ -133,28 +133,31 @@ TEST_F(VideoScalerClientTest, AFailureIsLoggedAndLeavesTheConnectionBefore) {
     VideoScalerClientTvhwImpl client(1);
     client.setCallback(listener);
     client.connect(layer(5, 1, 1));
-    failCall("TVHW_VSC_Connect", 3);
-    EXPECT_EQ(told([&] { client.connect(layer(4, 7)); }),
-              (Lines{"SetWinBlank(1, 1, 0)", "Connect(1, 2, 7, 0)",
-                     "0 connect: connect vsc 1(vscType 2, port 7)fail"}));
-    failCall("TVHW_VSC_SetAdaptiveStreamEx", 3);
-    EXPECT_EQ(told([&] { client.connect(layer(4, 7, 2)); })[3],
-              "0 connect: setAdaptive vsc 1(1)fail");
+    auto const connect = [&] { client.connect(layer(4, 7, 2)); };
+    auto const update = [&] { client.updateRegion(layer(6, 9, 0, kCorner, kCorner)); };
+    struct Case {
+        std::string failing;
+        std::function<void()> step;
+        std::string said;
+        std::size_t calls;  ///< Made all the same.
+    };
+    for (auto const& test :
+         {Case{"Connect", connect, "0 connect: connect vsc 1(vscType 2, port 7)fail", 2},
+          Case{"SetAdaptiveStreamEx", connect, "0 connect: setAdaptive vsc 1(1)fail", 3},
+          Case{"SetInputRegion_ForAdaptive", update,
+               "0 updateRegion: set-input-adaptive [1]: err=-3, input=150/75/960/540", 3},
+          Case{"SetInputRegion", update,
+               "0 updateRegion: set-input [1]: err=-3, input=100/50/640/360", 3},
+          Case{"SetOutputRegion", update,
+               "0 updateRegion: set-output [1]: err=-3, output=150/75/960/540", 3},
+          Case{"SetWinBlank", update, "0 setWinBlank: winblank vsc 1 (0) fail", 3}}) {
+        failCall("TVHW_VSC_" + test.failing, -3);
+        auto const log = told(test.step);
+        EXPECT_EQ(only("0 ", log), Lines{test.said});
+        EXPECT_EQ(only("(1, ", log).size(), test.calls) << test.said;
+    }
     client.bbdCallbackRegion({});
-    EXPECT_EQ(listener->calls, 1);
-
-    failCall("TVHW_VSC_SetInputRegion_ForAdaptive", -3);
-    failCall("TVHW_VSC_SetOutputRegion", -3);
-    failCall("TVHW_VSC_SetWinBlank", -3);
-    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9, 0, kCorner, kCorner)); }),
-              (Lines{"SetInputRegion_ForAdaptive(1, 150, 75, 960, 540)",
-                     "0 updateRegion: set-input-adaptive [1]: err=-3, input=150/75/960/540",
-                     "SetOutputRegion(1, 150, 75, 960, 540)",
-                     "0 updateRegion: set-output [1]: err=-3, output=150/75/960/540",
-                     "SetWinBlank(1, 0, 0)", "0 setWinBlank: winblank vsc 1 (0) fail"}));
-    failCall("TVHW_VSC_SetInputRegion", 4);
-    EXPECT_EQ(told([&] { client.updateRegion(layer(6, 9, 0, kCorner)); })[1],
-              "0 updateRegion: set-input [1]: err=4, input=100/50/640/360");
+    EXPECT_EQ(listener->calls, 1) << "connected as before";
 
     // The scaler refuses: the record names another source by now.
     failCall("TVHW_VSC_SetWinBlank", 5);
