@@ -2,9 +2,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <thread>
@@ -46,16 +44,8 @@ protected:
     void TearDown() override { kvo::host::reset(); }
 };
 
-// Whom the manager asks is the pool's policy, which has tests of its own, as has a platform's part.
-TEST_F(HostPlatformTest, WhoStartsAnewInsideAReclaimMayNotTakeBackWhatItGivesUp) {
-    Client holder;
-    int inside = 0;
-    holder.onReclaimed = [&] { inside = Client().acquire(); };
-    EXPECT_EQ(holder.acquire(), 0);
-    EXPECT_EQ(Client().acquire(), 0);
-    EXPECT_EQ(inside, -16);
-}
-
+// Whom the manager asks is the pool's policy, which has tests of its own; the platform check asks
+// what a client sees of it.
 TEST_F(HostPlatformTest, WhoWaitsForAHolderSleeps) {
     std::promise<void> release;
     Client holder;
@@ -113,43 +103,7 @@ TEST_F(HostPlatformTest, AFaultHappensOnceAtItsCall) {
     EXPECT_TRUE(utils.allowsForcedAcquire(1));
 }
 
-/// Runs this program with `settings` in its environment and `filter`; returns status and output.
-std::pair<int, std::string> runSet(std::string const& settings, std::string const& filter) {
-    std::string const self = std::filesystem::read_symlink("/proc/self/exe").string();
-    std::string const command = "env " + settings + " " + self +
-                                " --gtest_also_run_disabled_tests --gtest_filter=" + filter +
-                                " 2>&1";
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string output;
-    for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe)) {
-        output += static_cast<char>(byte);
-    }
-    return {WEXITSTATUS(pclose(pipe)), output};
-}
-
-TEST_F(HostPlatformTest, TheEnvironmentSetsTheFirstState) {
-#ifdef __arm__
-    GTEST_SKIP() << "the emulator does not start other programs";
-#endif
-    auto const set = runSet(
-        "KVO_HOST_POOL=encoder:4:640x480 KVO_HOST_PANEL=1280x720 KVO_HOST_PROPERTIES=p=4,q=-1 "
-        "KVO_HOST_FAULTS=getIntProperty=9@2 KVO_HOST_POLICY=tvhw_tests=-1,*=1",
-        "*DISABLED_IsSet");
-    EXPECT_EQ(set.first, 0) << set.second;
-    for (std::string const wrong :
-         {"KVO_HOST_POOL=decoder:5:1x1", "KVO_HOST_PANEL=0x1", "KVO_HOST_PROPERTIES=p",
-          "KVO_HOST_FAULTS=TVHW_VO_Oper=1", "KVO_HOST_FAULTS=*=1@0", "KVO_HOST_POLICY=a=101",
-          "KVO_HOST_RECLAIM=before:*", "KVO_HOST_RECLAIM=never:*@1", "KVO_HOST_RECLAIM=after:*@0",
-          "KVO_HOST_MISUSE=tell", "KVO_HOST_FAULT=TVHW_VO_Open=1", "KVO_MEDIA_LOG_LEVELS=3",
-          "KVO_MEDIA_LOG_LEVEL=A:5", "KVO_MEDIA_LOG_FILE=/nowhere/log"}) {
-        auto const [status, output] = runSet(wrong, "none");
-        EXPECT_EQ(status, 2) << wrong;
-        EXPECT_EQ(output.substr(0, wrong.size() + 2), wrong + ": ");
-        EXPECT_EQ(output.find('\n') + 1, output.size()) << "one line";
-    }
-}
-
-/// In the environment that the test above makes.
+/// In an environment of its own: see settings_test.py.
 TEST(SettingsTest, DISABLED_IsSet) {
     auto& utils = SystemUtils::getInstance();
     EXPECT_EQ(utils.getIntProperty("p", 0), 4);

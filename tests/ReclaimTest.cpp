@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <thread>
 
@@ -50,68 +51,46 @@ TYPED_TEST(ReclaimTest, EveryCallInFlightHoldsTheReclaimOff) {
     }
 }
 
-/// A wrapper with calls that stay inside the codec until each is let go.
 template <typename Codec>
-struct Occupied {
-    explicit Occupied(std::size_t calls) : leave(calls) {
-        codec->onCall = [this](std::string const& operation) {
-            if (operation == "flush") {
-                leave[inside++].get_future().wait();
-            }
-        };
-        EXPECT_EQ(Codec::configure(wrapper), 0);
-        id = kvo::host::crmClients().back().uniqueId;
-        for (std::size_t call = 0; call < calls; ++call) {
-            threads.emplace_back([this] { wrapper.flush(); });
-        }
-        while (inside < calls) {
-            std::this_thread::yield();
-        }
-    }
-    ~Occupied() {
-        EXPECT_TRUE(isRefused(wrapper));
-        for (auto& thread : threads) {
-            thread.join();
-        }
-    }
+using ReclaimTimeout = WrapperTest<Codec>;
+TYPED_TEST_SUITE(ReclaimTimeout, Codecs, );
 
-    std::shared_ptr<typename Codec::Fake> codec = std::make_shared<typename Codec::Fake>();
-    typename Codec::Wrapper wrapper{codec};
-    int id = 0;
-    std::vector<std::promise<void>> leave;
+TYPED_TEST(ReclaimTimeout, AReclaimWaitsForThreeSecondsWhateverHappensMeanwhile) {
+    std::array<std::promise<void>, 3> leave;
     std::atomic<std::size_t> inside{0};
-    std::vector<std::thread> threads;
-};
-
-TEST(ReclaimTimeout, AReclaimWaitsForThreeSecondsWhateverHappensMeanwhile) {
-    Occupied<Decoder> decoder(1);
-    Occupied<Encoder> encoder(3);
-    kvo::host::startJournal();
+    this->codec->onCall = [&](std::string const& operation) {
+        if (operation == "flush") {
+            leave.at(inside++).get_future().wait();
+        }
+    };
+    this->configure();
+    std::vector<std::thread> calls;
+    for (std::size_t call = 0; call < leave.size(); ++call) {
+        calls.emplace_back([this] { this->wrapper->flush(); });
+    }
+    while (inside < leave.size()) {
+        std::this_thread::yield();
+    }
     auto const begin = std::chrono::steady_clock::now();
-    auto decoderAnswer = kvo::host::reclaim(decoder.id);
-    auto encoderAnswer = kvo::host::reclaim(encoder.id);
-    std::this_thread::sleep_for(1500ms);
-    encoder.leave[2].set_value();  // One call less moves no deadline.
-    EXPECT_EQ(decoderAnswer.get() + encoderAnswer.get(), 2);
+    auto const log = recorded([&] {
+        auto answer = this->reclaimNewest();
+        std::this_thread::sleep_for(1500ms);
+        leave[0].set_value();  // One call less moves no deadline.
+        EXPECT_EQ(answer.get(), 1);
+    });
     auto const duration = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(duration, 3s);
     EXPECT_LT(duration, 4s);
-    std::map<std::string, std::string> timeouts;
-    for (auto const& entry : kvo::host::stopJournal()) {
-        if (entry.text.find("timeout") != std::string::npos) {
-            timeouts[entry.text] = entry.file;
-        }
+    EXPECT_EQ(only("timeout", log), Lines{std::string("0 ") + TypeParam::kTag +
+                                          " startReclaim: reclaim timeout waiting: "
+                                          "processing count=2"});
+    EXPECT_EQ(this->codec->releases, 1);
+    leave[1].set_value();
+    leave[2].set_value();
+    for (auto& call : calls) {
+        call.join();
     }
-    std::string const line = " startReclaim: reclaim timeout waiting: processing count=";
-    EXPECT_EQ(
-        timeouts,
-        (std::map<std::string, std::string>{
-            {"0 VideoClient" + line + "1", "impl/tvhw/VideoDecoderClientWrapperResource.cpp"},
-            {"0 VideoEncClient" + line + "2", "impl/tvhw/VideoEncoderClientWrapperResource.cpp"}}));
-    EXPECT_EQ(decoder.codec->releases + encoder.codec->releases, 2);
-    decoder.leave[0].set_value();
-    encoder.leave[0].set_value();
-    encoder.leave[1].set_value();
+    EXPECT_TRUE(isRefused(*this->wrapper));
 }
 
 }  // namespace

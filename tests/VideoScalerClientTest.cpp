@@ -133,7 +133,7 @@ TEST_F(VideoScalerClientTest, AFailureIsLoggedAndLeavesTheConnectionBefore) {
     VideoScalerClientTvhwImpl client(1);
     client.setCallback(listener);
     client.connect(layer(5, 1, 1));
-    auto const connect = [&] { client.connect(layer(4, 7, 2)); };
+    auto const connect = [&] { client.connect(layer(4, 7)); };
     auto const update = [&] { client.updateRegion(layer(6, 9, 0, kCorner, kCorner)); };
     struct Case {
         std::string failing;
@@ -143,7 +143,7 @@ TEST_F(VideoScalerClientTest, AFailureIsLoggedAndLeavesTheConnectionBefore) {
     };
     for (auto const& test :
          {Case{"Connect", connect, "0 connect: connect vsc 1(vscType 2, port 7)fail", 2},
-          Case{"SetAdaptiveStreamEx", connect, "0 connect: setAdaptive vsc 1(1)fail", 3},
+          Case{"SetAdaptiveStreamEx", connect, "0 connect: setAdaptive vsc 1(0)fail", 3},
           Case{"SetInputRegion_ForAdaptive", update,
                "0 updateRegion: set-input-adaptive [1]: err=-3, input=150/75/960/540", 3},
           Case{"SetInputRegion", update,

@@ -33,6 +33,7 @@ struct Decoder {
     using Fake = kvo::media::hardware::FakeDecoder;
     using Wrapper = kvo::media::hardware::VideoDecoderClientWrapperResource;
     using Type = kvo::media::hardware::CodecType;
+    static constexpr char kTag[] = "VideoClient";
     static constexpr std::size_t kGuardedCalls = 15;
     static constexpr int kStatusWithoutManager = -1;
     static auto calls() { return kvo::media::hardware::guardedDecoderCalls(); }
@@ -44,6 +45,7 @@ struct Decoder {
 struct Encoder {
     using Fake = kvo::media::hardware::FakeEncoder;
     using Wrapper = kvo::media::hardware::VideoEncoderClientWrapperResource;
+    static constexpr char kTag[] = "VideoEncClient";
     static constexpr std::size_t kGuardedCalls = 10;
     static constexpr int kStatusWithoutManager = 0;
     static auto calls() { return kvo::media::hardware::guardedEncoderCalls(); }
