@@ -466,9 +466,10 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
     EXPECT_EQ(stuck.threads(), 3) << "it is asked once: a thread each for itself, the bus and that";
     Client newcomer;
     EXPECT_EQ(newcomer.acquire(1920), 0);
-    std::string const seen =
-        output(std::string("timeout 2 script -qc '") + std::getenv("TVHW_SERVICE") +
-               " --watch' /dev/null 2>/dev/null");
+    std::string const seen = output(
+        "f=$(mktemp); timeout 60 script -qfc \"$TVHW_SERVICE --watch\" $f >/dev/null & "
+        "while kill -0 $! && [ $(grep -c '\\[H' $f) -lt 2 ]; do sleep 0.1; done; "
+        "kill $!; cat $f; rm $f");
     EXPECT_NE(seen.find("\033[H", seen.find("CLIENT")), std::string::npos) << seen;
     EXPECT_EQ(
         output(std::string("script -qc '") + std::getenv("TVHW_SERVICE") + " --status' /dev/null")
