@@ -1,8 +1,10 @@
 """tvhw-run ends what it starts, however it ends itself, and tells how. usage: run_test.py TVHW-RUN"""
 import os
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -17,7 +19,7 @@ def run(*words, **options):
 def begin(script):
     """Starts a program that prints process ids, and returns tvhw-run and the line's numbers."""
     started = subprocess.Popen([RUN, '--', 'sh', '-c', script], stdout=subprocess.PIPE,
-                               stderr=subprocess.PIPE, text=True)
+                               stderr=subprocess.PIPE, text=True, start_new_session=True)
     return started, [int(word) for word in started.stdout.readline().split()]
 
 
@@ -46,7 +48,8 @@ class TvhwRun(unittest.TestCase):
                 (['--', 'sh', '-c', 'kill -TERM $TVHW_SERVICE_PID; sleep 0.5'], 1,
                  'the service .* ended with status 0'),
                 (['--', 'sh', '-c', 'kill -40 $$'], 168, 'was killed by SIG40'),
-                (['--', '/nowhere'], 127, '/nowhere: No such file'),
+                (['--', b'/nowhere\xff'], 127, r'/nowhere\?: No such file'),
+                (['--', RUN + '/'], 126, 'Not a directory'),
                 (['--cores', 'x', '--', 'true'], 2, 'KVO_HOST_POOL=x'),
                 (['--cores'], 2, 'see --help'), (['--', 'true', '--'], 2, 'no program'),
                 (['--wrong', '--', 'true'], 2, '--wrong'), (['--help'], 0, None)):
@@ -63,10 +66,27 @@ class TvhwRun(unittest.TestCase):
                     env=os.environ | {'LD_LIBRARY_PATH': '/nowhere'})
         self.assertEqual(ended.stdout, f"{arguments!r} a word ['/nowhere']\n")
 
+    def test_what_is_missing_is_told(self):
+        with tempfile.TemporaryDirectory() as folder:
+            bus = os.path.join(folder, 'dbus-daemon')
+            for script, status, told in (
+                    (None, 2, 'dbus-daemon is missing'), ('exit 3', 2, 'there is no bus'),
+                    ('kill $PPID; exec /bin/sleep 600', 143, '^$')):
+                if script:
+                    with open(bus, 'w', encoding='ascii') as file:
+                        file.write('#!/bin/sh\n' + script)
+                    os.chmod(bus, 0o700)
+                ended = run('--', '/bin/true', env={'PATH': folder})
+                self.assertEqual(ended.returncode, status)
+                self.assertRegex(ended.stderr, told)
+            ended = subprocess.run([shutil.copy(RUN, folder), '--', 'true'], stderr=subprocess.PIPE,
+                                   text=True, check=False)
+            self.assertRegex(ended.stderr, 'there is no libkvo_hal_crm.so')
+
     def test_what_a_program_leaves_behind_ends(self):
         # Though nothing can be said of it.
         ended = subprocess.run(['sh', '-c', 'exec "$@" 2>/dev/full', 'sh', RUN, '--', 'sh', '-c',
-                                'setsid sleep 600 >/dev/null & echo $!; exit 3'],
+                                'trap "" TERM; setsid sleep 600 >/dev/null & echo $!; exit 3'],
                                stdout=subprocess.PIPE, timeout=60, check=False)
         self.assertEqual(ended.returncode, 3)
         self.assert_gone(int(ended.stdout))
@@ -80,8 +100,8 @@ class TvhwRun(unittest.TestCase):
 
     def test_the_service_outlives_the_programs(self):
         manager = os.path.join(os.path.dirname(RUN), 'tvhw-resource-manager')
-        started, _ = begin(f'trap "{manager} --status; exit" TERM; echo; while :; do sleep 0.1; done')
-        started.terminate()
+        started, _ = begin(f'trap "" INT; trap "{manager} --status; exit" TERM; echo; while :; do sleep 0.1; done')
+        os.killpg(started.pid, signal.SIGINT)  # As from the keyboard.
         self.assertIn('CORE', started.communicate(timeout=20)[0])
 
     def test_a_second_signal_kills_what_does_not_end(self):
