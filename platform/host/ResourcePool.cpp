@@ -96,11 +96,7 @@ int ResourcePool::openClient(std::string name, Owner owner, int above) {
 
 bool ResourcePool::closeClient(int client) {
     giveBack(client);
-    for (auto const& [number, pending] : mPending) {
-        if (pending.client == client) {
-            mUndecided.insert(number);
-        }
-    }
+    lookAtRequestsOf(client);
     return mClients.erase(client) != 0;
 }
 
@@ -146,6 +142,7 @@ ResourcePool::Number ResourcePool::request(int client, Request const& request, b
     mPending.emplace(
         ++mLastRequest,
         Pending{client, request, tryOnly, insideReclaim, takeFrom, mNow(), false, 0, 0, 0, {}, {}});
+    mRequests.emplace(client, mLastRequest);
     mUndecided.insert(mLastRequest);
     return mLastRequest;
 }
@@ -175,6 +172,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
         steps.push_back({number, code, 0, pending.givenBy, pending.client, pending.request,
                          mNow() - pending.since});
         leaveQueue(number, pending);
+        mRequests.erase({pending.client, number});
         mPending.erase(number);
     };
     if (!isOpen(pending.client)) {
@@ -334,11 +332,7 @@ bool ResourcePool::grantFreeCore(int client, Request const& request) {
 
 void ResourcePool::grant(Lease& lease, int client) {
     lease = {client, ++mOrder, mNow()};
-    for (auto const& [number, pending] : mPending) {
-        if (pending.client == client && pending.queue) {
-            mUndecided.insert(number);  // They may follow nobody any longer.
-        }
-    }
+    lookAtRequestsOf(client);  // They may follow nobody any longer.
 }
 
 void ResourcePool::giveBackCore(int client) {
@@ -408,6 +402,13 @@ void ResourcePool::wakeWaitersFor(int holder) {
     auto const waiters = mWaiters.find(holder);
     if (waiters != mWaiters.end()) {
         mUndecided.insert(waiters->second.begin(), waiters->second.end());
+    }
+}
+
+void ResourcePool::lookAtRequestsOf(int client) {
+    for (auto own = mRequests.lower_bound({client, 0});
+         own != mRequests.end() && own->first == client; ++own) {
+        mUndecided.insert(own->second);
     }
 }
 

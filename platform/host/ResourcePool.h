@@ -214,6 +214,7 @@ private:
     void leaveQueue(Number number, Pending& pending);
     void waitFor(Number number, int holder);
     void wakeWaitersFor(int holder);
+    void lookAtRequestsOf(int client);
     [[nodiscard]] Reclaim const* reclaimFrom(int client) const;
     [[nodiscard]] bool isStuck(int client) const;
     [[nodiscard]] bool isSlow(Lease const& lease) const;
@@ -229,9 +230,10 @@ private:
     Clock::duration mLeastHold{0};
     std::map<int, Client> mClients;  ///< By unique id.
     std::map<Number, Pending> mPending;
-    std::set<Number> mUndecided;               ///< Those of them to be looked at.
-    std::map<int, std::set<Number>> mWaiters;  ///< Those that wait for a holder, by holder.
-    std::map<Wish, std::set<Number>> mQueues;  ///< Those that the first of them decides for.
+    std::set<std::pair<int, Number>> mRequests;  ///< The same by client.
+    std::set<Number> mUndecided;                 ///< Those of them to be looked at.
+    std::map<int, std::set<Number>> mWaiters;    ///< Those that wait for a holder, by holder.
+    std::map<Wish, std::set<Number>> mQueues;    ///< Those that the first of them decides for.
     std::map<int, Reclaim> mReclaims;
     Clock::time_point mLookedAt;  ///< At the clock.
     int mLastClient = kIdsBegin;
