@@ -251,7 +251,7 @@ TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
                         {"Acquire ibbiiibi " + name + " 0 0 1 1 1 0 0", "i -22\n"},
                         {"Acquire ibbiiibi 0 1 1 -1 -1 -1 1 99", "i -22\n"},
                         {"Reclaim ib 0 1", "i -22\n"},
-                        {"OpenClient si " + std::string(300, 'x') + " 0", "iis -22 0 \"\"\n"},
+                        {"OpenClient si " + std::string(300, 'x') + " 0", "ii -22 0\n"},
                         {"CloseClient s x", ""},
                         {"Nothing", ""}};
     for (auto const& row : kCalls) {
@@ -421,7 +421,9 @@ TEST_F(ServiceTest, AStoppedBusEndsTheFirstCall) {
     bus.signal(SIGSTOP);
     auto const begin = Clock::now();
     Process player({"env", address, gSelf, "--hold", "give", "1920"});
+    Process service({"env", address, std::getenv("TVHW_SERVICE")});
     EXPECT_EQ(player.line(), "-22") << "it has no client";
+    EXPECT_TRUE(WIFSIGNALED(service.end(SIGTERM))) << "it is ended though it waits";
     EXPECT_LT(Clock::now() - begin, seconds(16));
     bus.signal(SIGCONT);
 }

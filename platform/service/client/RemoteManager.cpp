@@ -41,17 +41,17 @@ public:
 
     int open(std::string const& name, TVHW_CRM_RECLAIM_CALLBACK function, void* cookie,
              int& client) override {
-        std::tuple<int, int, std::string> opened;
-        auto const& [code, id, service] = opened;
+        std::tuple<int, int> opened;
+        auto const& [code, id] = opened;
         int const above = mLastClient;
         int const failure =
-            callOr([this](int, int late, std::string const&) { notify("CloseClient", late); },
+            callOr([this](int, int late) { notify(kServiceName, "CloseClient", late); },
                    "OpenClient", kCallPatience, opened, name, above);
         if (failure != 0 || code != 0) {
             return failure != 0 ? failure : code;
         }
         std::lock_guard<std::mutex> const lock(mMutex);
-        mClients[id] = {service, function, cookie};
+        mClients[id] = {function, cookie};
         mLastClient = std::max<int>(mLastClient, id);
         client = id;
         return 0;
@@ -80,7 +80,8 @@ public:
             callFor(client, "Acquire", kAcquirePatience, code, request.display, request.encoder,
                     request.codecType, request.width, request.height, tryOnly, tReclaim);
         if (result == ResourcePool::kNoService && Clock::now() >= end && forget(client)) {
-            notify("CloseClient", client);  // It holds nothing, should the service ever go on.
+            // It holds nothing, should the service ever go on.
+            notify(kServiceName, "CloseClient", client);
         }
         return result;
     }
@@ -128,7 +129,6 @@ private:
         std::atomic<bool> lost{false};
     };
     struct Client {
-        std::string service;  ///< Unique name on the bus of who may ask it.
         TVHW_CRM_RECLAIM_CALLBACK function;
         void* cookie;
     };
@@ -188,11 +188,12 @@ private:
         return failure != 0 ? failure : std::get<0>(results);
     }
 
-    /// Calls the service without waiting for an answer.
+    /// Calls the service of a name on the bus without waiting for an answer.
     template <typename... Arguments>
-    void notify(char const* method, Arguments const&... arguments) {
+    void notify(std::string const& service, char const* method, Arguments const&... arguments) {
         use(Clock::now() + kCallPatience, [&](Bus& bus) {
-            bus.service->callMethod(method)
+            sdbus::createProxy(*bus.connection, service, kServicePath)
+                ->callMethod(method)
                 .onInterface(kServiceInterface)
                 .withArguments(arguments...)
                 .dontExpectReply();
@@ -309,24 +310,25 @@ private:
         return handler.getCurrentlyProcessedMessage()->getSender();
     }
 
-    /// Answers the service for a client, on a thread of its own: the callback may block, and call
-    /// the service. Only the service that the client was opened at may ask.
+    /// Answers the service of this unique name for a client, on a thread of its own: the callback
+    /// may block, and call the service. By then another service may run, which counts its reclaims
+    /// anew.
     void onReclaim(int client, int reclaim, std::string const& service) {
-        Client asked;
+        Client asked{};
         {
             std::lock_guard<std::mutex> const lock(mMutex);
             auto const found = mClients.find(client);
-            if (found != mClients.end() && found->second.service == service) {
+            if (found != mClients.end()) {
                 asked = found->second;
             }
         }
-        std::thread([this, asked, client, reclaim] {
+        std::thread([this, asked, client, reclaim, service] {
             tReclaim = reclaim;
             // Whom nobody knows here holds nothing.
             int const answer = asked.function == nullptr
                                    ? 1
                                    : host::callReclaim(asked.function, client, asked.cookie);
-            notify("AnswerReclaim", reclaim, answer);
+            notify(service, "AnswerReclaim", reclaim, answer);
         }).detach();
     }
 

@@ -172,14 +172,14 @@ private:
         mBusDaemon->finishRegistration();
     }
 
-    std::tuple<int, int, std::string> open(std::string const& name, int above) {
+    std::tuple<int, int> open(std::string const& name, int above) {
         Process const* const owner = name.size() > kLongestName ? nullptr : process(sender());
         if (owner == nullptr) {
-            return {ResourcePool::kInvalid, 0, ""};
+            return {ResourcePool::kInvalid, 0};
         }
         int const client = mPool.openClient(name, owner->owner, above);
         mOwners[client] = sender();
-        return {0, client, mConnection->getUniqueName()};
+        return {0, client};
     }
 
     [[nodiscard]] Holding holding(int client) const {

@@ -70,12 +70,13 @@ void serve(std::string const& settings) {
     setrlimit(RLIMIT_NOFILE, &files);
     sigset_t signals;
     sigemptyset(&signals);
-    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaddset(&signals, signal);
-    }
+    sigaddset(&signals, SIGHUP);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    int const ends = signalfd(-1, &signals, SFD_CLOEXEC);
-    kvo::service::Service(settings).run(ends);
+    kvo::service::Service service(settings);  // A signal ends it while the bus does not answer.
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    service.run(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 /// Calls the service that runs.
