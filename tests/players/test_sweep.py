@@ -13,7 +13,7 @@ FOUND = {
     'spins': ('hung', RECLAIMS),
     'deadlock in release': ('hung', RECLAIMS),
     'waits for the end': ('hung', RECLAIMS),
-    'restarts without end': ('hung', RECLAIMS),
+    'restarts without end': ('hung', [*RECLAIMS, '--hung', '1']),
     'frees what it feeds': ('crashed', RECLAIMS),
     'aborts': ('crashed', RECLAIMS),
     'leaks the wrapper': ('mistake', RECLAIMS),
@@ -41,6 +41,7 @@ def check_found(name):
     outcome, options = FOUND[name]
     status, said = sweep(name, options, [PLAYERS, name])
     assert status == 1 and f'\n{outcome}: ' in said and '\n  repeat: KVO_HOST_' in said, f'{name}: {said}'
+    assert '--hung' not in options or 'were not made' in said, f'{name}: {said}'
     assert outcome not in ('crashed', 'hung') or '\n  stack:  ' in said, f'{name}: {said}'
 
 
@@ -54,6 +55,7 @@ def check_passes(name):
 with concurrent.futures.ThreadPoolExecutor(6) as pool:  # Most of them wait.
     for check in [*pool.map(check_passes, PASS), *pool.map(check_found, FOUND)]:
         pass
-for arguments in [], ['--'], ['--', 'no-such-program'], ['--jobs', '0', '--', 'true'], ['--', 'true'], ['--', 'false']:
+for arguments in [], ['--'], ['--', 'no-such-program'], ['--jobs', '0', '--', 'true'], ['--', 'true'], ['--', 'false'], \
+        ['--', 'env', 'KVO_HOST_X=1', PLAYERS, 'none']:
     ran = subprocess.run([SWEEP, *arguments], cwd=LOGS.name, stderr=subprocess.PIPE, check=False)
     assert ran.returncode == 2 and b'tvhw-sweep: ' in ran.stderr, (arguments, ran)
