@@ -29,6 +29,8 @@ constexpr std::array<std::pair<AVCodecID, CodecType>, 10> kCodecs{{
     {AV_CODEC_ID_VVC, CodecType::VVC},
 }};
 
+constexpr int kUsualFrameRate = 25;
+
 }  // namespace
 
 std::optional<CodecType> codecTypeOf(AVCodecID id) {
@@ -177,7 +179,7 @@ Clip inspectClip(std::string const& path, Part part,
     clip.part = part;
     clip.codecName = avcodec_get_name(parameters.codec_id);
     clip.codecType = reader.codecType();
-    clip.frameRate = reader.frameRate();
+    clip.frameRate = reader.frameRate() > 0 ? reader.frameRate() : kUsualFrameRate;
     clip.duration = reader.duration();
     FramePtr frame(av_frame_alloc());
     FramePtr last(av_frame_alloc());

@@ -68,7 +68,7 @@ struct Clip {
     Size coded;                     ///< Of the first picture, as it is coded.
     Size shown;                     ///< As `coded`, but turned as the file asks for.
     AVRational sampleAspect{1, 1};  ///< Width to height of a pixel of `shown`.
-    int frameRate = 0;              ///< Per second; 0 if unknown.
+    int frameRate = 0;              ///< Per second; the usual one if unknown.
     double duration = 0;            ///< Of all of it, in seconds; 0 if unknown.
     unsigned int frames = 0;        ///< Pictures in what is played, where they were counted.
     unsigned int undecodable = 0;   ///< Coded frames that gave none.

@@ -74,6 +74,11 @@ std::string Playback::ask() {
                                            mClip.coded.width, mClip.coded.height)
                              : fmt::format("configuring it failed: status {}", configured.code()));
     }
+    Configuration const& granted = player()->granted();
+    int const port = granted.getInt32(key::kVideoPort, -1);
+    if (mPlayer && mSettings.player.mode == Player::Mode::kTunnel && port < 0) {
+        return leaveWith(State::kRefused, "no display port was granted");
+    }
     if (mPlayer) {
         if (mVideo) {
             mVideo->connect(*mPlayer, mSettings.player.adaptive);
@@ -82,8 +87,6 @@ std::string Playback::ask() {
         mPlayer->start();
     }
     mState = State::kPlaying;
-    Configuration const& granted = player()->granted();
-    int const port = granted.getInt32(key::kVideoPort, -1);
     return fmt::format("plays on a core of type {}{}", granted.getInt32(key::kResourceCoreType, 0),
                        port < 0 ? "" : fmt::format(" and display port {}", port));
 }

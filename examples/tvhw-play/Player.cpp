@@ -156,7 +156,8 @@ Status Player::drainPixels() {
         showPlanes(*picture, picture->buf[0]->data, {info.width, info.height});
         setColors(*picture, mDecoder.getColorAspect().value());
         picture->sample_aspect_ratio = mClip.sampleAspect;
-        picture->pts = static_cast<std::int64_t>(info.timestampUs);
+        std::uint64_t const time = timeOf(info.timestampUs);
+        picture->pts = static_cast<std::int64_t>(time);
         Status result =
             mDecoder.copyFromPixelBuffer(picture->buf[0]->data, info.length, info).status();
         if (!result.isError()) {
@@ -165,10 +166,10 @@ Status Player::drainPixels() {
         if (result.isError()) {
             return result;
         }
-        waitFor(info.timestampUs);
+        waitFor(time);
         result = mSettings.sink ? mSettings.sink(*picture) : status::kSuccess;
         if (!result.isError()) {
-            countPicture({info.width, info.height}, info.timestampUs);
+            countPicture({info.width, info.height}, time);
         }
         if (result.isError() || mFrames == mSettings.limit) {
             mStopping = true;  // Whatever the error: this decoder's core is not lost.
@@ -187,15 +188,24 @@ Status Player::drainTunnel() {
         bool const isOurs = buffer.videoPort == mGranted.getInt32(key::kVideoPort, -1) &&
                             buffer.resourceId == mGranted.getInt32(key::kResourceId, -1) &&
                             buffer.callingPid == getpid();
-        waitFor(buffer.timestampUs);
+        std::uint64_t const time = timeOf(buffer.timestampUs);
+        waitFor(time);
         Status const released = mDecoder.releaseOutputBuffer(buffer).status();
         if (released.isError()) {
             return released;
         }
         mResult.wrongStamps += isOurs ? 0U : 1U;
         mResult.rendered += mDecoder.dequeueRenderEvent().status().isError() ? 0U : 1U;
-        countPicture({buffer.width, buffer.height}, buffer.timestampUs);
+        countPicture({buffer.width, buffer.height}, time);
     }
+}
+
+/// Returns the time of a picture. One of a stream without times, whose pictures are all of time 0,
+/// follows on the one before it.
+std::uint64_t Player::timeOf(std::uint64_t timestampUs) const {
+    bool const isTimed = timestampUs != 0 || mFrames == 0;
+    auto const rate = static_cast<std::uint64_t>(mClip.frameRate);
+    return isTimed ? timestampUs : mPositionUs + 1'000'000 / rate;
 }
 
 /// Waits until the time of a picture, where the player is to keep to it. The clip's time begins

@@ -88,6 +88,7 @@ private:
     Status feed();
     Status drainPixels();
     Status drainTunnel();
+    [[nodiscard]] std::uint64_t timeOf(std::uint64_t timestampUs) const;
     void waitFor(std::uint64_t timestampUs);
     void countPicture(Size size, std::uint64_t timestampUs);
 

@@ -14,7 +14,6 @@ namespace {
 /// Larger pictures are recorded in a smaller size.
 constexpr Size kLargestSize{1920, 1080};
 
-constexpr int kUsualFrameRate = 25;
 constexpr std::int64_t kSecondUs = 1'000'000;
 
 /// No coded picture is larger than a raw one by more than this.
@@ -30,7 +29,7 @@ Size sizeFor(Size picture) {
 Recorder::Recorder(Clip const& clip, Settings settings)
     : mSettings(std::move(settings)),
       mSize(sizeFor(clip.shown)),
-      mFrameRate(clip.frameRate > 0 ? clip.frameRate : kUsualFrameRate),
+      mFrameRate(clip.frameRate),
       mEncoder(std::make_shared<LibavEncoder>()),
       mPlayer(clip, {Player::Mode::kPixel,
                      {},

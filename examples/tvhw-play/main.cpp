@@ -38,7 +38,7 @@ windows that the video scaler places. KVO_HOST_POOL, KVO_HOST_PANEL and other se
 platform apply; tvhw-run lets several programs share the cores.
 Exit status: 0 when all files were played to their end, or the playing was ended by SIGINT, SIGTERM
 or the live window; 1 when something failed, 2 when the command line or a file cannot be used, 3
-when a core was lost, 4 when none was granted.)";
+when a core was lost, 4 when none, or no display port, was granted.)";
 
 volatile std::sig_atomic_t gStop = 0;
 
