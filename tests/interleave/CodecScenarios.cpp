@@ -81,7 +81,7 @@ int flush(Wrapper& wrapper) {
 /// Makes a call that a reclaim may have to wait for.
 template <typename Call>
 int inProgress(Call const& call) {
-    int& inProgress = platform().callsInProgress.at(threadNumber());
+    int& inProgress = platform().self().callsInProgress;
     ++inProgress;
     int const code = call();
     --inProgress;
@@ -92,13 +92,12 @@ int inProgress(Call const& call) {
 int reclaim(TVHW_CRM_CLIENT const& client) {
     clearWaits();
     int const answer = client.reclaim(nullptr, client.cookie);
-    auto const& waits = waitsOf(threadNumber());
-    for (auto const& wait : waits) {
+    for (auto const& wait : waits()) {
         seen(kWaits);
-        expect(wait.deadline == waits.front().begin + kReclaimWait,
+        expect(wait.deadline == waits().front().begin + kReclaimWait,
                "a reclaim waits until %lld ns after it began to",
-               static_cast<long long>(wait.deadline - waits.front().begin));
-        expect(!wait.timedOut || hasLogged("reclaim timeout", threadNumber()),
+               static_cast<long long>(wait.deadline - waits().front().begin));
+        expect(!wait.timedOut || platform().self().hasTimedOut,
                "a reclaim waits in vain: no call is in flight");
     }
     return answer;
@@ -132,7 +131,11 @@ public:
         expect(code == (me.reachedCodec ? 0 : refusal), "a call answers %d", code);
         if (!me.reachedCodec) {
             seen(kIsRefused);
-            expect(hasLogged("reclaim: start"), "a call is refused without a reclaim");
+            auto const& threads = platform().threads;
+            auto const reclaims =
+                std::count_if(threads.begin(), threads.end(),
+                              [](auto const& thread) { return thread.hasBegunReclaim; });
+            expect(reclaims != 0, "a call is refused without a reclaim");
             watch->noteClosed();
         }
         return code;
@@ -152,8 +155,8 @@ public:
         mIsLetGo = true;
         Caller& me = watch->caller();
         me.reachedCodec = false;
-        std::size_t const& told = platform().releasesTold.at(threadNumber());
-        std::size_t const toldBefore = told;
+        int const& told = platform().self().releasesTold;
+        int const toldBefore = told;
         action();
         if (!me.reachedCodec) {
             seen(kWasReclaimed);
@@ -173,7 +176,8 @@ public:
     void replaceClient() { mIsLetGo = true; }
 
     std::shared_ptr<Watch> watch = std::make_shared<Watch>();
-    std::shared_ptr<typename Kind::Codec> codec = std::make_shared<typename Kind::Codec>(watch);
+    /// Apart from the count of its references, so that its memory is freed as it dies.
+    std::shared_ptr<typename Kind::Codec> codec{new typename Kind::Codec(watch)};
     std::unique_ptr<typename Kind::Wrapper> wrapper =
         std::make_unique<typename Kind::Wrapper>(codec);
 
@@ -186,18 +190,18 @@ private:
         if (client.freedBy == self) {
             seen(kDiesInReclaim);
         }
-        if (!hasLogged("reclaim: start", self)) {
+        if (!platform().self().hasBegunReclaim) {
             seen(kFindsNoClient);
             expect(mIsLetGo, "a reclaim does not find its client");
             return;
         }
         watch->noteClosed();
-        if (hasLogged("reclaim timeout", self)) {
+        if (platform().self().hasTimedOut) {
             seen(kOverruns);
         }
-        expect(waitsOf(self).empty() || me.hasReleased, "a reclaim waits for nothing");
+        expect(waits().empty() || me.hasReleased, "a reclaim waits for nothing");
         bool const tells = Kind::kTellsPlatform && me.hasReleased;
-        expect(!mKnowsPid || platform().reclaimsTold.at(self) == (tells ? 1 : 0),
+        expect(!mKnowsPid || platform().self().reclaimsTold == (tells ? 1 : 0),
                "the platform is not told of the reclaim as it should");
         if (!me.hasReleased && !watch->isReleased()) {
             seen(kFindsNoCodec);
@@ -212,18 +216,15 @@ private:
 /// The scenarios that both wrappers have.
 template <typename Kind>
 void addCommon(std::string const& kind, std::vector<Scenario>& all) {
-    auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
-        all.push_back(scenario(kind + name, std::move(facts), body));
-    };
     // What `body` starts must use nothing of its own.
     auto const addConfigured = [&](char const* name, std::vector<std::string> facts,
                                    void (*body)(World<Kind>&)) {
-        all.push_back(scenario(kind + name, std::move(facts), [body] {
+        add(all, kind + name, std::move(facts), [body] {
             World<Kind> world;
             world.configure();
             body(world);
             joinAll();
-        }));
+        });
     };
     addConfigured("-calls", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] {
@@ -261,22 +262,23 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
                       start("owner", [&] { world.release(); });
                   });
     // No call may be in flight then, but a reclaim may.
-    add("-destroys", {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed}, [] {
-        World<Kind> world;
-        world.configure();
-        bool isWritten = false;
-        start("writer", [&] {
-            world.call(Kind::write);
-            isWritten = true;
+    add(all, kind + "-destroys", {kFindsNoClient, kFindsNoCodec, kDiesInReclaim, kWasReclaimed},
+        [] {
+            World<Kind> world;
+            world.configure();
+            bool isWritten = false;
+            start("writer", [&] {
+                world.call(Kind::write);
+                isWritten = true;
+            });
+            world.startReclaim();
+            start("owner", [&] {
+                waitUntil([&] { return isWritten; });
+                world.letGo([&] { world.wrapper.reset(); });
+                world.codec.reset();
+            });
+            joinAll();
         });
-        world.startReclaim();
-        start("owner", [&] {
-            waitUntil([&] { return isWritten; });
-            world.letGo([&] { world.wrapper.reset(); });
-            world.codec.reset();
-        });
-        joinAll();
-    });
     addConfigured("-reconfigures", {kIsRefused, kWaits}, [](World<Kind>& world) {
         start("writer", [&] { world.call(Kind::write); });
         world.startReclaim();
@@ -310,7 +312,7 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         world.startReclaim();
     });
     // Without a codec to release the guard stays closed, and the next reclaim waits again.
-    add("-without-codec", {kWaits}, [] {
+    add(all, kind + "-without-codec", {kWaits}, [] {
         typename Kind::Wrapper wrapper(nullptr);
         expect(Kind::configure(wrapper) == kNoCodec, "configured without a codec");
         auto const& client = platform().clients.front();
@@ -323,13 +325,12 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         start("manager", [&] { expect(reclaim(client) == 1, "a reclaim is refused"); });
         joinAll();
         expect(write() == kRefused, "a call is not refused");
-        expect(reclaim(client) == 1 && waitsOf(threadNumber()).empty(),
-               "a reclaim waits for nothing");
+        expect(reclaim(client) == 1 && waits().empty(), "a reclaim waits for nothing");
         expect(wrapper.release().status().code() == kNoCodec, "release hides the missing codec");
         expect(!client.isOpen, "release keeps the core");
     });
     // Two codecs come, work and go at once.
-    add("-two-codecs", {}, [] {
+    add(all, kind + "-two-codecs", {}, [] {
         for (char const* const owner : {"first", "second"}) {
             start(owner, [] {
                 World<Kind> world;
@@ -340,7 +341,7 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         joinAll();
     });
     // One codec goes while another comes: a reclaim of the first must not reach the second.
-    add("-stale-ids", {kFindsNoClient}, [] {
+    add(all, kind + "-stale-ids", {kFindsNoClient}, [] {
         World<Kind> old;
         old.configure();
         old.startReclaim();
@@ -378,22 +379,18 @@ constexpr auto kConfigures = configures<Decoder, Decoder::configureBy<kOperation
 
 }  // namespace
 
-std::vector<Scenario> codecScenarios() {
+void addCodecScenarios(std::vector<Scenario>& all) {
     using Wrapper = Decoder::Wrapper;
     constexpr auto kTunnel = Decoder::configureBy<&Wrapper::configureTunnelMode>;
-    std::vector<Scenario> all;
-    auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
-        all.push_back(scenario(name, std::move(facts), body));
-    };
     addCommon<Decoder>("decoder", all);
     addCommon<Encoder>("encoder", all);
-    add("decoder-tunnel-mode", {kIsRefused}, kConfigures<&Wrapper::configureTunnelMode>);
-    add("decoder-reference-mode", {kIsRefused}, kConfigures<&Wrapper::configureReferenceMode>);
-    add("decoder-pixel-mode", {kIsRefused}, kConfigures<&Wrapper::configurePixelMode>);
-    add("decoder-native-mode", {kIsRefused}, kConfigures<&Wrapper::configureNativeBufferMode>);
-    add("decoder-output-buffer", {kWaits}, kConfigures<&Wrapper::reconfigureOutputBuffer>);
-    add("encoder-configures", {kIsRefused}, configures<Encoder, Encoder::configure>);
-    add("decoder-ports", {}, [] {
+    add(all, "decoder-tunnel-mode", {kIsRefused}, kConfigures<&Wrapper::configureTunnelMode>);
+    add(all, "decoder-reference-mode", {kIsRefused}, kConfigures<&Wrapper::configureReferenceMode>);
+    add(all, "decoder-pixel-mode", {kIsRefused}, kConfigures<&Wrapper::configurePixelMode>);
+    add(all, "decoder-native-mode", {kIsRefused}, kConfigures<&Wrapper::configureNativeBufferMode>);
+    add(all, "decoder-output-buffer", {kWaits}, kConfigures<&Wrapper::reconfigureOutputBuffer>);
+    add(all, "encoder-configures", {kIsRefused}, configures<Encoder, Encoder::configure>);
+    add(all, "decoder-ports", {}, [] {
         World<Decoder> world;
         platform().ports = {1, 2};
         world.configure();
@@ -407,7 +404,7 @@ std::vector<Scenario> codecScenarios() {
         world.call(Decoder::dequeue);
     });
     // Calls that read and learn the port while a first configuration is granted one.
-    add("decoder-reads-early", {}, [] {
+    add(all, "decoder-reads-early", {}, [] {
         World<Decoder> world;
         platform().ports = {1, 2};
         start("reader", [&] { world.call(Decoder::dequeue); });
@@ -417,7 +414,7 @@ std::vector<Scenario> codecScenarios() {
         world.call(Decoder::dequeue);
     });
     // The same while the owner gives the port back.
-    add("decoder-reads-late", {}, [] {
+    add(all, "decoder-reads-late", {}, [] {
         World<Decoder> world;
         platform().ports = {1, 2};
         world.configure();
@@ -426,7 +423,7 @@ std::vector<Scenario> codecScenarios() {
         start("owner", [&] { world.release(); });
         joinAll();
     });
-    add("encoder-live", {}, [] {
+    add(all, "encoder-live", {}, [] {
         World<Encoder> world;
         world.configure(Encoder::configureLive);
         auto const& client = platform().clients.front();
@@ -436,7 +433,7 @@ std::vector<Scenario> codecScenarios() {
         expect(world.call(flush) == 0, "a call is refused");
     });
     // Whether a reclaim comes before or after it, all that follows fits its answer.
-    add("encoder-becomes-live", {kIsTaken, kIsKept}, [] {
+    add(all, "encoder-becomes-live", {kIsTaken, kIsKept}, [] {
         World<Encoder> world;
         int answer = -1;
         start("owner", [&] { world.call(Encoder::configureLive); });
@@ -450,7 +447,6 @@ std::vector<Scenario> codecScenarios() {
         expect(world.call(Encoder::write) == (answer == 1 ? kRefused : 0),
                "a call does not fit what the reclaim has answered");
     });
-    return all;
 }
 
 }  // namespace interleave

@@ -5,14 +5,15 @@
 #include <functional>
 #include <memory>
 
+#include "CodecOperations.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
-#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
-#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
+#include "kvo/media/hardware/IVideoDecoderClient.h"
+#include "kvo/media/hardware/IVideoEncoderClient.h"
 #include "scheduler/Scheduler.h"
 
 namespace interleave {
 
-namespace media = kvo::media::hardware;
+using namespace kvo::media::hardware;
 
 constexpr Nanoseconds kSecond = 1'000'000'000;
 constexpr Nanoseconds kReclaimWait = 3 * kSecond;
@@ -54,8 +55,7 @@ public:
 
     /// Says whether this thread's reclaim has waited as long as it may.
     static bool isOverrun() {
-        auto const& waits = waitsOf(threadNumber());
-        return !waits.empty() && lastNow() >= waits.front().begin + kReclaimWait;
+        return !waits().empty() && lastNow() >= waits().front().begin + kReclaimWait;
     }
 
     /// Says whether a reclaim has begun to release the codec.
@@ -63,7 +63,7 @@ public:
     /// Says whether a reclaim has released the codec.
     bool isReleased() const { return isAny(&Caller::isDone); }
 
-    media::Status call(char const* operation) {
+    Status call(char const* operation) {
         enter(operation);
         expect(!caller().beganClosed, "%s reaches the codec, the guard being closed", operation);
         expect(!isReleaseBegun() || isAny(&Caller::overruns),
@@ -75,7 +75,7 @@ public:
         return {};
     }
 
-    media::Status release() {
+    Status release() {
         enter("release");
         if (caller().isReclaim) {
             caller().overruns = isOverrun();
@@ -107,59 +107,38 @@ inline void expectPort(int port) {
     expect(port >= -1 && port <= 1, "display port %d is seen, which does not exist", port);
 }
 
-/// What no scenario calls is the base's, which has no client.
-template <typename Base>
-class WatchedCodec : public Base {
-public:
-    explicit WatchedCodec(std::shared_ptr<Watch> watch) : Base(nullptr), mWatch(std::move(watch)) {}
-    ~WatchedCodec() override { mWatch->noteGone(); }
+/// Looks at the arguments of a codec's call.
+template <typename... Others>
+void look(Others const&... /*arguments*/) {}
+inline void look(CodecType /*type*/, Configuration const& config) {
+    expectPort(config.getInt32(key::kVideoPort, 9));
+}
 
-    media::Return<void> release() override { return mWatch->release(); }
-    media::Return<void> flush() override { return mWatch->call("flush"); }
+/// A codec that is watched.
+template <typename Interface>
+class WatchedCodec : public Interface {
+public:
+    explicit WatchedCodec(std::shared_ptr<Watch> watch) : mWatch(std::move(watch)) {}
+    ~WatchedCodec() override { mWatch->noteGone(); }
+    Return<void> release() override { return mWatch->release(); }
 
 protected:
-    using Config = media::Configuration;
-
     std::shared_ptr<Watch> mWatch;
 };
 
-class WatchedDecoder : public WatchedCodec<media::VideoDecoderClientWrapper> {
-public:
+#define WATCHED(Result, name, parameters, ...) \
+    Return<Result> name parameters override {  \
+        look(__VA_ARGS__);                     \
+        return mWatch->call(#name);            \
+    }
+struct WatchedDecoder : WatchedCodec<IVideoDecoderClient> {
     using WatchedCodec::WatchedCodec;
-    using Type = media::CodecType;
-
-#define CONFIGURE(operation) \
-    media::Return<void> operation(Type, Config const& config) override { return configure(config); }
-    CONFIGURE(configureTunnelMode)
-    CONFIGURE(configureReferenceMode)
-    CONFIGURE(configurePixelMode)
-    CONFIGURE(configureNativeBufferMode)
-    CONFIGURE(reconfigureOutputBuffer)
-#undef CONFIGURE
-    media::Return<void> writeInputEndOfStream() override { return mWatch->call("write"); }
-    media::Return<media::BufferInfo> dequeueOutputBuffer() override {
-        return mWatch->call("dequeue");
-    }
-    media::Return<void> releaseOutputBuffer(media::BufferInfo const&) override {
-        return mWatch->call("releaseBuffer");
-    }
-
-private:
-    media::Return<void> configure(Config const& config) {
-        expectPort(config.getInt32(media::key::kVideoPort, 9));
-        return mWatch->call("configure");
-    }
+    KVO_MEDIA_DECODER_OPERATIONS(WATCHED, WATCHED)
 };
-
-class WatchedEncoder : public WatchedCodec<media::VideoEncoderClientWrapper> {
-public:
+struct WatchedEncoder : WatchedCodec<IVideoEncoderClient> {
     using WatchedCodec::WatchedCodec;
-
-    media::Return<void> configure(Config const&) override { return mWatch->call("configure"); }
-    media::Return<void> writeInputFrame(unsigned long long, unsigned char const*,
-                                        unsigned int) override {
-        return mWatch->call("write");
-    }
+    KVO_MEDIA_ENCODER_OPERATIONS(WATCHED, WATCHED)
 };
+#undef WATCHED
 
 }  // namespace interleave

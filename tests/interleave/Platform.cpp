@@ -1,13 +1,16 @@
 #include "Platform.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <numeric>
+#include <utility>
 
 #include "../ScalerStart.h"
+#include "CodecOperations.h"
 #include "SystemUtils.h"
+#include "kvo/media/hardware/VideoDecoderClientWrapper.h"
+#include "kvo/media/hardware/VideoEncoderClientWrapper.h"
 #include "kvo_media_log.h"
 #include "scheduler/Access.h"
 #include "scheduler/Scheduler.h"
@@ -19,9 +22,6 @@
 namespace interleave {
 
 namespace {
-
-/// Where rules read the log. Other lines order nothing.
-constexpr std::array<char const*, 2> kLinesRead{"reclaim: start", "reclaim timeout"};
 
 Platform* thePlatform = nullptr;
 
@@ -35,28 +35,25 @@ int call(char const* operation, std::size_t locks = 0) {
     }
     expect(locksHeld() == locks, "%s is called with %zu locks held", operation, locksHeld());
     point("%s", operation);
-    auto& failing = platform().failing;
-    return failing.count(operation) != 0 && failing.erase(operation) != 0 ? kFails : 0;
+    if (platform().failing != operation) {
+        return 0;
+    }
+    platform().failing = {};
+    return kFails;
 }
 
-/// As call(), for an operation that one thread at a time may be in.
-int callAlone(char const* operation, std::size_t locks) {
-    expect(platform().inside.insert(operation).second, "%s is called twice at once", operation);
-    int const result = call(operation, locks);
-    platform().inside.erase(operation);
+/// As call(), for an operation that one thread at a time may be in, under its lock; counts those
+/// that succeed.
+int callAlone(char const* operation, int& successes) {
+    expect(!std::exchange(platform().isOpening, true), "%s is called twice at once", operation);
+    int const result = call(operation, 1);
+    platform().isOpening = false;
+    successes += result == 0 ? 1 : 0;
     return result;
 }
 
 /// As call(), for a client.
 int call(char const* operation, TVHW_CRM_HANDLE client) {
-    bool isKnown = false;
-    {
-        Unseen const unseen;  // Whether another is opened meanwhile changes nothing.
-        for (auto const& known : platform().clients) {
-            isKnown = isKnown || &known == client;
-        }
-    }
-    expect(isKnown, "%s is called without a client", operation);
     int const result = call(operation);
     expect(client->isOpen, "%s uses client %d, which was freed", operation, client->uniqueId);
     return result;
@@ -74,28 +71,18 @@ public:
     }
     void onProcessReclaimed(int /*pid*/) override {
         call("onProcessReclaimed");
-        ++platform().reclaimsTold.at(threadNumber());
+        ++platform().self().reclaimsTold;
     }
     void onReclaimedClientReleased(int /*pid*/) override {
         call("onReclaimedClientReleased", 1);  // The guard's.
-        ++platform().releasesTold.at(threadNumber());
+        ++platform().self().releasesTold;
     }
 };
 
-/// The locks that are held while the library logs: while something is opened for the first time,
-/// and when a reclaim has waited long enough.
-std::size_t locksOfLine(std::string const& text) {
-    static std::array<char const*, 3> const kLocked{"failed to open vo", "failed to init vsc",
-                                                    "reclaim timeout waiting"};
-    return std::any_of(kLocked.begin(), kLocked.end(),
-                       [&](char const* line) { return text.rfind(line, 0) == 0; })
-               ? 1
-               : 0;
-}
-
 }  // namespace
 
-Scenario scenario(std::string name, std::vector<std::string> facts, std::function<void()> body) {
+void add(std::vector<Scenario>& all, std::string name, std::vector<std::string> facts,
+         std::function<void()> body) {
     auto const onPlatform = [body = std::move(body)] {
         Platform own;
         thePlatform = &own;
@@ -109,28 +96,10 @@ Scenario scenario(std::string name, std::vector<std::string> facts, std::functio
         expect(own.outputsOpen == 0, "the video output is open %d times", own.outputsOpen);
         expect(own.channelsOpen == 0, "a scaler channel is open");
     };
-    return {std::move(name), onPlatform, std::move(facts)};
+    all.push_back({std::move(name), onPlatform, std::move(facts)});
 }
 
 Platform& platform() { return *thePlatform; }
-
-bool hasLogged(std::string const& text, std::optional<std::size_t> thread) {
-    bool const isRead = std::any_of(kLinesRead.begin(), kLinesRead.end(),
-                                    [&](char const* line) { return text == line; });
-    expect(isRead, "add '%s' to the lines that rules read", text.c_str());
-    bool hasLogged = false;
-    auto const& log = platform().log;
-    for (std::size_t logger = 0; logger < log.size(); ++logger) {
-        if (logger == thread.value_or(logger)) {
-            touch(text + std::to_string(logger), false);
-            Unseen const unseen;
-            for (auto const& line : log.at(logger)) {
-                hasLogged = hasLogged || line.rfind(text, 0) == 0;
-            }
-        }
-    }
-    return hasLogged;
-}
 
 }  // namespace interleave
 
@@ -139,13 +108,29 @@ using interleave::callAlone;
 using interleave::expect;
 using interleave::platform;
 
-/// The stand-ins' word on what a program does wrong, which is the rules' to say here.
-namespace kvo::host {
-void tellMisuse(std::string const& what, char const* advice);
-void tellMisuse(std::string const& /*what*/, char const* /*advice*/) {}
-bool isPortHeld(int port);
-bool isPortHeld(int /*port*/) { return true; }
-}  // namespace kvo::host
+// The bases of the wrappers: those of the host platform keep records that outlive a run.
+namespace kvo::media::hardware {
+
+#define FORWARD(Wrapper, Result, name, parameters, ...)                       \
+    Return<Result> Wrapper::name parameters {                                 \
+        return mClient == nullptr ? Status{-22} : mClient->name(__VA_ARGS__); \
+    }
+
+VideoDecoderClientWrapper::VideoDecoderClientWrapper(std::shared_ptr<IVideoDecoderClient> client)
+    : mClient(std::move(client)) {}
+VideoDecoderClientWrapper::~VideoDecoderClientWrapper() = default;
+#define FORWARD_DECODER(...) FORWARD(VideoDecoderClientWrapper, __VA_ARGS__)
+FORWARD_DECODER(void, release, (), )
+KVO_MEDIA_DECODER_OPERATIONS(FORWARD_DECODER, FORWARD_DECODER)
+
+VideoEncoderClientWrapper::VideoEncoderClientWrapper(std::shared_ptr<IVideoEncoderClient> client)
+    : mClient(std::move(client)) {}
+VideoEncoderClientWrapper::~VideoEncoderClientWrapper() = default;
+#define FORWARD_ENCODER(...) FORWARD(VideoEncoderClientWrapper, __VA_ARGS__)
+FORWARD_ENCODER(void, release, (), )
+KVO_MEDIA_ENCODER_OPERATIONS(FORWARD_ENCODER, FORWARD_ENCODER)
+
+}  // namespace kvo::media::hardware
 
 kvo::media::platform::SystemUtils& kvo::media::platform::SystemUtils::getInstance() {
     static interleave::Utils theUtils;
@@ -161,24 +146,31 @@ void kvo_media_log_printf(int /*level*/, char const* /*tag*/, char const* /*file
     va_start(arguments, format);
     static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));
     va_end(arguments);
-    std::size_t const locks = interleave::locksOfLine(format);
-    expect(interleave::locksHeld() == locks, "logged with %zu locks held: %s",
+    auto const begins = [&](std::string_view start) {
+        return std::string_view(format).substr(0, start.size()) == start;
+    };
+    // A lock is held while something is opened for the first time, and when a reclaim has waited.
+    bool const hasTimedOut = begins("reclaim timeout waiting");
+    bool const isLocked =
+        hasTimedOut || begins("failed to open vo") || begins("failed to init vsc");
+    expect(interleave::locksHeld() == (isLocked ? 1 : 0), "logged with %zu locks held: %s",
            interleave::locksHeld(), text.data());
     interleave::point("logs: %s", text.data());
     int count = 0;
     if (std::sscanf(text.data(), "reclaim timeout waiting: processing count=%d", &count) == 1) {
-        auto const& calls = platform().callsInProgress;
-        int const inFlight = std::accumulate(calls.begin(), calls.end(), 0);
+        auto const& threads = platform().threads;
+        int const inFlight =
+            std::accumulate(threads.begin(), threads.end(), 0,
+                            [](int sum, auto const& each) { return sum + each.callsInProgress; });
         expect(count <= inFlight, "%d calls are counted, %d are in flight", count, inFlight);
     }
-    std::size_t const self = interleave::threadNumber();
-    for (std::string const line : interleave::kLinesRead) {
-        if (std::string(format).rfind(line, 0) == 0) {
-            interleave::touch(line + std::to_string(self), true);
-        }
+    auto& self = platform().self();
+    if (hasTimedOut) {
+        self.hasTimedOut = true;
     }
-    interleave::Unseen const unseen;
-    platform().log.at(self).emplace_back(format);
+    if (begins("reclaim: start")) {
+        self.hasBegunReclaim = true;
+    }
 }
 
 int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* /*name*/,
@@ -253,9 +245,7 @@ int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size) {
 }
 
 int TVHW_VO_Open(std::int32_t /*output*/, std::int32_t /*mode*/) {
-    int const result = callAlone("VO_Open", 1);
-    platform().outputsOpen += result == 0 ? 1 : 0;
-    return result;
+    return callAlone("VO_Open", platform().outputsOpen);
 }
 
 int TVHW_VO_Close(std::int32_t /*output*/) {
@@ -265,11 +255,7 @@ int TVHW_VO_Close(std::int32_t /*output*/) {
     return result;
 }
 
-int TVHW_VSC_Initialize() {
-    int const result = callAlone("VSC_Initialize", 1);
-    platform().scalerInitialisations += result == 0 ? 1 : 0;
-    return result;
-}
+int TVHW_VSC_Initialize() { return callAlone("VSC_Initialize", platform().scalerInitialisations); }
 
 int TVHW_VSC_Open(std::uint32_t /*channel*/) {
     ++platform().channelsOpen;

@@ -4,9 +4,8 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "scheduler/Scheduler.h"
@@ -28,37 +27,38 @@ struct TVHW_CRM_CLIENT {
 namespace interleave {
 
 struct Platform {
+    /// What a thread does on its own, which depends on nobody.
+    struct Thread {
+        bool hasBegunReclaim = false;  ///< As it has logged.
+        bool hasTimedOut = false;      ///< Its reclaim has, as it has logged.
+        int callsInProgress = 0;       ///< That a reclaim may wait for.
+        int reclaimsTold = 0;          ///< To the platform utility.
+        int releasesTold = 0;          ///< To the platform utility.
+    };
+    Thread& self() { return threads.at(threadNumber()); }
+
     std::deque<TVHW_CRM_CLIENT> clients;  ///< All that were ever opened, in order.
     std::deque<int> ports;                ///< What the next grants name, from 1; then 0.
-    std::set<std::string> failing;        ///< Operations whose next call fails.
-    /// By thread, so that what they do on their own depends on nobody.
-    template <typename Type>
-    using ByThread = std::array<Type, 8>;
-    ByThread<std::vector<std::string>> log;  ///< The formats.
-    ByThread<int> callsInProgress{};         ///< That a reclaim may wait for.
-    ByThread<std::size_t> reclaimsTold{};    ///< To the platform utility.
-    ByThread<std::size_t> releasesTold{};    ///< To the platform utility.
-    int scalerInitialisations = 0;           ///< That succeeded.
+    std::string_view failing;             ///< The operation whose next call fails.
+    std::array<Thread, 8> threads;
+    int scalerInitialisations = 0;  ///< That succeeded.
     int outputsOpen = 0;
     int channelsOpen = 0;
-    std::set<std::string> inside;  ///< Operations that must not overlap.
+    bool isOpening = false;  ///< A thread is in an operation that must not overlap.
 };
 
-/// Returns a scenario with a platform of its own, to which all must be given back, and a scaler
-/// that was never initialised.
-Scenario scenario(std::string name, std::vector<std::string> facts, std::function<void()> body);
+/// Adds a scenario with a platform of its own, to which all must be given back, and a scaler that
+/// was never initialised.
+void add(std::vector<Scenario>& all, std::string name, std::vector<std::string> facts,
+         std::function<void()> body);
 
 /// Returns a program of locks, signals, deadlines, atomics and references at random.
 Scenario madeUpProgram(unsigned int seed);
 
-std::vector<Scenario> codecScenarios();
-std::vector<Scenario> scalerAndSinkScenarios();
+void addCodecScenarios(std::vector<Scenario>& all);
+void addScalerAndSinkScenarios(std::vector<Scenario>& all);
 
 /// The platform of the scenario that is running.
 Platform& platform();
-
-/// Says whether a thread, if given, has logged a line that begins with `text`: one of those in the
-/// table of Platform.cpp.
-bool hasLogged(std::string const& text, std::optional<std::size_t> thread = {});
 
 }  // namespace interleave

@@ -49,12 +49,8 @@ struct Scaler {
 
 }  // namespace
 
-std::vector<Scenario> scalerAndSinkScenarios() {
-    std::vector<Scenario> all;
-    auto const add = [&](char const* name, std::vector<std::string> facts, void (*body)()) {
-        all.push_back(scenario(name, std::move(facts), body));
-    };
-    add("scaler-callback", {kIsCalled}, [] {
+void addScalerAndSinkScenarios(std::vector<Scenario>& all) {
+    add(all, "scaler-callback", {kIsCalled}, [] {
         std::array<Listening, 2> listening;
         VideoScalerClientTvhwImpl scaler(0);
         scaler.connect({});
@@ -76,14 +72,14 @@ std::vector<Scenario> scalerAndSinkScenarios() {
         start("dropper", [&] { first.reset(); });
         joinAll();
     });
-    add("scaler-connects", {kIsCalled}, [] {
+    add(all, "scaler-connects", {kIsCalled}, [] {
         Scaler scaler;
         start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
         start("owner", [&] { scaler.client.connect({}); });
         joinAll();
     });
     // What any thread may do, each of it twice, beside the owner.
-    add("scaler-any-thread", {kIsCalled}, [] {
+    add(all, "scaler-any-thread", {kIsCalled}, [] {
         Scaler scaler;
         for (int count = 0; count < 2; ++count) {
             start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
@@ -97,7 +93,7 @@ std::vector<Scenario> scalerAndSinkScenarios() {
         joinAll();
     });
     // A report while the picture is placed and its source goes.
-    add("scaler-moves", {kIsCalled}, [] {
+    add(all, "scaler-moves", {kIsCalled}, [] {
         Scaler scaler;
         scaler.client.connect({});
         start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
@@ -108,8 +104,8 @@ std::vector<Scenario> scalerAndSinkScenarios() {
         joinAll();
     });
     // The first attempt fails.
-    add("two-scalers", {}, [] {
-        platform().failing = {"VSC_Initialize"};
+    add(all, "two-scalers", {}, [] {
+        platform().failing = "VSC_Initialize";
         for (unsigned int channel = 0; channel < 2; ++channel) {
             start("client", [=] {
                 VideoScalerClientTvhwImpl scaler(channel);
@@ -121,8 +117,8 @@ std::vector<Scenario> scalerAndSinkScenarios() {
         expect(times == 1, "the scaler is initialised %d times", times);
     });
     // The first attempt fails.
-    add("two-sinks", {}, [] {
-        platform().failing = {"VO_Open"};
+    add(all, "two-sinks", {}, [] {
+        platform().failing = "VO_Open";
         for (int sink = 0; sink < 2; ++sink) {
             start("sink", [] {
                 ImageSinkTvhwImpl shows;
@@ -131,7 +127,6 @@ std::vector<Scenario> scalerAndSinkScenarios() {
         }
         joinAll();
     });
-    return all;
 }
 
 }  // namespace interleave

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Platform.h"
-#include "scheduler/FreedMemory.h"
 
 namespace {
 
@@ -37,9 +36,9 @@ using Bound = std::optional<unsigned int>;
 
 /// Returns those scenarios that are named; all if none is.
 std::vector<interleave::Scenario> chosen(Names const& names) {
-    auto all = interleave::scalerAndSinkScenarios();
-    auto const codecs = interleave::codecScenarios();
-    all.insert(all.end(), codecs.begin(), codecs.end());
+    std::vector<interleave::Scenario> all;
+    interleave::addScalerAndSinkScenarios(all);
+    interleave::addCodecScenarios(all);
     if (!names.empty()) {
         auto const isOther = [&](auto const& scenario) {
             return std::find(names.begin(), names.end(), scenario.name) == names.end();
@@ -52,34 +51,24 @@ std::vector<interleave::Scenario> chosen(Names const& names) {
 int walkAll(Names const& names, Bound bound) {
     std::size_t complete = 0;
     std::uint64_t schedules = 0;
-    std::string large;
     auto const all = chosen(names);
     for (auto const& scenario : all) {
         auto const walk = interleave::explore(scenario, bound);
         schedules += walk.schedules;
         complete += walk.isComplete ? 1 : 0;
-        large += walk.bound ? " " + scenario.name : "";
         std::cout << scenario.name << ": " << walk.schedules << " schedules, "
-                  << (walk.isComplete ? "complete" : "NOT COMPLETE");
-        if (walk.bound) {
-            std::cout << " with at most " << *walk.bound << " preemptions";
-        }
-        std::cout << std::endl;
+                  << (walk.isComplete ? "complete" : "NOT COMPLETE") << std::endl;
     }
     std::cout << all.size() << " scenarios, " << schedules << " schedules, " << complete
-              << " scenarios complete, ";
-    if (bound) {
-        std::cout << "at most " << *bound << " preemptions" << std::endl;
-    } else {
-        std::cout << "races looked for in each; with a bound, being too large:"
-                  << (large.empty() ? " none" : large) << std::endl;
-    }
+              << " scenarios complete, "
+              << (bound ? "at most " + std::to_string(*bound) + " preemptions"
+                        : "races looked for in each")
+              << std::endl;
     return !all.empty() && complete == all.size() ? 0 : 1;
 }
 
 /// Returns 1 when something is new.
 int compareAll(Names const& names, std::uint64_t runs) {
-    interleave::setMode(interleave::Mode::kCompare);
     int result = 0;
     std::uint64_t compared = 0;
     auto all = chosen(names);
@@ -115,7 +104,6 @@ int one(std::string const& option, std::string const& name, std::string const& d
 }  // namespace
 
 int main(int count, char** arguments) {
-    interleave::leaveAlone("libkvo_media_hw_common.");  // Its records of wrappers.
     __libc_single_threaded = 0;  // References are counted as where there are threads.
     Names words(arguments + 1, arguments + count);
     std::string const option = words.empty() ? "" : words[0];
@@ -134,7 +122,7 @@ int main(int count, char** arguments) {
         return compareAll({words.begin() + 2, words.end()}, std::stoull(words[1]));
     }
     if (option == "--brief") {
-        interleave::setMode(interleave::Mode::kBrief);
+        interleave::beBrief();
         words.erase(words.begin());
     }
     if (option == "--bound" && isNumber(1)) {

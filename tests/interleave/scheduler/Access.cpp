@@ -14,7 +14,6 @@ namespace {
 
 using interleave::noteAccess;
 using interleave::noteAtomic;
-using interleave::noteReferences;
 
 bool acquires(int order) {
     return order == __ATOMIC_ACQUIRE || order == __ATOMIC_CONSUME || order == __ATOMIC_ACQ_REL ||
@@ -30,8 +29,11 @@ template <typename Number>
 bool isReferences(Number const volatile* /*number*/, int order, int ofCount) {
     return std::is_same_v<Number, std::uint32_t> && order == ofCount;
 }
-int const volatile* asCount(void const volatile* number) {
-    return static_cast<int const volatile*>(number);
+void noteReferences(void const volatile* number, interleave::References const& references,
+                    void const* code) {
+    bool const isChange = references.change != 0;
+    noteAtomic({const_cast<void const*>(number), 4, true, isChange, isChange, isChange, code,
+                &references});
 }
 
 }  // namespace
@@ -49,12 +51,12 @@ int const volatile* asCount(void const volatile* number) {
     }
 #define NOTE(bits, isRead, isWrite)                                                        \
     noteAtomic({const_cast<std::uint##bits##_t const*>(memory), bits / 8, isRead, isWrite, \
-                isRead && acquires(order), isWrite && releases(order), CODE})
-#define CHANGE(bits, name)                                                                   \
+                isRead && acquires(order), isWrite && releases(order), CODE, nullptr})
+#define CHANGE(bits, name, builtin)                                                          \
     std::uint##bits##_t __tsan_atomic##bits##_##name(std::uint##bits##_t volatile* memory,   \
                                                      std::uint##bits##_t value, int order) { \
         NOTE(bits, true, true);                                                              \
-        return __atomic_##name(memory, value, __ATOMIC_SEQ_CST);                             \
+        return builtin(memory, value, __ATOMIC_SEQ_CST);                                     \
     }
 // Of the standard library's loop that takes a reference, if there is one, the first round succeeds.
 #define COMPARE(bits, name)                                                                  \
@@ -62,7 +64,7 @@ int const volatile* asCount(void const volatile* number) {
         std::uint##bits##_t volatile* memory, std::uint##bits##_t* expected,                 \
         std::uint##bits##_t value, int order, int) {                                         \
         if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {      \
-            noteReferences(asCount(memory), 1, true, CODE);                                  \
+            noteReferences(memory, {1, true}, CODE);                                         \
             *expected = *memory;                                                             \
             return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;     \
         }                                                                                    \
@@ -74,7 +76,7 @@ int const volatile* asCount(void const volatile* number) {
     std::uint##bits##_t __tsan_atomic##bits##_load(std::uint##bits##_t const volatile* memory,  \
                                                    int order) {                                 \
         if (isReferences(memory, order, __ATOMIC_RELAXED)) {                                    \
-            noteReferences(asCount(memory), 0, false, CODE);                                    \
+            noteReferences(memory, {0, false}, CODE);                                           \
         } else {                                                                                \
             NOTE(bits, true, false);                                                            \
         }                                                                                       \
@@ -83,7 +85,7 @@ int const volatile* asCount(void const volatile* number) {
     std::uint##bits##_t __tsan_atomic##bits##_fetch_add(std::uint##bits##_t volatile* memory,   \
                                                         std::uint##bits##_t value, int order) { \
         if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                                    \
-            noteReferences(asCount(memory), static_cast<int>(value), false, CODE);              \
+            noteReferences(memory, {static_cast<int>(value), false}, CODE);                     \
         } else {                                                                                \
             NOTE(bits, true, true);                                                             \
         }                                                                                       \
@@ -94,14 +96,10 @@ int const volatile* asCount(void const volatile* number) {
         NOTE(bits, false, true);                                                                \
         __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                                      \
     }                                                                                           \
-    CHANGE(bits, exchange_n)                                                                    \
-    std::uint##bits##_t __tsan_atomic##bits##_exchange(std::uint##bits##_t volatile* memory,    \
-                                                       std::uint##bits##_t value, int order) {  \
-        return __tsan_atomic##bits##_exchange_n(memory, value, order);                          \
-    }                                                                                           \
-    CHANGE(bits, fetch_sub)                                                                     \
-    CHANGE(bits, fetch_and)                                                                     \
-    CHANGE(bits, fetch_or)                                                                      \
+    CHANGE(bits, exchange, __atomic_exchange_n)                                                 \
+    CHANGE(bits, fetch_sub, __atomic_fetch_sub)                                                 \
+    CHANGE(bits, fetch_and, __atomic_fetch_and)                                                 \
+    CHANGE(bits, fetch_or, __atomic_fetch_or)                                                   \
     COMPARE(bits, strong)                                                                       \
     COMPARE(bits, weak)
 

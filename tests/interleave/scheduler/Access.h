@@ -14,6 +14,13 @@ void noteInstrumented(void const* code);
 /// Notes that the running thread touches memory. `code` is where.
 void noteAccess(void const* memory, std::size_t size, bool isWrite, bool isPlain, void const* code);
 
+/// A change of the number of references to an object, by 0 if it is read. Nobody acts on the number
+/// but on the last reference.
+struct References {
+    int change;
+    bool isPromoted;  ///< The thread has none before.
+};
+
 /// What is done atomically.
 struct AtomicAccess {
     void const* memory;
@@ -22,17 +29,13 @@ struct AtomicAccess {
     bool isWrite;
     bool isAcquire;  ///< Its memory order, as isRelease.
     bool isRelease;
-    void const* code;  ///< Where.
+    void const* code;              ///< Where.
+    References const* references;  ///< Null if it is no such number.
 };
 
 /// As the running thread comes to an atomic access: decides who goes on, if that is in a library,
 /// and notes it.
 void noteAtomic(AtomicAccess const& access);
-
-/// As noteAtomic(), for the number of references to an object, which changes by `change`, and is
-/// read if that is 0: nobody acts on the number but on the last reference. `isPromoted` says that
-/// the thread has none before.
-void noteReferences(int const volatile* number, int change, bool isPromoted, void const* code);
 
 /// While it lives, what the running thread does is not noted.
 class Unseen {

@@ -1,13 +1,10 @@
 #include "scheduler/FreedMemory.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <new>
 #include <vector>
 
@@ -45,23 +42,8 @@ bool isInHeap(void const* memory) {
     return byte >= begin && byte < begin + sizeof gHeaps;
 }
 
-char const* gLeftAlone = " ";  ///< Part of a file's name.
-
-/// Says whether code is the library's that is left alone.
-bool isLeftAlone(void const* code) {
-    Unseen const unseen;
-    static std::map<void const*, bool> known;
-    auto const [place, isNew] = known.emplace(code, false);
-    if (isNew) {
-        Dl_info library{};
-        place->second = dladdr(code, &library) != 0 && library.dli_fname != nullptr &&
-                        std::strstr(library.dli_fname, gLeftAlone) != nullptr;
-    }
-    return place->second;
-}
-
-void* allocate(std::size_t size, void const* code) {
-    if (!isWatching() || isLeftAlone(code)) {
+void* allocate(std::size_t size) {
+    if (!isWatching()) {
         return std::malloc(size);
     }
     Heap& heap = gHeaps.at(threadNumber());
@@ -92,8 +74,6 @@ void release(void* memory, void const* code) noexcept {
 
 }  // namespace
 
-void leaveAlone(char const* name) { gLeftAlone = name; }
-
 void emptyHeap() {
     gFreed.clear();
     for (Heap& heap : gHeaps) {
@@ -113,7 +93,7 @@ bool isFreedUntouched() {
 }  // namespace interleave
 
 void* operator new(std::size_t size) {
-    void* const memory = interleave::allocate(size, __builtin_return_address(0));
+    void* const memory = interleave::allocate(size);
     if (memory == nullptr) {
         std::abort();
     }

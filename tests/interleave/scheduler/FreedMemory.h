@@ -7,10 +7,6 @@
 /// the run ends: whoever uses it is found out.
 namespace interleave {
 
-/// Leaves what a library allocates for itself alone, since it outlives a run. `name` is part of its
-/// file's.
-void leaveAlone(char const* name);
-
 /// Begins a run, with all memory free.
 void emptyHeap();
 

@@ -1,6 +1,7 @@
 #include "scheduler/Races.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <vector>
 
 namespace interleave {
@@ -8,27 +9,18 @@ namespace interleave {
 namespace {
 
 struct Word {
-    std::uintptr_t word = 0;
     std::uint64_t run = 0;
     Clock heard;
     std::vector<LibraryAccess> accesses;
 };
 
-/// The threads' heaps and stacks are at the same place in each run; what else there is comes and
-/// goes.
-std::vector<Word> gWords(1U << 16U);
-std::size_t gUsed = 0;  ///< Of these.
+/// The threads' heaps and stacks are at the same place in each run.
+std::unordered_map<std::uintptr_t, Word> gWords;
 std::uint64_t gRun = 0;
 
 Word& find(std::uintptr_t word) {
-    std::size_t index = word * 0x9E3779B97F4A7C15U >> 48U;
-    while (gWords[index].word != word && gWords[index].word != 0) {
-        index = (index + 1) % gWords.size();
-    }
-    Word& found = gWords[index];
+    Word& found = gWords[word];
     if (found.run != gRun) {
-        gUsed += found.word == 0 ? 1 : 0;
-        found.word = word;
         found.run = gRun;
         found.heard = {};
         found.accesses.clear();
@@ -38,13 +30,7 @@ Word& find(std::uintptr_t word) {
 
 }  // namespace
 
-void forgetAccesses() {
-    ++gRun;
-    if (gUsed > gWords.size() / 2) {
-        gWords.assign(gWords.size(), {});
-        gUsed = 0;
-    }
-}
+void forgetAccesses() { ++gRun; }
 
 LibraryAccess const* findRace(std::uintptr_t word, LibraryAccess const& access,
                               Clock const& clock) {

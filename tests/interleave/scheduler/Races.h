@@ -17,7 +17,6 @@ struct LibraryAccess {
     bool isPlain;  ///< Not atomic.
     std::size_t thread;
     std::uint32_t time;  ///< By its thread's clock.
-    void const* code;
 };
 
 /// Begins a run: no memory was touched.

@@ -33,9 +33,11 @@ constexpr std::size_t kStackSize = 256 * 1024;
 constexpr std::size_t kMaxPoints = 10'000;        ///< Of a run that will end.
 constexpr std::uint64_t kMaxSchedules = 100'000;  ///< With no bound.
 constexpr std::uint64_t kMaxBounded = 3'000'000;
-constexpr unsigned int kBoundOfLarge = 1;  ///< Where these are too few.
 constexpr Nanoseconds kClockBegin = 3'600'000'000'000;
 constexpr int kColumn = 34;  ///< Width of a thread's in a trace.
+
+/// What is run, and what is done with a broken rule.
+enum class Mode { kWalk, kBrief, kShortest, kReplay, kCompare };
 
 enum class Wait { kNone, kLock, kSignal, kTime, kReady, kEnd };
 
@@ -87,12 +89,15 @@ unsigned int gShortestBound = 0;
 Mode gMode = Mode::kWalk;
 ucontext_t gExplorer;
 Scenario const* gScenario = nullptr;
-unsigned long long gSchedules = 0;     ///< Of this scenario.
-unsigned long long gAllSchedules = 0;  ///< Of all scenarios.
+unsigned long long gSchedules = 0;  ///< Of all scenarios.
 std::set<std::string> gSeen;
 std::array<std::array<char, kStackSize>, kMaxThreads> gStacks;
 
-Event& event() { return gEvents[gRun.step]; }
+/// The event of the step.
+Event& event() {
+    static Event unnoted;
+    return gIsNoted ? gEvents[gRun.step] : unnoted;
+}
 
 /// Runs this program again.
 void runSelf(std::string const& option, std::string const& decisions) {
@@ -135,12 +140,7 @@ void printAccesses(std::uintptr_t stake) {
 [[noreturn]] void breakRun(std::string const& what, std::uintptr_t stake = 0) {
     gIsRunning = gIsWatching = false;
     char const* const name = gScenario->name.c_str();
-    if (gMode == Mode::kWalk || gMode == Mode::kBrief) {
-        std::printf("%s: broken after %llu schedules: %s\n", name, gAllSchedules, what.c_str());
-    }
-    if (gMode == Mode::kWalk) {
-        runSelf("--shortest", gRun.unusual);
-    } else if (gMode == Mode::kShortest) {
+    if (gMode == Mode::kShortest) {
         std::printf(
             "No run with less than %u preemptions comes to this. The same again, by\n"
             "--replay %s '%s':\n",
@@ -150,6 +150,11 @@ void printAccesses(std::uintptr_t stake) {
         std::printf("Broken: %s\n", what.c_str());
         if (stake != 0) {
             printAccesses(stake);
+        }
+    } else {
+        std::printf("%s: broken after %llu schedules: %s\n", name, gSchedules, what.c_str());
+        if (gMode == Mode::kWalk) {
+            runSelf("--shortest", gRun.unusual);
         }
     }
     std::fflush(stdout);
@@ -205,14 +210,13 @@ void publish(Clock& heard) {
 }
 
 /// Breaks the run if the library's access is in a race with another.
-void expectNoRace(std::uintptr_t word, std::uint8_t bytes, bool isWrite, bool isPlain,
-                  void const* code) {
+void expectNoRace(std::uintptr_t word, std::uint8_t bytes, bool isWrite, bool isPlain) {
     if (!gIsLibraryInstrumented) {
         return;  // What orders accesses was not seen.
     }
     Thread const& self = *gRun.running;
-    LibraryAccess const access{
-        bytes, isWrite, isPlain, self.number, self.clock.steps.at(self.number), code};
+    LibraryAccess const access{bytes, isWrite, isPlain, self.number,
+                               self.clock.steps.at(self.number)};
     if (auto const* const other = findRace(word, access, self.clock)) {
         breakRun("race: " + gRun.threads[other->thread].name + " and " + self.name +
                      " use the same memory, one writes, and nothing orders them",
@@ -232,10 +236,10 @@ void touch(std::uintptr_t word, bool isWrite) {
 }
 
 /// Notes that the step uses a lock or a condition.
-void use(void const* object, void const* code = nullptr) {
+void use(void const* object) {
     auto const word = reinterpret_cast<std::uintptr_t>(object) / 8 * 8;
     touch(word, true);
-    expectNoRace(word, 0xFF, true, false, code);
+    expectNoRace(word, 0xFF, true, false);
 }
 
 void openStep(Choice choice) {
@@ -303,7 +307,6 @@ void wake(Thread& thread, Choice choice) {
     }
     if (thread.wait == Wait::kSignal) {
         thread.waits.back().timedOut = wakeOf(choice) == Wake::kTimeout;
-        touch(waitsWord(thread.number), true);
         use(thread.condition);
     }
     if (thread.wait == Wait::kSignal || thread.wait == Wait::kLock) {
@@ -312,15 +315,13 @@ void wake(Thread& thread, Choice choice) {
         ++thread.locksHeld;
         use(thread.mutex);
         thread.clock.join(gRun.published[thread.mutex]);
-        if (gIsNoted) {
-            event().acquired = thread.mutex;
-            event().holdsUp =
-                wakeOf(choice) == Wake::kSpurious ||
-                std::any_of(gRun.threads.begin(), gRun.threads.end(), [&](Thread const& other) {
-                    return other.wait == Wait::kSignal && other.mutex == thread.mutex &&
-                           &other != &thread;
-                });
-        }
+        event().acquired = thread.mutex;
+        event().holdsUp =
+            wakeOf(choice) == Wake::kSpurious ||
+            std::any_of(gRun.threads.begin(), gRun.threads.end(), [&](Thread const& other) {
+                return other.wait == Wait::kSignal && other.mutex == thread.mutex &&
+                       &other != &thread;
+            });
     }
     bool const isReady = thread.wait == Wait::kReady;
     thread.wait = Wait::kNone;
@@ -335,16 +336,9 @@ void wake(Thread& thread, Choice choice) {
 /// Goes on with the thread that is chosen; returns when this one is.
 void schedule() {
     Thread& previous = *gRun.running;
-    if (gIsNoted) {
-        event().footprint->sort();
-    }
+    event().footprint->sort();
     expect(++gRun.step < kMaxPoints, "the threads go on for ever");
     auto const& options = findOptions();
-    Choices all = 0;
-    for (Choice const option : options) {
-        all |= only(option);
-    }
-    gSearch->stepEnded(all);
     expect(!options.empty(), "no thread can go on");
     bool const mayStay = options.front() == choiceOf(previous.number, Wake::kNormal);
     Choice const choice = gSearch->choose(options, mayStay);
@@ -383,17 +377,13 @@ void runOnce(Search& search) {
     emptyHeap();
     forgetAccesses();
     gSearch = &search;
-    search.begin();
     ++gSchedules;
-    ++gAllSchedules;
     start("main", gScenario->body);
     gRun.running = &gRun.threads.front();
     gIsRunning = true;
     openStep(search.choose({choiceOf(0, Wake::kNormal)}, true));
     swapcontext(&gExplorer, &gRun.running->context);
-    if (gIsNoted) {
-        event().footprint->sort();
-    }
+    event().footprint->sort();
     expect(isFreedUntouched(), "memory was written to that was freed");
     gIsRunning = false;
 }
@@ -409,7 +399,6 @@ std::uint64_t outcome() {
 
 void prepare(Scenario const& scenario) {
     gScenario = &scenario;
-    gSchedules = 0;
     gSeen.clear();
     gEvents.clear();
     for (int const signal : {SIGSEGV, SIGBUS, SIGABRT}) {
@@ -417,22 +406,21 @@ void prepare(Scenario const& scenario) {
     }
 }
 
-/// Runs the scenario as the search will have it, and calls `afterRun` each time. Returns whether it
-/// came to its end.
-template <typename AfterRun>
-bool walk(Search& search, std::uint64_t limit, AfterRun const& afterRun) {
+/// Runs the scenario as the search will have it, and calls `afterRun` each time but after what was
+/// seen in another order. Returns whether it came to its end.
+bool walk(
+    Search& search, std::uint64_t limit, std::function<void()> const& afterRun = [] {}) {
     gEvents.clear();
     for (std::uint64_t count = 0; count < limit; ++count) {
         runOnce(search);
-        bool const isRedundant = search.isRedundant();
-        bool const goesOn = search.advance(gEvents, [&] {
-            if (!isRedundant) {
-                afterRun();
-            }
-        });
-        if (!goesOn) {
+        search.runEnded();
+        if (!search.isRedundant()) {
+            afterRun();
+        }
+        if (!search.advance()) {
             return true;
         }
+        gEvents.resize(search.kept());
     }
     return false;
 }
@@ -459,9 +447,7 @@ void giveUp(void const* mutex) {
     --gRun.running->locksHeld;
     use(mutex);
     publish(gRun.published[mutex]);
-    if (gIsNoted) {
-        event().released = mutex;
-    }
+    event().released = mutex;
 }
 
 /// Notes that the step touches memory, of which each word has `like` for the bytes that are named.
@@ -473,7 +459,7 @@ void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Acce
         std::uintptr_t const to = std::min(begin + size, word + 8) - word;
         auto const bytes = static_cast<std::uint8_t>((0xFFU << from) & (0xFFU >> (8 - to)));
         if (isChecked) {
-            expectNoRace(word, bytes, isWrite, isPlain, like.code);
+            expectNoRace(word, bytes, isWrite, isPlain);
         } else if (isWrite) {
             publish(heardIn(word));
         } else if (gIsHearing) {
@@ -521,9 +507,18 @@ void noteAtomic(AtomicAccess const& access) {
         schedule();
     }
     Access like;
-    like.reads = access.isRead ? 0xFF : 0;
-    like.writes = access.isWrite ? 0xFF : 0;
     like.code = access.code;
+    if (access.references == nullptr) {
+        like.reads = access.isRead ? 0xFF : 0;
+        like.writes = access.isWrite ? 0xFF : 0;
+    } else {
+        auto const& [change, isPromoted] = *access.references;
+        like.counts = 0xFF;
+        like.isDropped = change < 0;
+        like.isPromoted = isPromoted;
+        bool const isLast = change < 0 && *static_cast<int const*>(access.memory) + change == 0;
+        like.writes = isLast ? 0xFF : 0;
+    }
     Clock& published = gRun.published[access.memory];
     if (access.isAcquire) {
         gRun.running->clock.join(published);
@@ -537,48 +532,22 @@ void noteAtomic(AtomicAccess const& access) {
     }
 }
 
-void noteReferences(int const volatile* number, int change, bool isPromoted, void const* code) {
-    if (!gIsWatching) {
-        return;
-    }
-    Unseen const unseen;
-    if (isLibrary(code)) {
-        schedule();
-    }
-    auto const* const memory = const_cast<int const*>(number);
-    Access like;
-    like.code = code;
-    like.counts = 0xFF;
-    like.isDropped = change < 0;
-    like.isPromoted = isPromoted;
-    if (change != 0) {
-        like.writes = *memory + change == 0 ? 0xFF : 0;
-        gRun.running->clock.join(gRun.published[memory]);
-    }
-    note(memory, sizeof *memory, change != 0, false, like);
-    if (change != 0) {
-        publish(gRun.published[memory]);
-    }
-}
-
-void setMode(Mode mode) { gMode = mode; }
+void beBrief() { gMode = Mode::kBrief; }
 
 Walk explore(Scenario const& scenario, std::optional<unsigned int> bound) {
     prepare(scenario);
     Walk walked;
-    if (!bound) {
-        Reduction search(gEvents);
-        walked.isComplete = walk(search, kMaxSchedules, [] {});
-        expect(gIsProgramInstrumented && (gIsLibraryInstrumented || !gIsLibraryUsed),
-               "what the steps depend on is not seen: code is not instrumented");
-        bound = walked.isComplete ? bound : kBoundOfLarge;
-    }
+    auto const before = gSchedules;
     if (bound) {
         Bounded search(*bound);
-        walked.isComplete = walk(search, kMaxBounded, [] {});
-        walked.bound = bound;
+        walked.isComplete = walk(search, kMaxBounded);
+    } else {
+        Reduction search(gEvents);
+        walked.isComplete = walk(search, kMaxSchedules);
+        expect(gIsProgramInstrumented && (gIsLibraryInstrumented || !gIsLibraryUsed),
+               "what the steps depend on is not seen: code is not instrumented");
     }
-    walked.schedules = gSchedules;
+    walked.schedules = gSchedules - before;
     for (auto const& fact : scenario.facts) {
         expect(gSeen.count(fact) != 0, "none of them shows that %s", fact.c_str());
     }
@@ -597,7 +566,7 @@ void showShortest(Scenario const& scenario, std::string const& decisions) {
     gMode = Mode::kShortest;
     for (; gShortestBound < 4; ++gShortestBound) {
         Bounded search(gShortestBound);
-        if (!walk(search, 50'000, [] {})) {
+        if (!walk(search, 50'000)) {
             break;
         }
     }
@@ -607,6 +576,7 @@ void showShortest(Scenario const& scenario, std::string const& decisions) {
 
 Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit) {
     prepare(scenario);
+    gMode = Mode::kCompare;
     std::set<std::uint64_t> traces;
     std::set<std::uint64_t> outcomes;
     Comparison result;
@@ -625,7 +595,7 @@ Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t l
     };
     Bounded bounded(bound);
     walk(bounded, limit, check);
-    Random random(limit);
+    Random random;
     walk(random, limit, check);
     return result;
 }
@@ -659,9 +629,7 @@ void joinAll() {
     for (auto const& thread : gRun.threads) {
         gRun.running->clock.join(thread.clock);
     }
-    if (gIsNoted) {
-        event().joinsAll = true;
-    }
+    event().joinsAll = true;
 }
 
 void point(char const* format, ...) {
@@ -702,20 +670,12 @@ std::size_t threadNumber() { return gRun.running->number; }
 
 std::size_t locksHeld() { return gRun.running->locksHeld; }
 
-std::vector<SignalWait> const& waitsOf(std::size_t thread) {
-    static std::vector<SignalWait> const none;
-    if (thread >= gRun.threads.size()) {
-        return none;
-    }
-    touch(waitsWord(thread), false);
-    return gRun.threads[thread].waits;
-}
+std::vector<SignalWait> const& waits() { return gRun.running->waits; }
 
 void clearWaits() {
     Unseen const unseen;
-    touch(waitsWord(threadNumber()), true);
-    if (!gRun.running->waits.empty()) {
-        touch(anyWaitsWord(threadNumber()), true);
+    if (!waits().empty()) {
+        touch(waitsWord(threadNumber()), true);
     }
     gRun.running->waits.clear();
 }
@@ -724,13 +684,8 @@ bool hasWaited(std::size_t thread) {
     if (thread >= gRun.threads.size()) {
         return false;
     }
-    touch(anyWaitsWord(thread), false);
+    touch(waitsWord(thread), false);
     return !gRun.threads[thread].waits.empty();
-}
-
-void touch(std::string const& object, bool isWrite) {
-    Unseen const unseen;
-    touch(std::hash<std::string>()(object) | 1U, isWrite);
 }
 
 void expect(bool isTrue, char const* format, ...) {
@@ -779,10 +734,9 @@ void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadlin
     self.mutex = mutex;
     self.deadline = deadline;
     if (self.waits.empty()) {
-        touch(anyWaitsWord(self.number), true);
+        touch(waitsWord(self.number), true);
     }
     self.waits.push_back({self.clockRead, deadline, false});
-    touch(waitsWord(self.number), true);
     use(condition);
     touch(kClockWord, false);
     waitFor(Wait::kSignal);

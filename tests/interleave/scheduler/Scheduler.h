@@ -32,14 +32,13 @@ struct Scenario {
 struct Walk {
     std::uint64_t schedules = 0;
     bool isComplete = false;  ///< Every schedule was run, within the bound if there is one.
-    std::optional<unsigned int> bound;  ///< The one given, or one for what was too large.
 };
 
 /// Runs `scenario` in every order, but for orders of steps that do not depend on each other. The
-/// scenario and the libraries under test must be instrumented (CMakeLists.txt). If these are too
-/// many, or with a `bound`: in every order with at most so many preemptions, depth first. To go on
-/// with another thread is a preemption when the running one could have gone on. A deadline that
-/// comes first, or a spurious wake-up, one a run, is a way to go on with the thread that waits.
+/// scenario and the libraries under test must be instrumented (CMakeLists.txt). With a `bound`: in
+/// every order with at most so many preemptions, depth first. To go on with another thread is a
+/// preemption when the running one could have gone on. A deadline that comes first, or a spurious
+/// wake-up, one a run, is a way to go on with the thread that waits.
 Walk explore(Scenario const& scenario, std::optional<unsigned int> bound = {});
 
 /// Runs the one schedule that these decisions make and prints what each thread does.
@@ -62,9 +61,8 @@ struct Comparison {
 /// Compares explore() with at most `limit` runs within the bound, and `limit` at random.
 Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit);
 
-/// What is done with a broken rule.
-enum class Mode { kWalk, kBrief, kShortest, kReplay, kCompare };
-void setMode(Mode mode);
+/// From now on explore() does not look for the shortest run that breaks a rule.
+void beBrief();
 
 // --- For the threads of a scenario.
 
@@ -102,14 +100,11 @@ struct SignalWait {
     bool timedOut;  ///< It ended without any signal.
 };
 
-/// The waits of a thread since it called clearWaits().
-std::vector<SignalWait> const& waitsOf(std::size_t thread);
+/// The waits of the running thread since it called clearWaits().
+std::vector<SignalWait> const& waits();
 void clearWaits();
-/// Says whether there are any, which depends on less than what they are.
+/// Says whether a thread has any.
 bool hasWaited(std::size_t thread);
-
-/// Notes that the running thread reads or writes what a name stands for.
-void touch(std::string const& object, bool isWrite);
 
 /// Breaks the run unless `isTrue`.
 __attribute__((format(printf, 2, 3))) void expect(bool isTrue, char const* format, ...);

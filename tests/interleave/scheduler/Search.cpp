@@ -2,6 +2,7 @@
 
 #include <limits>
 #include <sstream>
+#include <utility>
 
 #include "scheduler/Scheduler.h"
 
@@ -84,16 +85,9 @@ std::uint64_t hashOf(std::vector<Event> const& events) {
     return sum;
 }
 
-void Reduction::begin() {
-    mDepth = 0;
-    mIsRedundant = false;
-}
-
-void Reduction::addNode(std::vector<Choice> const& options) {
+void Reduction::addNode(std::vector<Choice> const& options, Choices all) {
     Node node;
-    for (Choice const option : options) {
-        node.options |= only(option);
-    }
+    node.options = all;
     if (!mNodes.empty()) {
         Node const& last = mNodes.back();
         Footprint const& done = *mEvents.at(mNodes.size() - 1).footprint;
@@ -118,31 +112,31 @@ void Reduction::addNode(std::vector<Choice> const& options) {
 }
 
 Choice Reduction::choose(std::vector<Choice> const& options, bool /*mayStay*/) {
+    Choices all = 0;
+    for (Choice const option : options) {
+        all |= only(option);
+    }
+    if (!mIsRedundant && mDepth > mKept) {
+        // A way to wake that the last step has taken away can only be tried before it.
+        Node& last = mNodes[mDepth - 1];
+        last.gone = last.options & ~all & ~only(last.chosen) & kWakes;
+        last.wanted |= last.gone;
+    }
     if (!mIsRedundant && mDepth == mNodes.size()) {
-        addNode(options);
+        addNode(options, all);
     }
     return mIsRedundant ? options.front() : mNodes[mDepth++].chosen;
 }
 
-void Reduction::stepEnded(Choices next) {
-    if (mIsRedundant || mDepth == 0 || mDepth <= mKept) {
-        return;
-    }
-    // A way to wake that is no longer there can only be tried before this step.
-    Node& node = mNodes[mDepth - 1];
-    node.gone = node.options & ~next & ~only(node.chosen) & kWakes;
-    node.wanted |= node.gone;
-}
-
 /// Sees to it that from before `earlier` a run is tried in which `later` comes first.
-void Reduction::want(std::vector<Event> const& all, std::size_t earlier, std::size_t later) {
+void Reduction::want(std::size_t earlier, std::size_t later) {
     Clock first;  // Step with which each thread begins what does not depend on `earlier`.
     first.steps.fill(std::numeric_limits<std::uint32_t>::max());
     Choices initials = 0;
     Choices chosen = 0;
     for (std::size_t index = earlier + 1; index <= later; ++index) {
-        Event const& event = all[index];
-        if (index != later && comesBefore(all[earlier], event.order)) {
+        Event const& event = mEvents[index];
+        if (index != later && comesBefore(mEvents[earlier], event.order)) {
             continue;
         }
         bool isInitial = true;
@@ -166,52 +160,47 @@ void Reduction::want(std::vector<Event> const& all, std::size_t earlier, std::si
 /// Says whether a thread that waits may have another way to wake before the step `earlier`, which
 /// takes it away, if the step `later` comes first: since time has passed, or one that was asleep is
 /// not the same.
-bool Reduction::mayWake(std::size_t earlier, std::vector<Event> const& all,
-                        std::size_t later) const {
+bool Reduction::mayWake(std::size_t earlier, std::size_t later) const {
     Node const& node = mNodes[earlier];
-    return (all[earlier].holdsUp && touches(all[later], kClockWord)) ||
+    return (mEvents[earlier].holdsUp && touches(mEvents[later], kClockWord)) ||
            std::any_of(node.sleepers.begin(), node.sleepers.end(), [&](Asleep const& asleep) {
                return (node.gone & only(asleep.choice)) != 0 &&
-                      asleep.footprint->conflicts(*all[later].footprint);
+                      asleep.footprint->conflicts(*mEvents[later].footprint);
            });
 }
 
-bool Reduction::advance(std::vector<Event>& all, std::function<void()> const& look) {
-    all.resize(mNodes.size());
-    orderSteps(all, mKept, [&](std::size_t earlier, std::size_t later) {
-        // Pending until the order of `later` is known.
-        mRaces.emplace_back(earlier, later);
-    });
-    for (std::size_t earlier = 0; earlier < all.size(); ++earlier) {
-        for (std::size_t later = std::max(earlier + 1, mKept); later < all.size(); ++later) {
-            if (!comesBefore(all[earlier], all[later].order) && mayWake(earlier, all, later)) {
-                mRaces.emplace_back(earlier, later);
+void Reduction::runEnded() {
+    // Pending until the order of the later one is known.
+    std::vector<std::pair<std::size_t, std::size_t>> races;
+    orderSteps(mEvents, mKept,
+               [&](std::size_t earlier, std::size_t later) { races.emplace_back(earlier, later); });
+    for (std::size_t earlier = 0; earlier < mEvents.size(); ++earlier) {
+        for (std::size_t later = std::max(earlier + 1, mKept); later < mEvents.size(); ++later) {
+            if (!comesBefore(mEvents[earlier], mEvents[later].order) && mayWake(earlier, later)) {
+                races.emplace_back(earlier, later);
             }
         }
     }
-    for (auto const& [earlier, later] : mRaces) {
-        want(all, earlier, later);
+    for (auto const& [earlier, later] : races) {
+        want(earlier, later);
     }
-    mRaces.clear();
-    look();
+}
+
+bool Reduction::advance() {
+    mDepth = 0;
+    mIsRedundant = false;
     for (; !mNodes.empty(); mNodes.pop_back()) {
         Node& node = mNodes.back();
         Choices const open = node.wanted & ~node.done & ~node.asleep;
         if (open != 0) {
-            node.sleepers.push_back({node.chosen, all[mNodes.size() - 1].footprint});
+            node.sleepers.push_back({node.chosen, mEvents[mNodes.size() - 1].footprint});
             node.chosen = static_cast<Choice>(__builtin_ctz(open));
             node.done |= only(node.chosen);
             mKept = mNodes.size() - 1;
-            all.resize(mKept);
             return true;
         }
     }
     return false;
-}
-
-void Bounded::begin() {
-    mDepth = 0;
-    mPreemptions = 0;
 }
 
 Choice Bounded::choose(std::vector<Choice> const& options, bool mayStay) {
@@ -231,9 +220,9 @@ Choice Bounded::choose(std::vector<Choice> const& options, bool mayStay) {
     return options[decision.chosen];
 }
 
-bool Bounded::advance(std::vector<Event>& events, std::function<void()> const& look) {
-    look();
-    events.clear();
+bool Bounded::advance() {
+    mDepth = 0;
+    mPreemptions = 0;
     for (; !mPath.empty(); mPath.pop_back()) {
         Decision& last = mPath.back();
         bool const isAffordable = !last.isPreemption || last.preemptionsBefore < mBound;
@@ -243,16 +232,6 @@ bool Bounded::advance(std::vector<Event>& events, std::function<void()> const& l
         }
     }
     return false;
-}
-
-Choice Random::choose(std::vector<Choice> const& options, bool /*mayStay*/) {
-    return options[mEngine() % options.size()];
-}
-
-bool Random::advance(std::vector<Event>& events, std::function<void()> const& look) {
-    look();
-    events.clear();
-    return --mRuns != 0;
 }
 
 Given::Given(std::string const& decisions) {

@@ -5,7 +5,6 @@
 #include <map>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "scheduler/Trace.h"
@@ -29,14 +28,12 @@ public:
     [[nodiscard]] virtual std::size_t kept() const { return 0; }
     /// Says whether the rest of this run need not be noted: it was seen in another order.
     [[nodiscard]] virtual bool isRedundant() const { return false; }
-    virtual void begin() {}
     /// `mayStay` says that the first option is no more than to go on.
     virtual Choice choose(std::vector<Choice> const& options, bool mayStay) = 0;
-    /// A choice was made of `options` and its step is over; `next` are the options now.
-    virtual void stepEnded(Choices /*next*/) {}
-    /// Prepares the next run, after it has found out the order of the steps where it
-    /// needs it, and called `look`. Returns false after the last.
-    virtual bool advance(std::vector<Event>& events, std::function<void()> const& look) = 0;
+    /// The run is over: finds out the order of its steps, where the search needs it.
+    virtual void runEnded() {}
+    /// Prepares the next run. Returns false after the last.
+    virtual bool advance() { return true; }
 };
 
 /// Every run but for the order of independent steps: dynamic partial-order reduction, by source
@@ -44,13 +41,12 @@ public:
 class Reduction final : public Search {
 public:
     /// `events` are those of the run.
-    explicit Reduction(std::vector<Event> const& events) : mEvents(events) {}
+    explicit Reduction(std::vector<Event>& events) : mEvents(events) {}
     [[nodiscard]] std::size_t kept() const override { return mKept; }
     [[nodiscard]] bool isRedundant() const override { return mIsRedundant; }
-    void begin() override;
     Choice choose(std::vector<Choice> const& options, bool mayStay) override;
-    void stepEnded(Choices next) override;
-    bool advance(std::vector<Event>& events, std::function<void()> const& look) override;
+    void runEnded() override;
+    bool advance() override;
 
 private:
     struct Asleep {
@@ -68,13 +64,11 @@ private:
         std::vector<Asleep> sleepers;  ///< What was explored from here or before, and still holds.
     };
 
-    void addNode(std::vector<Choice> const& options);
-    [[nodiscard]] bool mayWake(std::size_t earlier, std::vector<Event> const& all,
-                               std::size_t later) const;
-    void want(std::vector<Event> const& events, std::size_t earlier, std::size_t later);
+    void addNode(std::vector<Choice> const& options, Choices all);
+    [[nodiscard]] bool mayWake(std::size_t earlier, std::size_t later) const;
+    void want(std::size_t earlier, std::size_t later);
 
-    std::vector<Event> const& mEvents;
-    std::vector<std::pair<std::size_t, std::size_t>> mRaces;
+    std::vector<Event>& mEvents;
     std::vector<Node> mNodes;
     std::size_t mKept = 0;
     std::size_t mDepth = 0;
@@ -85,9 +79,8 @@ private:
 class Bounded final : public Search {
 public:
     explicit Bounded(unsigned int bound) : mBound(bound) {}
-    void begin() override;
     Choice choose(std::vector<Choice> const& options, bool mayStay) override;
-    bool advance(std::vector<Event>& events, std::function<void()> const& look) override;
+    bool advance() override;
 
 private:
     struct Decision {
@@ -102,26 +95,22 @@ private:
     unsigned int mPreemptions = 0;
 };
 
-/// So many runs at random.
+/// Runs at random, without end.
 class Random final : public Search {
 public:
-    explicit Random(std::uint64_t runs) : mRuns(runs) {}
-    Choice choose(std::vector<Choice> const& options, bool mayStay) override;
-    bool advance(std::vector<Event>& events, std::function<void()> const& look) override;
+    Choice choose(std::vector<Choice> const& options, bool /*mayStay*/) override {
+        return options[mEngine() % options.size()];
+    }
 
 private:
-    std::uint64_t mRuns;
     std::mt19937_64 mEngine{1};
 };
 
-/// One run: where decisions are given, "number:choice " each, they are taken.
+/// The same run again: where decisions are given, "number:choice " each, they are taken.
 class Given final : public Search {
 public:
     explicit Given(std::string const& decisions);
     Choice choose(std::vector<Choice> const& options, bool mayStay) override;
-    bool advance(std::vector<Event>& /*events*/, std::function<void()> const& /*look*/) override {
-        return false;
-    }
 
 private:
     std::map<std::size_t, Choice> mDecisions;

@@ -26,17 +26,6 @@ bool conflict(Access const& a, Access const& b) {
 
 }  // namespace
 
-void Footprint::add(Access const& access) {
-    if (!mAccesses.empty()) {
-        Access& last = mAccesses.back();
-        if (last.word == access.word) {
-            merge(last, access);
-            return;
-        }
-    }
-    mAccesses.push_back(access);
-}
-
 void Footprint::sort() {
     std::stable_sort(mAccesses.begin(), mAccesses.end(),
                      [](Access const& a, Access const& b) { return a.word < b.word; });
@@ -50,27 +39,9 @@ void Footprint::sort() {
     }
     mAccesses.resize(count);
     mAccesses.shrink_to_fit();
-    for (Access const& access : mAccesses) {
-        std::uint64_t const hash = access.word * 0x9E3779B97F4A7C15U;
-        std::uint64_t const bit = std::uint64_t{1} << (hash >> 58U);
-        std::size_t const part = hash >> 32U & 3U;
-        mTouched[part] |= bit;
-        mWritten[part] |= (access.writes | access.counts) != 0 ? bit : 0;
-    }
-}
-
-bool Footprint::mayShare(Footprint const& other) const {
-    std::uint64_t shared = 0;
-    for (std::size_t part = 0; part < mTouched.size(); ++part) {
-        shared |= (mWritten[part] & other.mTouched[part]) | (mTouched[part] & other.mWritten[part]);
-    }
-    return shared != 0;
 }
 
 bool Footprint::conflicts(Footprint const& other) const {
-    if (!mayShare(other)) {
-        return false;
-    }
     auto mine = mAccesses.begin();
     auto theirs = other.mAccesses.begin();
     while (mine != mAccesses.end() && theirs != other.mAccesses.end()) {

@@ -52,7 +52,7 @@ struct Access {
 /// All that a step touched.
 class Footprint {
 public:
-    void add(Access const& access);
+    void add(Access const& access) { mAccesses.push_back(access); }
     /// To be called when the step is over.
     void sort();
     [[nodiscard]] std::vector<Access> const& accesses() const { return mAccesses; }
@@ -61,13 +61,7 @@ public:
     [[nodiscard]] bool conflicts(Footprint const& other) const;
 
 private:
-    using Bloom = std::array<std::uint64_t, 4>;
-
-    [[nodiscard]] bool mayShare(Footprint const& other) const;
-
     std::vector<Access> mAccesses;
-    Bloom mTouched{};
-    Bloom mWritten{};
 };
 
 struct Event {
@@ -90,6 +84,5 @@ constexpr std::uintptr_t kClockWord = 1;     ///< With its deadlines.
 constexpr std::uintptr_t kSpuriousWord = 2;  ///< The one spurious wake-up of a run.
 constexpr std::uintptr_t kThreadsWord = 3;   ///< The numbers of threads.
 constexpr std::uintptr_t waitsWord(std::size_t thread) { return 16 + thread; }
-constexpr std::uintptr_t anyWaitsWord(std::size_t thread) { return 32 + thread; }
 
 }  // namespace interleave
