@@ -7,20 +7,15 @@
 #include <regex>
 #include <set>
 
-#include "FakeCodecs.h"
-#include "GuardedCalls.h"
 #include "ScalerStart.h"
-#include "kvo/media/hardware/ConfigurationKeys.h"
+#include "WrapperTest.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
-#include "tvhw/VideoDecoderClientWrapperResource.h"
-#include "tvhw/VideoEncoderClientWrapperResource.h"
 #include "tvhw_vo.h"
 
 namespace {
 
 using namespace kvo::media::hardware;
 using kvo::host::JournalEntry;
-using kvo::host::note;
 
 /// Platform calls that tell of their failure. What the others return is a value, or ignored.
 std::regex const kTelling("TVHW_(CRM_Client|VSC_|VO_).*");
@@ -38,34 +33,54 @@ bool beginsWith(std::string const& text, std::string const& start) {
 /// The codes of the calls that are made to fail, by their number.
 using Faults = std::map<std::size_t, int>;
 
-/// Reads the journal of a life and checks that the library said and returned what it must.
+/// Takes the steps of a life and checks that the library says and returns what it must.
 class Verifier {
 public:
     explicit Verifier(Faults const& faults) : mFaults(faults) {}
 
-    void read(std::vector<JournalEntry> const& journal) {
-        for (auto const& entry : journal) {
+    /// Takes a step, named after the codec's operation. Only release and destruction tell nothing.
+    template <typename Operation>
+    void operator()(std::string const& step, Operation const& operation) {
+        mStatus = 0;
+        bool isCodecReached = false;
+        kvo::host::startJournal();
+        int const result = resultOf(operation);
+        for (auto const& entry : kvo::host::stopJournal()) {
             if (entry.kind == JournalEntry::Kind::kPlatformCall) {
                 beginCall(entry.text);
             } else if (entry.kind == JournalEntry::Kind::kLogLine) {
                 readLine(entry.text);
-            } else if (beginsWith(entry.text, "step ")) {
-                endCall();
-                mStep = entry.text.substr(5);
-                mStatus = 0;
-                mReached = false;
-            } else if (beginsWith(entry.text, "result ")) {
-                endStep(std::stoi(entry.text.substr(7)));
             } else {
-                mReached = mReached || beginsWith(entry.text, "codec." + mStep + "(");
+                isCodecReached = isCodecReached || beginsWith(entry.text, "codec." + step + "(");
             }
         }
         endCall();
+        if (step == "reclaim") {
+            mReclaimed = result == 1;
+            return;
+        }
+        bool const tells = step != "release" && step != "destroy";
+        EXPECT_EQ(result, !tells ? 0 : mStatus == 0 && mReclaimed ? -19 : mStatus) << step;
+        if (step.find("configure") != std::string::npos && step != "configure sink") {
+            EXPECT_EQ(isCodecReached, result == 0) << step;
+        }
     }
 
     std::size_t calls() const { return mCalls; }
 
 private:
+    template <typename Operation>
+    static int resultOf(Operation const& operation) {
+        if constexpr (std::is_void_v<decltype(operation())>) {
+            operation();
+            return 0;
+        } else if constexpr (std::is_same_v<decltype(operation()), int>) {
+            return operation();
+        } else {
+            return operation().status().code();
+        }
+    }
+
     void beginCall(std::string const& text) {
         endCall();
         mName = text.substr(0, text.find('('));
@@ -104,19 +119,6 @@ private:
         }
     }
 
-    /// A step is named after the codec's operation. Only release and destruction tell nothing.
-    void endStep(int result) {
-        if (mStep == "reclaim") {
-            mReclaimed = result == 1;
-            return;
-        }
-        bool const tells = mStep != "release" && mStep != "destroy";
-        EXPECT_EQ(result, !tells ? 0 : mStatus == 0 && mReclaimed ? -19 : mStatus) << mStep;
-        if (mStep.find("configure") != std::string::npos && mStep != "configure sink") {
-            EXPECT_EQ(mReached, result == 0) << mStep;
-        }
-    }
-
     Faults const mFaults;
     std::size_t mCalls = 0;
     std::string mName;                ///< Of the last call.
@@ -125,40 +127,23 @@ private:
     bool mSaid = false;               ///< The line of its failure was logged.
     std::set<std::string> mReleases;  ///< Made so far.
     std::set<std::string> mOutcomes;  ///< Logged since the call.
-    std::string mStep;
-    int mStatus = 0;        ///< That the step must return, as far as is known.
-    bool mReached = false;  ///< The step has reached the codec.
+    int mStatus = 0;                  ///< That the step must return, as far as is known.
     bool mReclaimed = false;
 };
 
 // --- The lives.
-
-template <typename Operation>
-void step(char const* name, Operation const& operation) {
-    note(std::string("step ") + name);
-    int result = 0;
-    if constexpr (std::is_void_v<decltype(operation())>) {
-        operation();
-    } else if constexpr (std::is_same_v<decltype(operation()), int>) {
-        result = operation();
-    } else {
-        result = operation().status().code();
-    }
-    note("result " + std::to_string(result));
-}
 
 int reclaimNewest() {
     auto const clients = kvo::host::crmClients();
     return clients.empty() ? -1 : kvo::host::reclaim(clients.back().uniqueId).get();
 }
 
-void liveDecoder() {
+void liveDecoder(Verifier& step) {
     kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", 1);
     kvo::host::setForcedAcquirePolicy([](int) { return false; });
     auto decoder =
         std::make_unique<VideoDecoderClientWrapperResource>(std::make_shared<FakeDecoder>());
-    Configuration config;
-    config.setInt32(key::kCallingPid, 42);
+    auto const config = configuration({{key::kCallingPid, 42}});
     BufferInfo shown;
     shown.videoPort = 1;
     auto const type = CodecType::AVC;
@@ -183,11 +168,10 @@ void liveDecoder() {
     step("destroy", [&] { decoder.reset(); });
 }
 
-void liveEncoder() {
+void liveEncoder(Verifier& step) {
     auto encoder =
         std::make_unique<VideoEncoderClientWrapperResource>(std::make_shared<FakeEncoder>());
-    Configuration config;
-    config.setInt32(key::kOutFormat, 1);
+    auto const config = configuration({{key::kOutFormat, 1}});
     auto const configure = [&] { return encoder->configure(config); };
     step("configure", [&] { return encoder->configure({}); });
     step("configure", configure);
@@ -204,7 +188,7 @@ void liveEncoder() {
     step("destroy", [&] { encoder.reset(); });
 }
 
-void liveScaler() {
+void liveScaler(Verifier& step) {
     IVideoScalerClient::LayerInfo info;
     info.type = 4;
     info.inputRegion = info.outputRegion = {0, 0, 640, 360, 1280, 720};
@@ -221,12 +205,10 @@ void liveScaler() {
     step("destroy", [&] { scaler.reset(); });
 }
 
-void liveSink() {
+void liveSink(Verifier& step) {
     auto const pixels = std::make_shared<std::vector<unsigned char>>(16);
     Image const image{0, 2, 2, 0, kvo::host::registerMemory(pixels), 16, 8};
-    Configuration config;
-    config.setInt32(key::kWidth, 2);
-    config.setInt32(key::kHeight, 2);
+    auto const config = configuration({{key::kWidth, 2}, {key::kHeight, 2}});
     std::unique_ptr<ImageSinkTvhwImpl> sink;
     step("construct", [&] { sink = std::make_unique<ImageSinkTvhwImpl>(); });
     for (int round = 0; round < 2; ++round) {
@@ -241,7 +223,7 @@ void liveSink() {
 }
 
 /// Runs a life with faults, checks it and returns the number of its platform calls.
-std::size_t run(void (*life)(), Faults const& faults) {
+std::size_t run(void (*life)(Verifier&), Faults const& faults) {
     std::string trace = "failing:";
     for (auto const& [nth, code] : faults) {
         trace += " call " + std::to_string(nth) + " with " + std::to_string(code);
@@ -249,10 +231,8 @@ std::size_t run(void (*life)(), Faults const& faults) {
     }
     SCOPED_TRACE(trace);
     auto const registrations = ResourceClient::sReferenceHolder.size();
-    kvo::host::startJournal();
-    life();
     Verifier verifier(faults);
-    verifier.read(kvo::host::stopJournal());
+    life(verifier);
     EXPECT_TRUE(kvo::host::crmClients().empty());
     EXPECT_EQ(ResourceClient::sReferenceHolder.size(), registrations);
     EXPECT_FALSE(kvo::host::scalerChannel(0).opened);
@@ -270,10 +250,10 @@ TEST(FaultSweep, EveryPlatformCallMayFailInEveryLife) {
     std::size_t runs = 0;
     std::size_t faults = 0;
     std::uint64_t const callsBefore = kvo::host::platformCallCount();
-    std::map<std::string, void (*)()> const lives{{"decoder", liveDecoder},
-                                                  {"encoder", liveEncoder},
-                                                  {"scaler", liveScaler},
-                                                  {"sink", liveSink}};
+    std::map<std::string, void (*)(Verifier&)> const lives{{"decoder", liveDecoder},
+                                                           {"encoder", liveEncoder},
+                                                           {"scaler", liveScaler},
+                                                           {"sink", liveSink}};
     for (auto const& [name, life] : lives) {
         SCOPED_TRACE(name);
         std::size_t const calls = run(life, {});
