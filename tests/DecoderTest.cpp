@@ -116,13 +116,12 @@ TEST_F(DecoderTest, OutputBuffersAreStampedOrDropped) {
     codec->answer = Status(-5);
     auto const failed = wrapper->dequeueOutputBuffer();
     EXPECT_EQ(failed.status().code(), -5);
-    EXPECT_EQ(failed.value().bufferId + failed.value().resourceId, 0);
-    EXPECT_EQ(failed.value().timestampUs, 0U);
-    EXPECT_EQ(failed.value().videoPort, -1);
+    EXPECT_EQ(failed.value().bufferId, 0);
     EXPECT_EQ(failed.value().callingPid, -1);
 
     EXPECT_EQ(wrapper->dequeueRenderEvent().value().renderTimeNs, 41U);
-    EXPECT_EQ(wrapper->dequeuePixelBuffer().value().planes.size(), 3U);
+    PixelInfo const pixel = wrapper->dequeuePixelBuffer().value();
+    EXPECT_EQ(pixel.planes.data(), codec->planes) << "copied";
     EXPECT_NE(wrapper->dequeueNativeBuffer().value(), nullptr);
     EXPECT_EQ(wrapper->getConfiguration().value().size(), 6U);
 }
@@ -132,11 +131,6 @@ TEST_F(DecoderTest, AReclaimedDecoderTouchesNothingAndTellsThePlatform) {
     EXPECT_EQ(recorded([&] { reclaimNewest().wait(); }),
               (Lines{"2 VideoClient reclaim: reclaim: start, calling-pid=1", "codec.release",
                      "onProcessReclaimed(1)", "2 VideoClient reclaim: reclaim: end"}));
-    unsigned int freeBytes = 8;
-    unsigned int totalBytes = 9;
-    bool ready = false;
-    wrapper->getInputBufferStatus(&freeBytes, &totalBytes, &ready);
-    EXPECT_EQ(freeBytes + totalBytes + (ready ? 1U : 0U), 17U);
     EXPECT_EQ(wrapper->dequeueOutputBuffer().value().callingPid, -1);
     EXPECT_EQ(wrapper->dequeueNativeBuffer().value(), nullptr);
     BufferInfo buffer;
