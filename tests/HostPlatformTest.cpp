@@ -2,17 +2,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <functional>
 #include <future>
-#include <thread>
 
-#include "FakeCodecs.h"
 #include "Journal.h"
 #include "SystemUtils.h"
 #include "kvo_media_log.h"
-#include "tvhw/ImageSinkTvhwImpl.h"
-#include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw_crm.h"
 #include "tvhw_vbe.h"
 
@@ -122,41 +117,12 @@ TEST(SettingsTest, DISABLED_IsSet) {
     EXPECT_NE(kvo::host::describe().find(row), std::string::npos) << kvo::host::describe();
 }
 
-/// Built before any part of the platform, and so destroyed after every part that is not meant to
-/// outlive it.
-struct LastUsers {
-    ~LastUsers() {
-        if (wrapper == nullptr) {
-            return;  // In the process of the tests.
-        }
-        sink.reset();
-        wrapper.reset();
-        std::_Exit(kvo::host::crmClients().empty() && kvo::host::videoOutput().opens == 0 ? 4 : 3);
-    }
-    std::unique_ptr<kvo::media::hardware::VideoDecoderClientWrapperResource> wrapper;
-    std::unique_ptr<kvo::media::hardware::ImageSinkTvhwImpl> sink;
-};
-LastUsers gLastUsers;
-
-TEST(HostPlatformDeathTest, OutlivesAWrapperInStaticStorage) {
-    using namespace kvo::media::hardware;
-    EXPECT_EXIT(
-        {
-            gLastUsers.wrapper = std::make_unique<VideoDecoderClientWrapperResource>(
-                std::make_shared<FakeDecoder>());
-            gLastUsers.wrapper->configureTunnelMode(CodecType::AVC, {});
-            gLastUsers.sink = std::make_unique<ImageSinkTvhwImpl>();
-            std::exit(kvo::host::crmClients().empty() ? 2 : 0);
-        },
-        testing::ExitedWithCode(4), "");
-}
-
 TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {
     kvo::host::setLogLevel(1);
     testing::internal::CaptureStderr();
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
     for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([thread] {
+        threads.push_back(std::async(std::launch::async, [thread] {
             std::string const text(3000, static_cast<char>('a' + thread));
             for (int count = 0; count < 20; ++count) {
                 kvo_media_log_printf(1, "Tag", "dir/file.cpp", "run", 12, "%s.", text.c_str());
@@ -164,11 +130,9 @@ TEST_F(HostPlatformTest, LogLinesAreWholeAndFilteredOnesAreNotFormatted) {
                 kvo_media_log_printf(2, "Tag", "dir/file.cpp", "run", 13, "%s",
                                      reinterpret_cast<char const*>(1));
             }
-        });
+        }));
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    threads.clear();  // Each is waited for.
     std::istringstream output(testing::internal::GetCapturedStderr());
     int lines = 0;
     for (std::string line; std::getline(output, line); ++lines) {
