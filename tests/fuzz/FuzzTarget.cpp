@@ -6,12 +6,9 @@
 #include <memory>
 #include <set>
 
-#include "FakeCodecs.h"
 #include "GuardedCalls.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
-#include "tvhw/VideoDecoderClientWrapperResource.h"
-#include "tvhw/VideoEncoderClientWrapperResource.h"
 #include "tvhw/VideoScalerClientTvhwImpl.h"
 #include "tvhw_vo.h"
 

@@ -10,12 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "FakeCodecs.h"
 #include "WrapperTest.h"
-#include "kvo/media/hardware/ConfigurationKeys.h"
 #include "tvhw/ImageSinkTvhwImpl.h"
-#include "tvhw/VideoDecoderClientWrapperResource.h"
-#include "tvhw/VideoEncoderClientWrapperResource.h"
 #include "tvhw/VideoScalerClientTvhwImpl.h"
 
 namespace {
@@ -97,13 +93,22 @@ struct Holder : ResourceClient::Reclaimable {
     bool reclaim() override { return true; }
 };
 
-IVideoScalerClient::LayerInfo layer(int adaptive, int port = 0) {
+IVideoScalerClient::LayerInfo layer(int adaptive, int port = 0,
+                                    Region const& output = {0, 0, 640, 360, 1280, 720}) {
     IVideoScalerClient::LayerInfo info;
     info.type = 4;
     info.port = static_cast<decltype(info.port)>(port);
     info.adaptive = static_cast<decltype(info.adaptive)>(adaptive);
-    info.inputRegion = info.outputRegion = {0, 0, 640, 360, 1280, 720};
+    info.inputRegion = {0, 0, 640, 360, 1280, 720};
+    info.outputRegion = output;
     return info;
+}
+
+void place(IVideoScalerClient::LayerInfo const& connected,
+           IVideoScalerClient::LayerInfo const& updated) {
+    VideoScalerClientTvhwImpl scaler(0);
+    scaler.connect(connected);
+    scaler.updateRegion(updated);
 }
 
 void show(Configuration const& config) {
@@ -295,19 +300,10 @@ std::map<std::string, std::function<void()>> const kSituations{
          decoder.wrapper.writeInputData(nullptr, 0, 0);
      }},
     {"no-size", [] { Encoder().wrapper.configure(kNoSize); }},
-    {"port-of-nobody",
-     [] {
-         VideoScalerClientTvhwImpl scaler(0);
-         scaler.connect(layer(0, -1));
-         scaler.updateRegion(layer(0));
-     }},
+    {"port-of-nobody", [] { place(layer(0, -1), layer(0)); }},
     {"empty-window",
      [] {
-         VideoScalerClientTvhwImpl scaler(0);
-         IVideoScalerClient::LayerInfo info = layer(0);
-         info.outputRegion.right = info.outputRegion.bottom = 0;
-         scaler.connect(layer(0));
-         scaler.updateRegion(info);
+         place(layer(0), layer(0, 0, {0, 0, 0, 0, 1280, 720}));
      }},
     {"nothing-wrong", [] { playWhileFails("TVHW_VO_Close"); }},  // It is not called.
 };
@@ -346,24 +342,19 @@ std::map<std::string, std::function<void()>> const kRoles{
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto const role = argc == 3 ? kRoles.find(argv[2]) : kRoles.end();
-    if (role != kRoles.end()) {
-        role->second();
-        return 0;
-    }
-    unsigned const seed = argc == 2 ? static_cast<unsigned>(std::atoi(argv[1])) : 0;
-    if (seed != 0) {
-        playAtRandom(seed);
-        std::_Exit(0);
-    }
-    auto const situation = argc == 2 ? kSituations.find(argv[1]) : kSituations.end();
-    if (situation == kSituations.end()) {
+    std::string const name = argc > 1 ? argv[argc - 1] : "";
+    auto const& known = argc == 3 ? kRoles : kSituations;
+    auto const found = known.find(name);
+    if (found != known.end()) {
+        found->second();
+    } else if (int const seed = std::atoi(name.c_str()); seed > 0) {
+        playAtRandom(static_cast<unsigned>(seed));
+    } else {
         std::fputs("usage: tvhw_situation NAME, SEED or as ROLE, with NAME one of:\n", stderr);
         for (auto const& entry : kSituations) {
             std::fprintf(stderr, "  %s\n", entry.first.c_str());
         }
         return 2;
     }
-    situation->second();
     std::_Exit(0);
 }
