@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <memory>
+#include <optional>
 
 #include "Journal.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
@@ -13,14 +13,13 @@ using namespace kvo::media::hardware;
 using kvo::host::failCall;
 using kvo::host::videoOutput;
 
-/// Entries of 0 are absent.
-Configuration config(std::int32_t width, std::int32_t height, std::int64_t format = 0) {
+Configuration config(std::int32_t width, std::int32_t height,
+                     std::optional<std::int64_t> format = {}) {
     Configuration result;
-    for (auto const& [name, value] : std::map<char const*, std::int64_t>{
-             {key::kWidth, width}, {key::kHeight, height}, {key::kColorFormat, format}}) {
-        if (value != 0) {
-            result.setInt64(name, value);
-        }
+    result.setInt32(key::kWidth, width);
+    result.setInt32(key::kHeight, height);
+    if (format) {
+        result.setInt64(key::kColorFormat, *format);
     }
     return result;
 }
@@ -76,10 +75,8 @@ TEST_F(ImageSinkTest, TheAnswerOfTheVideoOutputIsTheResult) {
 }
 
 TEST_F(ImageSinkTest, RefusesConfigurationsThatItDoesNotSupport) {
-    Configuration zero = config(4, 3, 14);
-    zero.setInt32(key::kColorFormat, 0);
-    for (Configuration const& refused :
-         {Configuration{}, config(0, 3), config(4, 0), config(4, 3, 13), config(4, 3, 15), zero}) {
+    for (Configuration const& refused : {Configuration{}, config(0, 3), config(4, 0),
+                                         config(4, 3, 13), config(4, 3, 15), config(4, 3, 0)}) {
         expect("configure", [&] { return sink->configure(refused); }, -2,
                {"0 ImageSink configure: unsupported configuration"});
     }

@@ -64,9 +64,9 @@ TYPED_TEST(ReclaimTimeout, AReclaimWaitsForThreeSecondsWhateverHappensMeanwhile)
         }
     };
     this->configure();
-    std::vector<std::thread> calls;
+    std::vector<std::future<void>> calls;
     for (std::size_t call = 0; call < leave.size(); ++call) {
-        calls.emplace_back([this] { this->wrapper->flush(); });
+        calls.push_back(std::async(std::launch::async, [this] { this->wrapper->flush(); }));
     }
     while (inside < leave.size()) {
         std::this_thread::yield();
@@ -87,9 +87,7 @@ TYPED_TEST(ReclaimTimeout, AReclaimWaitsForThreeSecondsWhateverHappensMeanwhile)
     EXPECT_EQ(this->codec->releases, 1);
     leave[1].set_value();
     leave[2].set_value();
-    for (auto& call : calls) {
-        call.join();
-    }
+    calls.clear();  // Each is waited for.
     EXPECT_TRUE(isRefused(*this->wrapper));
 }
 
