@@ -26,12 +26,16 @@ constexpr CodecCore kLargeCore{3, false, 1920, 1088};
 constexpr CodecCore kEncoderCore{2, true, 640, 480};
 
 ResourcePool::Clock::time_point gNow{};
+int gLooks = 0;  ///< At the clock: how much the pool does.
 
 /// A pool and what drives it: clients count from 1, and time stands still until it is moved.
 class ResourcePoolTest : public testing::Test {
 protected:
     void start(std::vector<CodecCore> const& cores) {
-        mPool = std::make_unique<ResourcePool>(cores, [] { return gNow; });
+        mPool = std::make_unique<ResourcePool>(cores, [] {
+            ++gLooks;
+            return gNow;
+        });
         mReclaims.clear();
         mNews.clear();
     }
@@ -212,24 +216,50 @@ TEST_F(ResourcePoolTest, NobodyStartsToWaitInARing) {
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 1") << "one outside of it waits for its end";
 }
 
-// As many requests as one program may make: each is decided in no more steps than there are
-// requests.
+// Each holder of a core has many requests for the next larger one: looked at one by one, the ways
+// from the last to the first would take hours.
 TEST_F(ResourcePoolTest, ManyRequestsThatDependOnEachOtherAreDecided) {
-    std::vector<CodecCore> cores(10, kSmallCore);
-    cores.push_back(kEncoderCore);
-    start(cores);
-    int const encoder = holder(kEncoder);
-    std::vector<int> holders;
-    for (int number = 0; number < 10; ++number) {
-        holders.push_back(holder(kDecoder));
+    start({});
+    auto const wider = [](int by) { return Request{false, false, 1, 640 + by, 480}; };
+    std::vector<CodecCore> cores;
+    for (int number = 0; number < 12; ++number) {
+        cores.push_back({1, false, 640 + number, 480});
+        pool().setCores(cores);
+        holder(wider(number));
     }
-    for (int const client : holders) {
-        for (int number = 0; number < 8; ++number) {
-            next(ask(client, kEncoder));
-        }
+    for (int request = 0; request < 8 * 11; ++request) {
+        next(ask(request / 8 + 1, wider(request / 8 + 1)));
     }
-    EXPECT_EQ(next(ask(encoder, kDecoder)), "-16");
-    EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
+    EXPECT_EQ(next(ask(1, kPort)), "0");
+    EXPECT_EQ(next(ask(2, kPort)), "0");
+    EXPECT_EQ(next(ask(12, kPort)), "-16");
+    EXPECT_EQ(next(ask(open(), wider(0))), "asks 1");
+}
+
+TEST_F(ResourcePoolTest, OfManyInAQueueOnlyTheFirstIsLookedAt) {
+    start({kSmallCore});
+    holder(kDecoder);
+    std::vector<Number> queue(1000);
+    for (Number& request : queue) {
+        request = ask(open(), kDecoder);
+    }
+    gLooks = 0;
+    for (int served = 1; served < 1000; ++served) {
+        Number const first = queue[static_cast<std::size_t>(served) - 1];
+        EXPECT_EQ(next(first), "asks " + std::to_string(served));
+        answer(served, true);
+    }
+    EXPECT_LT(gLooks, 20 * 1000) << "each costs the same, however many wait";
+    EXPECT_EQ(next(queue.back()), "asks 1000");
+    Number const heir = ask(open(), kDecoder);
+    Number const newer = ask(open(), kDecoder);
+    Number const newest = ask(open(), kDecoder);
+    pool().closeClient(idOf(1001));
+    answer(1000, true);
+    EXPECT_EQ(next(heir), "0") << "not who is gone";
+    EXPECT_EQ(next(newer), "asks 1002");
+    answer(1002, false);
+    EXPECT_EQ(next(newest), "-16") << "the refusal is for all";
 }
 
 // Two players which start anew whenever they lose their core.
@@ -257,8 +287,8 @@ TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     pool().closeClient(idOf(anew));
     holder(kDecoder);
     EXPECT_EQ(next(ask(open(), kDecoder, first)), "-16") << "all are granted since it began";
-    answer(first, true);
-    EXPECT_EQ(next(request), "0");
+    gNow += seconds(10);
+    EXPECT_EQ(next(request), "0") << "at the latest";
 }
 
 TEST_F(ResourcePoolTest, ARequestHasOneBoundHoweverManyHoldersDoNotAnswer) {
@@ -269,6 +299,9 @@ TEST_F(ResourcePoolTest, ARequestHasOneBoundHoweverManyHoldersDoNotAnswer) {
     auto const begin = gNow;
     Number const request = ask(open(), kDecoder);
     EXPECT_EQ(next(request), "asks 1");
+    gNow += seconds(2);
+    Number const later = ask(open(), {false, false, 1, 639, 480});
+    EXPECT_EQ(next(later), "waits for 1");
     gNow = pool().nextDeadline();
     EXPECT_EQ(next(request), "asks 2") << "the first has not answered for long";
     EXPECT_EQ(gNow, begin + seconds(5));
@@ -276,18 +309,22 @@ TEST_F(ResourcePoolTest, ARequestHasOneBoundHoweverManyHoldersDoNotAnswer) {
     EXPECT_EQ(gNow, begin + seconds(10));
     EXPECT_EQ(next(request), "-110");
 
+    EXPECT_EQ(next(later), "asks 3") << "the first is stuck, the second slow";
     Number const another = ask(open(), kDecoder);
-    EXPECT_EQ(next(another), "asks 3") << "the first is stuck, the second slow";
+    EXPECT_EQ(next(another), "waits for 3");
+    gNow = pool().nextDeadline();
+    EXPECT_EQ(gNow, begin + seconds(12));
+    EXPECT_EQ(next(later), "-110");
     int const last = open();
     Number const waiting = ask(last, kDecoder);
     EXPECT_EQ(next(waiting), "waits for 3");
     answer(slow, true);
     EXPECT_EQ(next(another), "0") << "the oldest gets what is given up late";
-    gNow += seconds(5);
-    EXPECT_EQ(next(waiting), "asks 5");
+    gNow += seconds(3);
+    EXPECT_EQ(next(waiting), "asks 6");
     pool().giveBack(idOf(3));
     EXPECT_EQ(next(waiting), "0") << "it no longer has to wait for either";
-    answer(5, true);
+    answer(6, true);
     EXPECT_EQ(core(holder(kDecoder)), 1);
 }
 
