@@ -138,6 +138,7 @@ std::string reasonOf(sdbus::Error const& error) {
            : is("ServiceUnknown")           ? "there is no service on this bus"
            : is("NoReply") || is("Timeout") ? "there was no answer for 10 seconds"
            : is("Disconnected")             ? "the bus has ended"
+           : is("ENOTCONN")                 ? "the bus lets nobody in, or not this user"
            : is("FileNotFound") || is("ENOMEDIUM") || is("ECONNREFUSED")
                ? "there is no session bus; dbus-run-session starts one"
                : error.getMessage() + " (" + name + ")";
