@@ -90,7 +90,6 @@ int inProgress(Call const& call) {
 
 /// Asks for what a client holds, as the resource manager's thread. Returns the answer.
 int reclaim(TVHW_CRM_CLIENT const& client) {
-    clearWaits();
     int const answer = client.reclaim(nullptr, client.cookie);
     for (auto const& wait : waits()) {
         seen(kWaits);
@@ -152,7 +151,7 @@ public:
     /// Releases or destroys the wrapper, as the owner.
     template <typename Action>
     void letGo(Action const& action) {
-        mIsLetGo = true;
+        isLetGo = true;
         Caller& me = watch->caller();
         me.reachedCodec = false;
         int const& told = platform().self().releasesTold;
@@ -172,9 +171,7 @@ public:
         letGo([this] { expect(wrapper->release().status().code() == 0, "no release"); });
     }
 
-    /// From now on the client that is reclaimed may be replaced.
-    void replaceClient() { mIsLetGo = true; }
-
+    bool isLetGo = false;  ///< The resource client that is reclaimed may be gone.
     std::shared_ptr<Watch> watch = std::make_shared<Watch>();
     /// Apart from the count of its references, so that its memory is freed as it dies.
     std::shared_ptr<typename Kind::Codec> codec{new typename Kind::Codec(watch)};
@@ -192,7 +189,7 @@ private:
         }
         if (!platform().self().hasBegunReclaim) {
             seen(kFindsNoClient);
-            expect(mIsLetGo, "a reclaim does not find its client");
+            expect(isLetGo, "a reclaim does not find its client");
             return;
         }
         watch->noteClosed();
@@ -205,12 +202,12 @@ private:
                "the platform is not told of the reclaim as it should");
         if (!me.hasReleased && !watch->isReleased()) {
             seen(kFindsNoCodec);
-            expect(watch->isGone(), "a reclaim ends before the codec is released");
+            expect(mWatched.expired(), "a reclaim ends before the codec is released");
         }
     }
 
     bool mKnowsPid = false;
-    bool mIsLetGo = false;  ///< The resource client that is reclaimed may be gone.
+    std::weak_ptr<typename Kind::Codec> mWatched = codec;
 };
 
 /// The scenarios that both wrappers have.
@@ -283,7 +280,7 @@ void addCommon(std::string const& kind, std::vector<Scenario>& all) {
         start("writer", [&] { world.call(Kind::write); });
         world.startReclaim();
         start("owner", [&] {
-            world.replaceClient();
+            world.isLetGo = true;
             world.call(Kind::reconfigure);
         });
     });
@@ -390,39 +387,31 @@ void addCodecScenarios(std::vector<Scenario>& all) {
     add(all, "decoder-native-mode", {kIsRefused}, kConfigures<&Wrapper::configureNativeBufferMode>);
     add(all, "decoder-output-buffer", {kWaits}, kConfigures<&Wrapper::reconfigureOutputBuffer>);
     add(all, "encoder-configures", {kIsRefused}, configures<Encoder, Encoder::configure>);
-    add(all, "decoder-ports", {}, [] {
-        World<Decoder> world;
-        platform().ports = {1, 2};
-        world.configure();
-        start("reader", [&] {
-            world.call(Decoder::dequeue);
+    // Calls that read and learn the port beside what the owner does, once it is configured or
+    // before.
+    auto const addPorts = [&](char const* name, int reads, bool isConfigured,
+                              void (*owns)(World<Decoder>&)) {
+        add(all, name, {}, [=] {
+            World<Decoder> world;
+            platform().ports = {1, 2};
+            if (isConfigured) {
+                world.configure();
+            }
+            start("reader", [&] {
+                for (int count = 0; count < reads; ++count) {
+                    world.call(Decoder::dequeue);
+                }
+            });
+            start("shower", [&] { world.call(Decoder::showOnPort1); });
+            start("owner", [&] { owns(world); });
+            joinAll();
             world.call(Decoder::dequeue);
         });
-        start("shower", [&] { world.call(Decoder::showOnPort1); });
-        start("owner", [&] { world.call(Decoder::reconfigure); });
-        joinAll();
-        world.call(Decoder::dequeue);
-    });
-    // Calls that read and learn the port while a first configuration is granted one.
-    add(all, "decoder-reads-early", {}, [] {
-        World<Decoder> world;
-        platform().ports = {1, 2};
-        start("reader", [&] { world.call(Decoder::dequeue); });
-        start("shower", [&] { world.call(Decoder::showOnPort1); });
-        start("owner", [&] { world.call(kTunnel); });
-        joinAll();
-        world.call(Decoder::dequeue);
-    });
-    // The same while the owner gives the port back.
-    add(all, "decoder-reads-late", {}, [] {
-        World<Decoder> world;
-        platform().ports = {1, 2};
-        world.configure();
-        start("reader", [&] { world.call(Decoder::dequeue); });
-        start("shower", [&] { world.call(Decoder::showOnPort1); });
-        start("owner", [&] { world.release(); });
-        joinAll();
-    });
+    };
+    addPorts("decoder-ports", 2, true,
+             [](World<Decoder>& world) { world.call(Decoder::reconfigure); });
+    addPorts("decoder-reads-early", 1, false, [](World<Decoder>& world) { world.call(kTunnel); });
+    addPorts("decoder-reads-late", 1, true, [](World<Decoder>& world) { world.release(); });
     add(all, "encoder-live", {}, [] {
         World<Encoder> world;
         world.configure(Encoder::configureLive);

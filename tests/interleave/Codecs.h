@@ -24,7 +24,7 @@ struct Caller {
     bool beganClosed = false;  ///< Its call began when the guard was closed.
     bool reachedCodec = false;
     bool hasReleased = false;  ///< Its reclaim has begun to release the codec.
-    bool overruns = false;     ///< In spite of the calls inside.
+    bool overruns = false;     ///< In spite of the calls inside, having waited as long as it may.
     bool isDone = false;       ///< Its reclaim has released the codec.
     bool knowsClosed = false;  ///< That the guard is.
     bool isInside = false;     ///< It is in the codec.
@@ -49,15 +49,6 @@ public:
     }
     void noteClosed() { caller().knowsClosed = true; }
 
-    /// Says whether the codec has been destroyed.
-    bool isGone() const { return mIsGone; }
-    void noteGone() { mIsGone = true; }
-
-    /// Says whether this thread's reclaim has waited as long as it may.
-    static bool isOverrun() {
-        return !waits().empty() && lastNow() >= waits().front().begin + kReclaimWait;
-    }
-
     /// Says whether a reclaim has begun to release the codec.
     bool isReleaseBegun() const { return isAny(&Caller::hasReleased); }
     /// Says whether a reclaim has released the codec.
@@ -78,7 +69,8 @@ public:
     Status release() {
         enter("release");
         if (caller().isReclaim) {
-            caller().overruns = isOverrun();
+            caller().overruns =
+                !waits().empty() && lastNow() >= waits().front().begin + kReclaimWait;
             expect(caller().overruns || !isAny(&Caller::isInside),
                    "released with calls in the codec");
             caller().hasReleased = true;
@@ -100,7 +92,6 @@ private:
     }
 
     std::array<Caller, 8> mCallers{};
-    bool mIsGone = false;
 };
 
 inline void expectPort(int port) {
@@ -119,7 +110,6 @@ template <typename Interface>
 class WatchedCodec : public Interface {
 public:
     explicit WatchedCodec(std::shared_ptr<Watch> watch) : mWatch(std::move(watch)) {}
-    ~WatchedCodec() override { mWatch->noteGone(); }
     Return<void> release() override { return mWatch->release(); }
 
 protected:

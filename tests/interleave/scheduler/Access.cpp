@@ -40,93 +40,79 @@ void noteReferences(void const volatile* number, interleave::References const& r
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the names are the compiler's.
 #define CODE __builtin_return_address(0)
-#define PLAIN(size)                                                                             \
-    void __tsan_read##size(void const* memory) { noteAccess(memory, size, false, true, CODE); } \
-    void __tsan_write##size(void const* memory) { noteAccess(memory, size, true, true, CODE); } \
-    void __tsan_unaligned_read##size(void const* memory) {                                      \
-        noteAccess(memory, size, false, true, CODE);                                            \
-    }                                                                                           \
-    void __tsan_unaligned_write##size(void const* memory) {                                     \
-        noteAccess(memory, size, true, true, CODE);                                             \
-    }
-#define NOTE(bits, isRead, isWrite)                                                        \
-    noteAtomic({const_cast<std::uint##bits##_t const*>(memory), bits / 8, isRead, isWrite, \
+#define PLAIN(size)                                                                       \
+    void __tsan_read##size(void const* memory) { noteAccess(memory, size, false, CODE); } \
+    void __tsan_write##size(void const* memory) { noteAccess(memory, size, true, CODE); }
+#define NOTE(Type, isRead, isWrite)                                             \
+    noteAtomic({const_cast<Type const*>(memory), sizeof(Type), isRead, isWrite, \
                 isRead && acquires(order), isWrite && releases(order), CODE, nullptr})
-#define CHANGE(bits, name, builtin)                                                          \
-    std::uint##bits##_t __tsan_atomic##bits##_##name(std::uint##bits##_t volatile* memory,   \
-                                                     std::uint##bits##_t value, int order) { \
-        NOTE(bits, true, true);                                                              \
-        return builtin(memory, value, __ATOMIC_SEQ_CST);                                     \
+#define CHANGE(bits, Type, name, builtin)                                             \
+    Type __tsan_atomic##bits##_##name(Type volatile* memory, Type value, int order) { \
+        NOTE(Type, true, true);                                                       \
+        return builtin(memory, value, __ATOMIC_SEQ_CST);                              \
     }
 // Of the standard library's loop that takes a reference, if there is one, the first round succeeds.
-#define COMPARE(bits, name)                                                                  \
-    bool __tsan_atomic##bits##_compare_exchange_##name(                                      \
-        std::uint##bits##_t volatile* memory, std::uint##bits##_t* expected,                 \
-        std::uint##bits##_t value, int order, int) {                                         \
-        if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {      \
-            noteReferences(memory, {1, true}, CODE);                                         \
-            *expected = *memory;                                                             \
-            return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;     \
-        }                                                                                    \
-        NOTE(bits, true, true);                                                              \
-        return __atomic_compare_exchange_n(memory, expected, value, false, __ATOMIC_SEQ_CST, \
-                                           __ATOMIC_SEQ_CST);                                \
+#define COMPARE(bits, Type, name)                                                             \
+    bool __tsan_atomic##bits##_compare_exchange_##name(Type volatile* memory, Type* expected, \
+                                                       Type value, int order, int) {          \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {       \
+            noteReferences(memory, {1, true}, CODE);                                          \
+            *expected = *memory;                                                              \
+            return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;      \
+        }                                                                                     \
+        NOTE(Type, true, true);                                                               \
+        return __atomic_compare_exchange_n(memory, expected, value, false, __ATOMIC_SEQ_CST,  \
+                                           __ATOMIC_SEQ_CST);                                 \
     }
-#define ATOMIC(bits)                                                                            \
-    std::uint##bits##_t __tsan_atomic##bits##_load(std::uint##bits##_t const volatile* memory,  \
-                                                   int order) {                                 \
-        if (isReferences(memory, order, __ATOMIC_RELAXED)) {                                    \
-            noteReferences(memory, {0, false}, CODE);                                           \
-        } else {                                                                                \
-            NOTE(bits, true, false);                                                            \
-        }                                                                                       \
-        return __atomic_load_n(memory, __ATOMIC_SEQ_CST);                                       \
-    }                                                                                           \
-    std::uint##bits##_t __tsan_atomic##bits##_fetch_add(std::uint##bits##_t volatile* memory,   \
-                                                        std::uint##bits##_t value, int order) { \
-        if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                                    \
-            noteReferences(memory, {static_cast<int>(value), false}, CODE);                     \
-        } else {                                                                                \
-            NOTE(bits, true, true);                                                             \
-        }                                                                                       \
-        return __atomic_fetch_add(memory, value, __ATOMIC_SEQ_CST);                             \
-    }                                                                                           \
-    void __tsan_atomic##bits##_store(std::uint##bits##_t volatile* memory,                      \
-                                     std::uint##bits##_t value, int order) {                    \
-        NOTE(bits, false, true);                                                                \
-        __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                                      \
-    }                                                                                           \
-    CHANGE(bits, exchange, __atomic_exchange_n)                                                 \
-    CHANGE(bits, fetch_sub, __atomic_fetch_sub)                                                 \
-    CHANGE(bits, fetch_and, __atomic_fetch_and)                                                 \
-    CHANGE(bits, fetch_or, __atomic_fetch_or)                                                   \
-    COMPARE(bits, strong)                                                                       \
-    COMPARE(bits, weak)
+#define ATOMIC(bits, Type)                                                               \
+    Type __tsan_atomic##bits##_load(Type const volatile* memory, int order) {            \
+        if (isReferences(memory, order, __ATOMIC_RELAXED)) {                             \
+            noteReferences(memory, {0, false}, CODE);                                    \
+        } else {                                                                         \
+            NOTE(Type, true, false);                                                     \
+        }                                                                                \
+        return __atomic_load_n(memory, __ATOMIC_SEQ_CST);                                \
+    }                                                                                    \
+    Type __tsan_atomic##bits##_fetch_add(Type volatile* memory, Type value, int order) { \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                             \
+            noteReferences(memory, {static_cast<int>(value), false}, CODE);              \
+        } else {                                                                         \
+            NOTE(Type, true, true);                                                      \
+        }                                                                                \
+        return __atomic_fetch_add(memory, value, __ATOMIC_SEQ_CST);                      \
+    }                                                                                    \
+    void __tsan_atomic##bits##_store(Type volatile* memory, Type value, int order) {     \
+        NOTE(Type, false, true);                                                         \
+        __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                               \
+    }                                                                                    \
+    CHANGE(bits, Type, exchange, __atomic_exchange_n)                                    \
+    CHANGE(bits, Type, fetch_sub, __atomic_fetch_sub)                                    \
+    CHANGE(bits, Type, fetch_and, __atomic_fetch_and)                                    \
+    CHANGE(bits, Type, fetch_or, __atomic_fetch_or)                                      \
+    COMPARE(bits, Type, strong)                                                          \
+    COMPARE(bits, Type, weak)
 
 extern "C" {
 
 void __tsan_init() { interleave::noteInstrumented(CODE); }
 void __tsan_func_entry(void*) {}
 void __tsan_func_exit() {}
-void __tsan_vptr_read(void const* memory) { noteAccess(memory, 8, false, true, CODE); }
-void __tsan_vptr_update(void const* memory, void const*) {
-    noteAccess(memory, 8, true, true, CODE);
-}
+void __tsan_vptr_update(void const* memory, void const*) { noteAccess(memory, 8, true, CODE); }
 void __tsan_read_range(void const* memory, std::size_t size) {
-    noteAccess(memory, size, false, true, CODE);
+    noteAccess(memory, size, false, CODE);
 }
 void __tsan_write_range(void const* memory, std::size_t size) {
-    noteAccess(memory, size, true, true, CODE);
+    noteAccess(memory, size, true, CODE);
 }
 PLAIN(1)
 PLAIN(2)
 PLAIN(4)
 PLAIN(8)
 PLAIN(16)
-ATOMIC(8)
-ATOMIC(16)
-ATOMIC(32)
-ATOMIC(64)
+ATOMIC(8, std::uint8_t)
+ATOMIC(16, std::uint16_t)
+ATOMIC(32, std::uint32_t)
+ATOMIC(64, std::uint64_t)
 // NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
@@ -150,12 +136,12 @@ Function* theirs(char const* name, Function* /*like*/) {
 
 void noteTree(std::_Rb_tree_node_base const* node, std::_Rb_tree_node_base const& header,
               void const* code) {
-    noteAccess(&header, sizeof header, true, true, code);
+    noteAccess(&header, sizeof header, true, code);
     using Node = std::_Rb_tree_node_base const*;
     for (Node const near :
          std::array<Node, 4>{node, node->_M_parent, node->_M_left, node->_M_right}) {
         if (near != nullptr) {
-            noteAccess(near, sizeof *near, true, true, code);
+            noteAccess(near, sizeof *near, true, code);
         }
     }
 }

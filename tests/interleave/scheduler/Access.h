@@ -11,8 +11,8 @@ bool isWatching();
 /// Notes that the program, or the library, of which `code` is part is compiled so.
 void noteInstrumented(void const* code);
 
-/// Notes that the running thread touches memory. `code` is where.
-void noteAccess(void const* memory, std::size_t size, bool isWrite, bool isPlain, void const* code);
+/// Notes that the running thread touches memory, not atomically. `code` is where.
+void noteAccess(void const* memory, std::size_t size, bool isWrite, void const* code);
 
 /// A change of the number of references to an object, by 0 if it is read. Nobody acts on the number
 /// but on the last reference.

@@ -66,7 +66,7 @@ void release(void* memory, void const* code) noexcept {
     }
     auto* const block = static_cast<unsigned char*>(memory);
     expect(!isFreed(memory), "memory is freed twice");
-    noteAccess(memory, sizeOf(block), true, true, code);
+    noteAccess(memory, sizeOf(block), true, code);
     std::memset(memory, kPattern, sizeOf(block));
     Unseen const unseen;
     gFreed.push_back(block);

@@ -34,7 +34,7 @@ constexpr std::size_t kMaxPoints = 10'000;        ///< Of a run that will end.
 constexpr std::uint64_t kMaxSchedules = 100'000;  ///< With no bound.
 constexpr std::uint64_t kMaxBounded = 3'000'000;
 constexpr Nanoseconds kClockBegin = 3'600'000'000'000;
-constexpr int kColumn = 34;  ///< Width of a thread's in a trace.
+constexpr int kColumn = 20;  ///< Width of a thread's in a trace.
 
 /// What is run, and what is done with a broken rule.
 enum class Mode { kWalk, kBrief, kShortest, kReplay, kCompare };
@@ -84,7 +84,6 @@ bool gIsHearing = false;  ///< What is read comes before.
 bool gIsNoted = false;    ///< The step is written to its event.
 bool gIsProgramInstrumented = false;
 bool gIsLibraryInstrumented = false;
-bool gIsLibraryUsed = false;  ///< It has taken locks.
 unsigned int gShortestBound = 0;
 Mode gMode = Mode::kWalk;
 ucontext_t gExplorer;
@@ -124,7 +123,7 @@ void printAccesses(std::uintptr_t stake) {
     std::printf("The last accesses to it, from the last on:\n");
     int count = 0;
     for (std::size_t index = gEvents.size(); count < 4 && index-- != 0;) {
-        for (Access const& access : gEvents[index].footprint->accesses()) {
+        for (Access const& access : gEvents[index].footprint->accesses) {
             if (access.word == stake && count++ < 4) {
                 auto const& thread = gRun.threads[threadOf(gEvents[index].choice)];
                 std::printf("  %s %s it: ", thread.name.c_str(),
@@ -171,17 +170,9 @@ void trace(std::string const& what) {
     if (gMode != Mode::kReplay) {
         return;
     }
-    static std::size_t named = 0;
-    auto const number = static_cast<int>(gRun.running->number);
-    for (; named < gRun.threads.size(); ++named) {
-        std::printf("         %*s[%s]\n", static_cast<int>(named) * kColumn, "",
-                    gRun.threads[named].name.c_str());
-    }
-    for (std::size_t begin = 0; begin < what.size(); begin += kColumn - 2) {
-        double const seconds = static_cast<double>(gRun.now - kClockBegin) / 1e9;
-        std::printf("%5.1f s  %*s%s\n", seconds, number * kColumn, "",
-                    what.substr(begin, kColumn - 2).c_str());
-    }
+    Thread const& self = *gRun.running;
+    std::printf("%5.1f s  %*s%s: %s\n", static_cast<double>(gRun.now - kClockBegin) / 1e9,
+                static_cast<int>(self.number) * kColumn, "", self.name.c_str(), what.c_str());
     std::fflush(stdout);
 }
 
@@ -231,7 +222,7 @@ void touch(std::uintptr_t word, bool isWrite) {
         Access access;
         access.word = word;
         (isWrite ? access.writes : access.reads) = 0xFF;
-        event().footprint->add(access);
+        event().footprint->accesses.push_back(access);
     }
 }
 
@@ -377,6 +368,7 @@ void runOnce(Search& search) {
     emptyHeap();
     forgetAccesses();
     gSearch = &search;
+    gEvents.resize(search.kept());
     ++gSchedules;
     start("main", gScenario->body);
     gRun.running = &gRun.threads.front();
@@ -400,7 +392,6 @@ std::uint64_t outcome() {
 void prepare(Scenario const& scenario) {
     gScenario = &scenario;
     gSeen.clear();
-    gEvents.clear();
     for (int const signal : {SIGSEGV, SIGBUS, SIGABRT}) {
         std::signal(signal, onSignal);
     }
@@ -410,7 +401,6 @@ void prepare(Scenario const& scenario) {
 /// seen in another order. Returns whether it came to its end.
 bool walk(
     Search& search, std::uint64_t limit, std::function<void()> const& afterRun = [] {}) {
-    gEvents.clear();
     for (std::uint64_t count = 0; count < limit; ++count) {
         runOnce(search);
         search.runEnded();
@@ -420,7 +410,6 @@ bool walk(
         if (!search.advance()) {
             return true;
         }
-        gEvents.resize(search.kept());
     }
     return false;
 }
@@ -471,7 +460,7 @@ void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Acce
             access.reads &= bytes;
             access.writes &= bytes;
             access.counts &= bytes;
-            event().footprint->add(access);
+            event().footprint->accesses.push_back(access);
         }
     }
 }
@@ -487,14 +476,13 @@ void noteInstrumented(void const* code) {
     (isLibrary(code) ? gIsLibraryInstrumented : gIsProgramInstrumented) = true;
 }
 
-void noteAccess(void const* memory, std::size_t size, bool isWrite, bool isPlain,
-                void const* code) {
+void noteAccess(void const* memory, std::size_t size, bool isWrite, void const* code) {
     if (gIsWatching) {
         Unseen const unseen;
         Access access;
         (isWrite ? access.writes : access.reads) = 0xFF;
         access.code = code;
-        note(memory, size, isWrite, isPlain, access);
+        note(memory, size, isWrite, true, access);
     }
 }
 
@@ -534,24 +522,18 @@ void noteAtomic(AtomicAccess const& access) {
 
 void beBrief() { gMode = Mode::kBrief; }
 
-Walk explore(Scenario const& scenario, std::optional<unsigned int> bound) {
+std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> bound) {
     prepare(scenario);
-    Walk walked;
     auto const before = gSchedules;
-    if (bound) {
-        Bounded search(*bound);
-        walked.isComplete = walk(search, kMaxBounded);
-    } else {
-        Reduction search(gEvents);
-        walked.isComplete = walk(search, kMaxSchedules);
-        expect(gIsProgramInstrumented && (gIsLibraryInstrumented || !gIsLibraryUsed),
-               "what the steps depend on is not seen: code is not instrumented");
-    }
-    walked.schedules = gSchedules - before;
+    Reduction reduction(gEvents);
+    Bounded bounded(bound.value_or(0));
+    expect(bound ? walk(bounded, kMaxBounded) : walk(reduction, kMaxSchedules), "too many orders");
+    expect(bound || (gIsProgramInstrumented && gIsLibraryInstrumented),
+           "what the steps depend on is not seen: code is not instrumented");
     for (auto const& fact : scenario.facts) {
         expect(gSeen.count(fact) != 0, "none of them shows that %s", fact.c_str());
     }
-    return walked;
+    return gSchedules - before;
 }
 
 void replay(Scenario const& scenario, std::string const& decisions) {
@@ -574,30 +556,30 @@ void showShortest(Scenario const& scenario, std::string const& decisions) {
     runOnce(search);
 }
 
-Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit) {
+std::uint64_t compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit) {
     prepare(scenario);
     gMode = Mode::kCompare;
     std::set<std::uint64_t> traces;
     std::set<std::uint64_t> outcomes;
-    Comparison result;
     Reduction reduction(gEvents);
-    result.isComplete = walk(reduction, kMaxSchedules, [&] {
+    bool const isComplete = walk(reduction, kMaxSchedules, [&] {
         traces.insert(hashOf(gEvents));
         outcomes.insert(outcome());
     });
-    result.traces = traces.size();
-    result.outcomes = outcomes.size();
+    std::uint64_t compared = 0;
     auto const check = [&] {
-        ++result.compared;
+        ++compared;
         orderSteps(gEvents, 0, [](std::size_t, std::size_t) {});
-        result.newTraces += traces.count(hashOf(gEvents)) == 0 ? 1U : 0U;
-        result.newOutcomes += outcomes.count(outcome()) == 0 ? 1U : 0U;
+        expect(!isComplete || traces.count(hashOf(gEvents)) != 0, "a plain search has a new order");
+        expect(!isComplete || outcomes.count(outcome()) != 0, "a plain search has a new outcome");
     };
     Bounded bounded(bound);
     walk(bounded, limit, check);
     Random random;
     walk(random, limit, check);
-    return result;
+    std::printf("%s: %zu orders, %zu outcomes, %s\n", scenario.name.c_str(), traces.size(),
+                outcomes.size(), isComplete ? "none new" : "too many to be compared");
+    return compared;
 }
 
 void start(std::string name, std::function<void()> body) {
@@ -672,14 +654,6 @@ std::size_t locksHeld() { return gRun.running->locksHeld; }
 
 std::vector<SignalWait> const& waits() { return gRun.running->waits; }
 
-void clearWaits() {
-    Unseen const unseen;
-    if (!waits().empty()) {
-        touch(waitsWord(threadNumber()), true);
-    }
-    gRun.running->waits.clear();
-}
-
 bool hasWaited(std::size_t thread) {
     if (thread >= gRun.threads.size()) {
         return false;
@@ -708,9 +682,8 @@ void seen(char const* fact) {
 
 bool isRunning() { return gIsRunning; }
 
-void lock(void const* mutex, void const* code) {
+void lock(void const* mutex) {
     Unseen const unseen;
-    gIsLibraryUsed = gIsLibraryUsed || isLibrary(code);
     expect(!isFreed(mutex), "a lock is taken that was freed");
     expect(locksHeld() == 0, "a lock is taken while another is held");
     traceLock("takes lock ", mutex);

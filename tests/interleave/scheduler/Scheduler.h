@@ -28,18 +28,13 @@ struct Scenario {
     std::vector<std::string> facts;  ///< What must have been seen() in one of the orders.
 };
 
-/// How far a scenario was walked.
-struct Walk {
-    std::uint64_t schedules = 0;
-    bool isComplete = false;  ///< Every schedule was run, within the bound if there is one.
-};
-
 /// Runs `scenario` in every order, but for orders of steps that do not depend on each other. The
 /// scenario and the libraries under test must be instrumented (CMakeLists.txt). With a `bound`: in
 /// every order with at most so many preemptions, depth first. To go on with another thread is a
 /// preemption when the running one could have gone on. A deadline that comes first, or a spurious
-/// wake-up, one a run, is a way to go on with the thread that waits.
-Walk explore(Scenario const& scenario, std::optional<unsigned int> bound = {});
+/// wake-up, one a run, is a way to go on with the thread that waits. Returns how many these were;
+/// too many are a broken run, too.
+std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> bound = {});
 
 /// Runs the one schedule that these decisions make and prints what each thread does.
 void replay(Scenario const& scenario, std::string const& decisions);
@@ -48,18 +43,10 @@ void replay(Scenario const& scenario, std::string const& decisions);
 /// decisions make does, and shows it by replay() in another process.
 void showShortest(Scenario const& scenario, std::string const& decisions);
 
-/// What explore() came to, and plain searches that it did not.
-struct Comparison {
-    bool isComplete = false;        ///< explore() came to its end.
-    std::size_t traces = 0;         ///< Its orders.
-    std::size_t outcomes = 0;       ///< What the threads came to in them.
-    std::uint64_t compared = 0;     ///< Runs of the plain searches.
-    std::uint64_t newTraces = 0;    ///< Of these, such as are none of the traces.
-    std::uint64_t newOutcomes = 0;  ///< Or none of the outcomes.
-};
-
-/// Compares explore() with at most `limit` runs within the bound, and `limit` at random.
-Comparison compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit);
+/// Makes at most `limit` runs within the bound, and `limit` at random: these must come to no order
+/// and to no outcome that explore() did not, unless it finds too many orders. Prints how many it
+/// found. Returns the number of runs that were compared.
+std::uint64_t compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit);
 
 /// From now on explore() does not look for the shortest run that breaks a rule.
 void beBrief();
@@ -100,9 +87,8 @@ struct SignalWait {
     bool timedOut;  ///< It ended without any signal.
 };
 
-/// The waits of the running thread since it called clearWaits().
+/// All waits of the running thread.
 std::vector<SignalWait> const& waits();
-void clearWaits();
 /// Says whether a thread has any.
 bool hasWaited(std::size_t thread);
 
@@ -118,7 +104,7 @@ void seen(char const* fact);
 /// to lock.
 bool isRunning();
 
-void lock(void const* mutex, void const* code);  ///< `code` is where.
+void lock(void const* mutex);
 void unlock(void const* mutex);
 void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline);
 void signal(void const* condition, bool all);

@@ -15,7 +15,7 @@ bool comesBefore(Event const& earlier, Clock const& clock) {
 }
 
 bool touches(Event const& event, std::uintptr_t word) {
-    auto const& accesses = event.footprint->accesses();
+    auto const& accesses = event.footprint->accesses;
     return std::any_of(accesses.begin(), accesses.end(),
                        [=](Access const& access) { return access.word == word; });
 }

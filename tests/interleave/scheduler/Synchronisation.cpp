@@ -19,7 +19,7 @@ extern "C" {
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     if (interleave::isRunning()) {
-        interleave::lock(mutex, __builtin_return_address(0));
+        interleave::lock(mutex);
     }
     return 0;
 }

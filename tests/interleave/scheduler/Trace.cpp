@@ -27,24 +27,24 @@ bool conflict(Access const& a, Access const& b) {
 }  // namespace
 
 void Footprint::sort() {
-    std::stable_sort(mAccesses.begin(), mAccesses.end(),
+    std::stable_sort(accesses.begin(), accesses.end(),
                      [](Access const& a, Access const& b) { return a.word < b.word; });
     std::size_t count = 0;
-    for (Access const& access : mAccesses) {
-        if (count != 0 && mAccesses[count - 1].word == access.word) {
-            merge(mAccesses[count - 1], access);
+    for (Access const& access : accesses) {
+        if (count != 0 && accesses[count - 1].word == access.word) {
+            merge(accesses[count - 1], access);
         } else {
-            mAccesses[count++] = access;
+            accesses[count++] = access;
         }
     }
-    mAccesses.resize(count);
-    mAccesses.shrink_to_fit();
+    accesses.resize(count);
+    accesses.shrink_to_fit();
 }
 
 bool Footprint::conflicts(Footprint const& other) const {
-    auto mine = mAccesses.begin();
-    auto theirs = other.mAccesses.begin();
-    while (mine != mAccesses.end() && theirs != other.mAccesses.end()) {
+    auto mine = accesses.begin();
+    auto theirs = other.accesses.begin();
+    while (mine != accesses.end() && theirs != other.accesses.end()) {
         if (mine->word == theirs->word && conflict(*mine, *theirs)) {
             return true;
         }

@@ -50,18 +50,13 @@ struct Access {
 };
 
 /// All that a step touched.
-class Footprint {
-public:
-    void add(Access const& access) { mAccesses.push_back(access); }
+struct Footprint {
+    std::vector<Access> accesses;
+
     /// To be called when the step is over.
     void sort();
-    [[nodiscard]] std::vector<Access> const& accesses() const { return mAccesses; }
-
     /// Says whether the order of the two steps matters.
     [[nodiscard]] bool conflicts(Footprint const& other) const;
-
-private:
-    std::vector<Access> mAccesses;
 };
 
 struct Event {
