@@ -53,14 +53,19 @@ auto forward(void const* wrapper, std::shared_ptr<Client> const& client, char co
         }
         host::ReclaimAtCall const reclaim(name);
         host::WrapperCall const noted(wrapper, name);
-        if (!host::mayLogCalls()) {
-            return (client.get()->*operation)(std::forward<Parameters>(arguments)...);
+        try {
+            if (!host::mayLogCalls()) {
+                return (client.get()->*operation)(std::forward<Parameters>(arguments)...);
+            }
+            host::LoggedCall const call = codecCall(client.get(), name);
+            call.logEntry();
+            Result result = (client.get()->*operation)(std::forward<Parameters>(arguments)...);
+            call.logReturn(result.status().code());
+            return result;
+        } catch (...) {
+            host::tellThrown(wrapper, name);
+            throw;
         }
-        host::LoggedCall const call = codecCall(client.get(), name);
-        call.logEntry();
-        Result result = (client.get()->*operation)(std::forward<Parameters>(arguments)...);
-        call.logReturn(result.status().code());
-        return result;
     };
 }
 
@@ -87,6 +92,7 @@ VideoDecoderClientWrapper::VideoDecoderClientWrapper(std::shared_ptr<IVideoDecod
 VideoDecoderClientWrapper::~VideoDecoderClientWrapper() { host::forgetWrapper(this); }
 
 Return<void> VideoDecoderClientWrapper::release() {
+    host::tellOverlap(this, __func__);
     auto result = forward(this, mClient, __func__, &IVideoDecoderClient::release)();
     host::noteReleased(this);
     return result;
@@ -104,6 +110,7 @@ VideoEncoderClientWrapper::VideoEncoderClientWrapper(std::shared_ptr<IVideoEncod
 VideoEncoderClientWrapper::~VideoEncoderClientWrapper() { host::forgetWrapper(this); }
 
 Return<void> VideoEncoderClientWrapper::release() {
+    host::tellOverlap(this, __func__);
     auto result = forward(this, mClient, __func__, &IVideoEncoderClient::release)();
     host::noteReleased(this);
     return result;

@@ -83,6 +83,11 @@ bool startsWith(char const* text, char const* start) {
     return std::strncmp(text, start, std::strlen(start)) == 0;
 }
 
+/// Says whether this thread is in a call of another wrapper, around this one: that is the player's.
+bool isWithinAnother(void const* wrapper = nullptr) {
+    return tCall != nullptr && tCall->wrapper != nullptr && tCall->wrapper != wrapper;
+}
+
 /// Says whether an operation makes sense on a configured codec only.
 bool isOfRunningCodec(char const* operation) {
     constexpr std::array kOfAnyCodec{"configure", "get", "set", "test", "current"};
@@ -172,7 +177,14 @@ void forgetWrapper(void const* wrapper) {
 void tellOverlap(void const* wrapper, char const* operation) {
     if (otherCall(wrapper, "configure") != nullptr || otherCall(wrapper, "reconf") != nullptr) {
         tellMisuse(called(wrapper, operation) + " while another thread configures it",
-                   "let one thread at a time configure a codec");
+                   "let one thread at a time configure and release a codec");
+    }
+}
+
+void tellThrown(void const* wrapper, char const* operation) {
+    if (!isWithinAnother(wrapper)) {
+        tellMisuse(called(wrapper, operation) + " ends with an exception of the codec",
+                   "let the codec answer with a status");
     }
 }
 
@@ -189,6 +201,9 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
         int const port = config.getInt32(key::kVideoPort, -1);
         gGrantedPorts |= port >= 0 && port < 32 ? 1U << static_cast<unsigned int>(port) : 0U;
         enter(*record, State::kConfigured);
+    }
+    if (isWithinAnother(wrapper)) {
+        return;
     }
     if (config.getInt32(key::kWidth, 0) <= 0 || config.getInt32(key::kHeight, 0) <= 0) {
         tellMisuse(called(wrapper, operation) + " without width or height",
@@ -207,7 +222,8 @@ void noteReleased(void const* wrapper) {
 
 void noteReconfiguring(void const* wrapper, Configuration const& config) {
     Wrapper const* const record = find(wrapper);
-    if (record == nullptr || record->state != State::kConfigured || record->isAdaptive) {
+    if (record == nullptr || record->state != State::kConfigured || record->isAdaptive ||
+        isWithinAnother(wrapper)) {
         return;
     }
     int const width = config.getInt32(key::kWidth, record->width);
@@ -225,7 +241,7 @@ void noteReleasing(media::hardware::BufferInfo const& buffer) {
     int const port = buffer.videoPort;
     bool const isGranted =
         port >= 0 && port < 32 && (gGrantedPorts >> static_cast<unsigned int>(port) & 1U) != 0;
-    if (port >= 0 && !isGranted && !isPortHeld(port)) {
+    if (port >= 0 && !isGranted && !isPortHeld(port) && !isWithinAnother()) {
         tellMisuse("releaseOutputBuffer() of a buffer with videoPort " + std::to_string(port) +
                        ", which nobody has",
                    "release a buffer as it was dequeued, or with a port that was granted");

@@ -17,7 +17,7 @@ void noteWrapper(void const* wrapper, bool hasClient);
 /// A wrapper is being destroyed.
 void forgetWrapper(void const* wrapper);
 
-/// Tells when another thread is configuring the wrapper.
+/// Tells when another thread is configuring the wrapper: an operation of its owner begins.
 void tellOverlap(void const* wrapper, char const* operation);
 
 /// A configure operation of a wrapper has ended with `status`. Tells of what is wrong in `config`.
@@ -29,6 +29,9 @@ void noteReleased(void const* wrapper);
 
 /// A wrapper is given the size anew; tells when that is not the size that it was configured with.
 void noteReconfiguring(void const* wrapper, media::hardware::Configuration const& config);
+
+/// Tells of a codec whose operation has thrown.
+void tellThrown(void const* wrapper, char const* operation);
 
 /// An output buffer is being released; tells when nobody has the display port in it.
 void noteReleasing(media::hardware::BufferInfo const& buffer);
@@ -50,13 +53,16 @@ extern std::atomic<int> wrappersNotConfigured;
 /// Tells when a call is made before a configuration or after a release.
 void checkCall(void const* wrapper, char const* operation);
 
-/// A call of a wrapper, for as long as it lasts.
+/// A call of a wrapper, for as long as it lasts. Of wrappers within each other only the outermost
+/// is the player's: a reclaim releases the inner one, whatever the player does, as any codec.
 class WrapperCall {
 public:
     WrapperCall(void const* wrapper, char const* operation)
         : mCall(callOfThread()),
-          mOuterWrapper(mCall.wrapper.load(std::memory_order_relaxed)),
-          mOuterOperation(mCall.operation.load(std::memory_order_relaxed)) {
+          mIsOutermost(mCall.wrapper.load(std::memory_order_relaxed) == nullptr) {
+        if (!mIsOutermost) {
+            return;
+        }
         mCall.operation.store(operation, std::memory_order_relaxed);
         mCall.wrapper.store(wrapper, std::memory_order_release);
         if (wrappersNotConfigured.load(std::memory_order_relaxed) != 0) {
@@ -64,16 +70,16 @@ public:
         }
     }
     ~WrapperCall() {
-        mCall.operation.store(mOuterOperation, std::memory_order_relaxed);
-        mCall.wrapper.store(mOuterWrapper, std::memory_order_release);
+        if (mIsOutermost) {
+            mCall.wrapper.store(nullptr, std::memory_order_release);
+        }
     }
     WrapperCall(WrapperCall const&) = delete;
     WrapperCall& operator=(WrapperCall const&) = delete;
 
 private:
     CallOfThread& mCall;
-    void const* const mOuterWrapper;
-    char const* const mOuterOperation;
+    bool const mIsOutermost;
 };
 
 }  // namespace kvo::host

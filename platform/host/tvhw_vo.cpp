@@ -7,6 +7,7 @@
 
 #include "host/Forever.h"
 #include "host/HostPlatform.h"
+#include "host/Misuse.h"
 #include "host/PlatformCall.h"
 
 namespace kvo::host {
@@ -71,6 +72,18 @@ int show(TVHW_VO_PICTURE_PARAM const& picture, Output& output) {
     state.picture = {picture.buffer, memory->second, picture.x,     picture.y,
                      picture.width,  picture.height, picture.stride};
     return 0;
+}
+
+void tellOfPicture(int result) {
+    if (result == -EBADF || result == -ENODATA) {
+        tellMisuse(
+            "TVHW_VO_DisplayPicture() on a video output that is not open and configured",
+            "configure the image sink before its first picture, and close it after the last");
+    } else if (result == -EFAULT) {
+        tellMisuse(
+            "TVHW_VO_DisplayPicture() from memory that nobody has registered, or too little",
+            "give the picture a handle of registerMemory() and bufferLength its lines' size");
+    }
 }
 
 OnReset const gOnReset([] {
@@ -148,8 +161,12 @@ KVO_MEDIA_EXPORT int TVHW_VO_DisplayPicture(std::int32_t output,
     return PlatformCall("TVHW_VO_DisplayPicture", output, picture->buffer, picture->bufferLength,
                         picture->stride, picture->x, picture->y, picture->width, picture->height,
                         picture->pixelFormat)
-        .perform(
-            [&] { return withOutput(output, [&](Output& open) { return show(*picture, open); }); });
+        .perform([&] {
+            int const result =
+                withOutput(output, [&](Output& open) { return show(*picture, open); });
+            tellOfPicture(result);
+            return result;
+        });
 }
 
 }  // extern "C"

@@ -14,6 +14,7 @@
 
 #include "FakeCodecs.h"
 #include "kvo/media/hardware/ConfigurationKeys.h"
+#include "tvhw/ImageSinkTvhwImpl.h"
 #include "tvhw/VideoDecoderClientWrapperResource.h"
 #include "tvhw/VideoScalerClientTvhwImpl.h"
 
@@ -38,7 +39,8 @@ Configuration stream(int width = 1280, int height = 720) {
 /// A player that is right, but for what its hooks do.
 struct Player {
     std::shared_ptr<FakeDecoder> codec = std::make_shared<FakeDecoder>();
-    std::unique_ptr<Decoder> decoder = std::make_unique<Decoder>(codec);
+    std::unique_ptr<Decoder> decoder =
+        std::make_unique<Decoder>(std::make_shared<VideoDecoderClientWrapper>(codec));
     std::function<void()> onLost = [] {};
 
     /// Lets `action` run inside the codec's `operation`.
@@ -66,6 +68,7 @@ struct Player {
             written = write();
         }
         if (written.code() == status::kReclaimed.code()) {
+            decoder->step();  // May come at any time.
             onLost();
         } else if (written.isError()) {
             return kFailed;
@@ -113,6 +116,16 @@ Mistakes const kMade{
          player.write();
      }},
     {"no size", [](Player& player) { player.decoder->configureReferenceMode(CodecType::AVC, {}); }},
+    {"exception",
+     [](Player& player) {
+         player.inside("writeInputFrame", [] { throw 1; });
+         player.configure();
+         try {
+             player.write();
+         } catch (int) {
+         }
+     }},
+    {"picture too early", [](Player&) { ImageSinkTvhwImpl().displayPicture({}); }},
     {"unknown key",
      [](Player& player) {
          Configuration config = stream();
@@ -233,7 +246,6 @@ Mistakes const kSpoiling{
              }
          };
      }},
-    {"aborts", [](Player& player) { player.onLost = [] { std::abort(); }; }},
     {"destroys while another thread calls",
      [](Player& player) {
          player.inside("step", [] { std::this_thread::sleep_for(300ms); });

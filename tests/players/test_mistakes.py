@@ -13,6 +13,8 @@ TOLD = {
     'unknown key': r'the key frame-rate, which nobody reads; the nearest is framerate',
     'other size': r'with 1920x1080, configured with 1280x720',
     'port of nobody': r'videoPort 1, which nobody has',
+    'exception': r'writeInputFrame\(\) of wrapper \w+ ends with an exception',
+    'picture too early': r'DisplayPicture\(\) on a video output that is not open and configured',
     'configured twice at once': r'configureTunnelMode\(\) .* while another thread configures it',
     'destroyed in a call': r'step\(\) of wrapper \w+ is under way, and the wrapper destroyed',
     'release hangs': r'release\(\) of wrapper \w+ has not returned when the process ends',

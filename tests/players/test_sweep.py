@@ -15,7 +15,6 @@ FOUND = {
     'waits for the end': ('hung', RECLAIMS),
     'restarts without end': ('hung', [*RECLAIMS, '--hung', '1']),
     'frees what it feeds': ('crashed', RECLAIMS),
-    'aborts': ('crashed', RECLAIMS),
     'leaks the wrapper': ('mistake', RECLAIMS),
     'starts again without release': ('mistake', RECLAIMS),
     'destroys while another thread calls': ('mistake', RECLAIMS),
