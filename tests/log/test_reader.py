@@ -268,11 +268,15 @@ class Reader(unittest.TestCase):
         def place(lines):
             return chance.randrange(len(lines) + 1)
 
+        def in_a_step(lines, begin):  # A loss of whole operations leaves no sign.
+            return next((at for at in range(begin, len(lines)) if ': --- ' in lines[at]), begin)
+
         damages = {
             'none': ''.join,
             'lost beginning': lambda lines: ''.join(lines[place(lines):])[chance.randrange(50):],
             'lost end': lambda lines: ''.join(lines[:place(lines)]),
-            'lost part': lambda lines: ''.join(lines[:len(lines) // 3] + lines[len(lines) // 3 + place(lines) // 3:]),
+            'lost part': lambda lines: ''.join(lines[:len(lines) // 3]
+                                               + lines[in_a_step(lines, len(lines) // 3 + place(lines) // 3):]),
             'lost lines': lambda lines: ''.join(line for line in lines if chance.random() > 0.05),
             'killed, and its number reused': lambda lines: ''.join(lines[:place(lines)] + [
                 re.sub(r' (\d\d):', lambda hour: f' {int(hour[1]) + 1:02}:', line, count=1) for line in lines]),

@@ -7,8 +7,8 @@ calls; without them all clients that fit are candidates."""
 from .calls import Calls
 from .clients import Clients
 from .lives import Life, Process, Thread, named
-from .messages import (AFTER, CLIENT, CODEC, ENCODER, EXPLAINED_BY, MESSAGES, NEXT, PLATFORM, SCALER, SINK, STEP_ENDS,
-                       TAGS, event_of)
+from .messages import (AFTER, BEFORE, CLIENT, CODEC, ENCODER, EXPLAINED_BY, MESSAGES, NEXT, PLATFORM, SCALER, SINK,
+                       STEP_ENDS, TAGS, event_of)
 from .others import SERVICE, TAGS_OF_OTHERS, end_of_process, tells_of_loss
 from .scaler_and_sink import Channels, Sinks
 from .verdicts import HOST_CODES, MISTAKES, NOTHING_HELD, Finding, Verdicts
@@ -36,7 +36,7 @@ class History:
         self.has_system = False  # Whether lines of others are in it, which would tell of the end of processes.
         self.loss = None  # The first line by which the log is known to have lost some.
         self._seen = set()  # Events that this log has,
-        self._odd = {}  # and those that something else came after: where that was first.
+        self._odd = {}  # and those one of which is missing: where it was first.
         self.levels = {}  # Tag: the highest level that was seen.
         self.processes = {}
         self.by_id, self.by_codec, self._by_place = {}, {}, {}
@@ -145,19 +145,25 @@ class History:
         self.loss = self.loss or line
 
     def _judge_order(self, name, line, thread):
-        if name.startswith('reclaim'):
+        if name.startswith('reclaim') or name == 'region_reported':
             return  # It comes at any time.
         before, thread.event = thread.event, name
-        after = NEXT.get(before)
-        if before is not None and AFTER.get(name, before) != before and CLIENT in self.levels:
+        has_both = line.tag != ENCODER or CLIENT in self.levels  # An encoder's request logs with two tags.
+        if before is not None and AFTER.get(name, before) != before and has_both:
             self.loses(line)
-        elif after and name not in after and name != 'region_reported':
-            self._odd.setdefault(before, line)
+        elif name not in NEXT.get(before, (name,)):
+            self._lacks(NEXT[before], line)
+        elif before is not None and before not in BEFORE.get(name, (before,)):
+            self._lacks(BEFORE[name], line)
         self._seen.add(name)
 
+    def _lacks(self, events, line):
+        """One of these events should have come before this line."""
+        self._odd.setdefault(frozenset(STEP_ENDS if events <= STEP_ENDS else events), line)
+
     def closes_channel(self, line, thread):
-        if NEXT.get(thread.event, TAGS) <= STEP_ENDS:  # In the middle of a step.
-            self._odd.setdefault(thread.event, line)
+        if thread.event in NEXT:  # In the middle of an operation.
+            self._lacks(NEXT[thread.event], line)
 
     # --- Lives.
 
@@ -304,9 +310,8 @@ class History:
             else:
                 self.clients.finish(life)
         self.clients.finish_reclaims()
-        for event, line in self._odd.items():
-            after = STEP_ENDS if NEXT[event] <= STEP_ENDS else NEXT[event]
-            if not after.isdisjoint(self._seen):  # Else it has no such lines.
+        for events, line in self._odd.items():
+            if not events.isdisjoint(self._seen):  # Else it has no such lines.
                 self.loses(line)
         if self.loss is None and not any(process.lacks_clients() for process in self.processes.values()):
             self.verdicts.take(self._absences)

@@ -119,6 +119,11 @@ AFTER.update(id='core_type', grant_unread='resource_unread', id_unread='id_faile
 NEXT.update(granted={'core_type', 'core_unknown', 'resource_unread'}, core_type={'id', 'id_failed'},
             connect_end={'connect_failed', 'adaptive'}, input_end={'input_failed', 'output'},
             input_adaptive_end={'input_failed', 'output'}, output_end={'output_failed', 'blank'})
+# What it must have logged just before, if the log has such lines.
+BEFORE = {'connect': {'blank_end', 'blank_failed'}, 'adaptive': {'connect_end'},
+          'disconnect': {'blank_end', 'blank_failed'}, 'output': {'input_end', 'input_adaptive_end', 'input_failed'},
+          'sink_configured': {'sink_configure'}, 'sink_picture': {'sink_picture_begin'},
+          'sink_closed': {'sink_close_begin'}}
 
 CALL_LEVEL = 4
 _VALUES = {'%d': r'(-?\d+)', '%u': r'(\d+)', '%x': r'([0-9a-f]+)', '%s': r'(.*)'}

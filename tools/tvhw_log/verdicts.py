@@ -145,7 +145,7 @@ RULES = [Rule(*row) for row in [
      'What is shown is cut or scaled wrongly until the next region.',
      'The caller\'s order: connect with the adaptive flag first, then updateRegion.'),
     ('never-placed', 'The window was left blank: it was never placed',
-     'Connecting a source blanks the window, and only updateRegion shows it. None came for this channel.',
+     'Connecting a source blanks the window, and only updateRegion shows it. The log has none for this channel.',
      'The caller forgot it, or gave the source up before it had a picture.',
      'Why the caller did not report a region after it connected the source.'),
     ('region-refused', 'The scaler refused a region',
