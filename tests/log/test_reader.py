@@ -373,6 +373,12 @@ class Reader(unittest.TestCase):
 
     def test_a_clock_that_jumps_back_and_a_line_of_a_megabyte(self):
         log = self.logs['codec-stuck'].read_text()
+        for day, after in (('2026-02-28', '2026-03-01'), ('2028-02-29', '2028-03-01'), ('12-31', '01-01')):
+            lines = [line.replace('11-24 24', f'{after} 00').replace('11-24', day) for line in made(
+                *plays(86390, 70001), *reclaims(86399), '86408 500 777 I/ImageSink: ---ImageSink configure---')]
+            for name, part in (('old', lines[:-1]), ('new', lines[-1:])):
+                (WORKING / f'{name}.log').write_text(''.join(part))
+            self.assertIn('9.0 s when the log ends', read(WORKING / 'new.log', WORKING / 'old.log')[1])
         early = re.sub(r'(?m)^\S+ \S+(.*reclaim: reclaim: end)$', r'01-01 00:00:00.000\1', log)
         early = early.encode() + b'11-24 20:01:02.345 1 1 I VideoClient: ' + b'a' * 3000000
         self.assertEqual(found(early), ['codec-stuck'])

@@ -2,6 +2,8 @@
 writes "threadtime". Compressed files, archives and UTF-16 are read as they are. Every line is passed on;
 one in none of the forms has no tag."""
 
+import calendar
+import datetime
 import filecmp
 import functools
 import gzip
@@ -18,7 +20,8 @@ LONGEST = 1 << 20  # Bytes that are read of a line at once; the rest counts as f
 JUMP = 1.0  # Seconds that lines of several threads may be out of order.
 LEAP = 3600.0  # Seconds that the last line may be ahead of all others.
 DAY = 86400
-YEAR = 366 * DAY
+YEAR = 365 * DAY
+THIS_IS_LEAP = calendar.isleap(datetime.date.today().year)
 
 _CLOCK = r'(?P<year>\d{4}-)?(?P<clock>\d\d-\d\d \d\d:\d\d:\d\d)[.,](?P<part>\d{3,9})(?: [+-]\d{4})?'
 _PRIORITY = r'(?P<priority>[VDIWEFAS])'
@@ -37,13 +40,13 @@ FORMS = {name: re.compile(form) for name, form in (
     ('Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+) +(?P<tag>\S+) +(?:\S+ +)?{_PRIORITY}{_MESSAGE}'),
     ('old Studio', rf'{_CLOCK} +(?P<pid>\d+)-(?P<tid>\d+)/\S+ {_PRIORITY}/(?P<tag>.*?):{_MESSAGE}'),
 )}
-GROUPS = ('clock', 'part', 'pid', 'tid', 'priority', 'tag', 'message')
+GROUPS = ('year', 'clock', 'part', 'pid', 'tid', 'priority', 'tag', 'message')
 for _name, _form in FORMS.items():  # Every form has all groups.
     FORMS[_name] = re.compile(_form.pattern + ''.join(
         f'(?P<{group}>)' for group in GROUPS if group not in _form.groupindex))
 LONG = FORMS['long']
 _COLOUR = re.compile(r'\x1b\[[0-9;]*m')
-_DAYS_BEFORE = [0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335]
+_DAYS_BEFORE = [0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334]
 
 
 class Line:
@@ -76,6 +79,7 @@ class Source:
         self._second = ('', 0)
         self._latest = self._offset = 0.0
         self._is_astray = False
+        self._has_leap_day = THIS_IS_LEAP  # As far as the lines do not tell.
 
     def _other_form(self, text):
         for form in FORMS.values():
@@ -85,9 +89,14 @@ class Source:
                 return match
         return None
 
-    def _seconds(self, clock):
+    def _seconds(self, year, clock):
         if '-' in clock:
-            days = _DAYS_BEFORE[min(max(int(clock[:2]), 1), 12) - 1] + int(clock[3:5])
+            month = min(max(int(clock[:2]), 1), 12)
+            days = _DAYS_BEFORE[month - 1] + int(clock[3:5])
+            if month > 1:
+                self._has_leap_day = calendar.isleap(int(year[:4])) if year else (
+                    self._has_leap_day or clock[:5] == '02-29')
+            days += self._has_leap_day and month > 2
             seconds = days * DAY + int(clock[6:8]) * 3600 + int(clock[9:11]) * 60 + int(clock[12:14])
         else:
             seconds = int(clock[-12:])
@@ -101,8 +110,10 @@ class Source:
         time += self._offset
         back = self._latest - time
         if back > YEAR - 30 * DAY:
-            self._offset += YEAR
-            return time + YEAR
+            year = YEAR + DAY * self._has_leap_day
+            self._has_leap_day = THIS_IS_LEAP
+            self._offset += year
+            return time + year
         if back > JUMP:  # One line alone is astray; several follow a clock that was set.
             if self._is_astray:
                 self._offset += back
@@ -113,6 +124,12 @@ class Source:
         if back < 0:
             self._latest = time
         return time
+
+    def begins_next_year(self, first):
+        """Puts the lines behind those of a source that begins late in the year before."""
+        first.time += YEAR
+        self._offset += YEAR
+        self._latest += YEAR
 
     def _texts(self):
         """Yields the lines as far as the file can be read."""
@@ -161,10 +178,10 @@ class Source:
                 self.formless += bool(text) and not is_header
                 yield Line(self.name, number, raw, None, ('', ''), 0, 0, '', None, '')
                 continue
-            clock, part, pid, tid, priority, tag, message = match.group(*GROUPS)
+            year, clock, part, pid, tid, priority, tag, message = match.group(*GROUPS)
             time = None
             if clock:
-                seconds = self._second[1] if clock == self._second[0] else self._seconds(clock)
+                seconds = self._second[1] if clock == self._second[0] else self._seconds(year, clock)
                 time = seconds + int(part) / 10 ** len(part)
             yield Line(self.name, number, raw, time, (clock, part), int(pid or 0), int(tid or 0), priority, tag,
                        text if match is header else (message or '').strip())
@@ -206,10 +223,14 @@ def merged(sources):
         lines = zip(source, itertools.repeat(source))
         first = next(lines, None)
         if first is not None:
-            started.append((first[0].time, itertools.chain([first], lines)))
-    started.sort(key=lambda start: start[0])
+            started.append((first[0], source, itertools.chain([first], lines)))
+    latest = max((first.time for first, *_ in started), default=0)
+    for first, source, _ in started:
+        if '-' in first._stamp[0] and latest - first.time > YEAR - 30 * DAY:
+            source.begins_next_year(first)
+    started.sort(key=lambda start: start[0].time)
     now, counts = None, {}
-    for line, source in heapq.merge(*(lines for _, lines in started), key=lambda entry: entry[0].time):
+    for line, source in heapq.merge(*(lines for *_, lines in started), key=lambda entry: entry[0].time):
         if line.time != now:
             now, counts = line.time, {}
         if line.tag is not None and line.clock:
