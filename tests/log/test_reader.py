@@ -136,10 +136,8 @@ EVENING = [line for change in range(5) for line in plays(10 + change, 70001 + ch
 TUNNELS = [line for change in range(5) for line in plays(10 + change, 70001 + change, 0)]
 # A log, the names of its verdicts, and what the report says.
 MADE = [
-    (EVENING + reclaims(20, 20.1) + [LATER], [],
-     'releases are not logged'),
     (EVENING + [line for hour in range(12) for line in reclaims(4000 * hour + 4000, 4000 * hour + 4000.1)], [],
-     'one of 5|Nothing is wrong'),
+     'releases are not logged.*Nothing is wrong'),
     (TUNNELS + reclaims(20, 20.1), [], r'decoder 70005, process 500 \[reclaimed\]'),
     (TUNNELS, [], r'decoder 70001, process 500 \[released\]'),
     (plays(1, 70001) + reclaims(2) + plays(2.005, 70002) + [LATER], [], 'its line be lost'),
@@ -152,19 +150,16 @@ MADE = [
         'panel size =1920/1080', 'vsc-connect: device not opened')], ['codec-stuck', 'channel-unopened'], '2 of them'),
     (plays(1, 70001) + reclaims(2, 14.5) + ['12.01 500 502 ' + REFUSED.format(-110), LATER],
      ['patience-over', 'release-slow'], 'Maybe by: +decoder 70001'),
-    (plays(1, 70001) + reclaims(2, 2.01) + ['2.5 500 502 ' + REFUSED.format(-95), LATER], ['no-such-core'], '-95'),
     (plays(1, 70001) + reclaims(2, 2.01) + ['2.5 500 502 ' + REFUSED.format(-16), LATER], ['refused'],
      'if this platform frees the core only'),
-    (['1 500 600 W/VideoEncClient: live streaming, reject reclaim', '2 500 502 ' + REFUSED.format(-95),
-      '2 500 502 W/VideoClient: get resource fail'], ['no-such-core'], '-95'),
     (['1 500 600 W/VideoEncClient: live streaming, reject reclaim', '2 500 502 ' + REFUSED.format(-16),
       '2 500 502 W/VideoEncClient: get resource fail'], ['live-encoder'], 'Whose: encoder without id.*Maybe by: process 500, an encoder'),
     (['1 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'] + plays(1, 70001) + reclaims(2, 2.01)
      + ['2.1 500 501 W/HostPlatform: mistake: client 70001 is open when the process ends: destroy it'], ['core-kept'],
      'Whose: decoder 70001, process 500: still open when the process ended'),
     (plays(1, 70001) + ['2 500 501 W/HostPlatform: mistake: it was used after it was closed'], ['platform-says'], 'after it was'),
-    (['2 500 502 E/VideoClient: crm-resource: ret=-61', '2 500 502 W/VideoEncClient: get resource fail'],
-     ['cause-unknown'], 'encoder without id'),
+    (['1 500 502 V/HostPlatform: allowsForcedAcquire(1) = 1 in 1 us', '2 500 502 E/VideoClient: crm-resource: ret=-61',
+      '2 500 502 W/VideoEncClient: get resource fail'], ['cause-unknown'], 'encoder without id'),
     (['1 500 501 W/VideoClient: crm-acquire: failed to get resource, ret=-5'] + plays(2, 70001), ['grant-unreadable'],
      r'decoder 70001, process 500 \[held'),
     (plays(1, 70001)[:1] + ['1.1 500 501 E/VideoClient: crm-resource: ret=-61', '1.1 500 501 W/VideoClient: get resource '
@@ -172,18 +167,14 @@ MADE = [
     (['2 500 502 ' + REFUSED.format(-22)], ['request-invalid'], 'without sense'),
     (['1 500 501 E/VideoClient: crm: failed to init client, ret=-111', '1 500 501 W/VideoEncClient: acquire resource not '
       'implement'], ['manager-unreachable'], 'Whose: encoder without id.*there is no service'),
-    (['1 500 501 E/VideoClient: crm-acquire: failed to acquire display resource, ret=-16, try=0',
-      '1 500 501 E/VideoClient: vdoPort=TVHW_CRM_VIDEO_PORT_NONE'], ['port-not-granted'], 'holders keep it'),
     (plays(1, 70001, 0) + ['2 500 501 E/VideoClient: vdoPort=TVHW_CRM_VIDEO_PORT_NONE'], ['port-not-granted'],
      r'decoder 70001, process 500 \[released\]((?!still holds).)*$'),
     (plays(1, 70001) + plays(2, 70002) + ['3 500 501 E/VideoClient: crm-release: ret=-5'], ['give-back-failed'],
      'Whose: process 500'),
-    (plays(1, 70001) + ['3 500 501 E/VideoClient: crm: failed to release client, ret=-5'], ['free-failed'],
-     'Whose: decoder 70001'),
     (window(1, 'connect', 'connect', 'input', 'output') + [LATER], [], 'places its window'),
-    (window(1, 'connect', 'disconnect'), ['never-placed'], 'Whose: scaler channel 0'),
-    (window(1, 'disconnect', 'connect'), [], 'connects a source'),
-    (['1 500 501 D/VideoScalerTvhw: +++ set-input-adaptive [0]: input=0/0/640/0'], ['empty-window'], '640x0'),
+    (window(1, 'connect', 'disconnect', 'connect') + window(4, 'disconnect'), ['never-placed'], 'never placed Proved.*Whose: scaler'),
+    (window(1, 'connect') + ['1.1 500 501 E/VideoScalerTvhw: connect vsc 0(vscType 3, port 0)fail', '3 500 501 '
+                             'D/VideoScalerTvhw: +++ win-blank [0]: enable=0'], ['window-blank'], r'shown again after 1\.9 s'),
     (['1 500 501 D/VideoScalerTvhw: +++ set-output [0]: output=0/0/64/36 displayRegion=0/0'], ['panel-unknown'], '64x36'),
     (['1 500 501 E/VideoScalerTvhw: failed to open vsc, ret=-16, idx=1', '1 500 501 E/VideoScalerTvhw: vsc-connect: '
       'device not opened'], ['channel-unopened'], 'Whose: scaler channel 1.*the channel is in use'),
@@ -192,18 +183,21 @@ MADE = [
     (plays(1, 70001) + ["2 9 9 I/lowmemorykiller: Kill 'player' (500), uid 1, oom_adj 900"], ['process-died'],
      'was killed for its memory: it held the core of decoder 70001'),
     (plays(1, 70001) + ['2 9 9 I/Zygote: Process 500 exited cleanly (0)', '9 9 9 I/ImageSink: x'], [], 'its process ended'),
-    (reclaims(1, 4.2) + reclaims(2, 4.1) + [LATER], [], 'a decoder that is not in the log|Nothing is wrong'),
     (EVENING + reclaims(20, 26) + ['19 9 9 I/ResourceManager: reclaim: client 70003 of process 500 (player) is asked for '
                                    'decoder of 1920x1080'], ['release-slow'], 'Whose: decoder 70003, process 500: at least'),
-    (['1 500 600 I/VideoClient: reclaim: end'], [], 'begins in the middle'),
     (plays(1, 70001) + reclaims(2) + ['2.1 500 600 F/libc: Fatal signal 6 (SIGABRT), code 1', '2.2 500 601 I/VideoClient: '
      'vdoPort=1', '2.3 9 9 F/DEBUG: pid: 500, tid: 600, name: player'], ['process-died'],
      'A process that uses the library died Proved'),
     (plays(1, 70001) + plays(1.1, 70002, pid=510) + reclaims(2, 13) + reclaims(2.5, 13, pid=510)
      + ['12.6 520 502 ' + REFUSED.format(-110), LATER], ['patience-over', 'release-slow'],
      'Maybe by: decoder 70001, process 500; decoder 70002, process 510'),
-    (['1 500 501 D/VideoClient: get unknown core_type: 9', '1 500 501 I/VideoClient: core_type: 0'], ['core-unknown'], '9'),
-    (['1 500 501 D/VideoEncClient: acquire-resource: w/h=0/720, framerate=0'], ['no-size'], 'Whose: encoder.*: 0x720'),
+    (['1 500 501 D/VideoClient: get unknown core_type: 9', '1 500 501 I/VideoClient: core_type: 0',
+      '2 500 502 I/VideoClient: core_type: 0'], ['core-unknown'], r'unknown type was granted \(2 times'),
+    (plays(1, 70001) + reclaims(2, 3.1) + reclaims(2.5, 3.2), [], 'reclaimed; .* reclaimed; '),
+    (plays(1, 70001, 0) + plays(2, 70002) + ['3 500 501 I/VideoClient: Already acquired resource mCoreType=801'] + [
+        line.replace('0.', '3.1') for line in plays(0, 0, 1)[3:]] + plays(4, 70003), [],
+     r'70002, process 500 \[held(.(?!decoder))*display port 1'),
+    (plays(1, 70001, 0) + plays(2, 70001, 0, pid=510), [], r'70001, process 500 \[held'),
 ]
 SERVICE = '9 9 I/ResourceManager: '
 MADE += [
@@ -222,7 +216,7 @@ MADE += [
                                          'reclaim(70001) = 1 in 900 us'], [], r'decoder 70001, process 500 \[reclaimed'),
     (plays(1, 70001) + reclaims(2) + [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'
                                       for time in (0, 9)] + [LATER], [], 'another has its number'),
-    (window(1, 'connect') + ['0 500 501 D/VideoScalerTvhw: --- win-blank [0]', '2 500 501 V/HostPlatform: TVHW_VSC_Close(0) '
+    (window(1, 'connect') + ['0 500 501 D/VideoScalerTvhw: --- win-blank [0]', '4 500 501 V/HostPlatform: TVHW_VSC_Close(0) '
                              '= 0 in 1 us'], [], 'it was never placed" would be said'),
 ]
 # A reclaim without end is none to speak of where one of these shows that lines are lost.

@@ -59,7 +59,8 @@ class Calls:
             if process.is_whole is None:
                 process.is_whole = number == '1'
                 history.begins_in_the_middle |= not process.is_whole
-            return history.new_life('client', line, thread) if result == 0 else None
+            thread.opened = history.new_life('client', line, thread) if result == 0 else None
+            return thread.opened
         if operation == 'CodecTypeFromMIME':
             if thread.life is not None:
                 thread.life.mime = arguments

@@ -40,7 +40,7 @@ class Clients:
     def requests(self, line, thread, *_):
         """A line of a request for a core: begins a life unless one is asking on this thread."""
         life = thread.life
-        if life is None or life.state != 'asking' or life.held_since is not None:
+        if life is None or life.state != 'asking' or life.held_since is not None or life.port is not None:
             life = self._new(line, thread)
         return life
 
@@ -74,9 +74,10 @@ class Clients:
 
     def _asks(self, line, thread, kind, stream, has_size):
         self._overtakes(line, thread)
-        life = thread.life
+        life, thread.opened = thread.opened or thread.life, None
         if life is None or life.state != 'asking' or life.stream:
             life = self._new(line, thread)
+        thread.life = life
         life.kind, life.asked, life.stream = kind, line, stream
         if not has_size:
             self._history.find('no-size', life, [line], stream, [life])
@@ -178,10 +179,16 @@ class Clients:
     def _take_port(self, life, port, line):
         before = self._on_port.get(port)
         self._on_port[port] = life
-        if before is not None and before is not life and before.state == 'holding':
+        if before is not None and before is not life and before.state == 'holding' and self._shares_ports(before, life):
             before.tell(line, f'had given everything back by now: port {port} is granted again')
             self.end_hold(before, line)
             before.state = 'released'
+
+    def _shares_ports(self, one, other):
+        """Says whether a port of one is the other's, so that it must have been given back in between."""
+        known = self._history.by_id  # With ids that are alike, processes have managers of their own.
+        return not self._history.process(one.pid).has_calls and (one.pid == other.pid or (
+            (one.pid, other.id) not in known and (other.pid, one.id) not in known))
 
     def core_type(self, line, thread, core):
         life = self.concerned(line, thread)
@@ -192,6 +199,8 @@ class Clients:
             life.kind = 'encoder' if line.tag == ENCODER else 'decoder' if line.tag == CLIENT else 'client'
         if life.kind == 'encoder':
             self._rejections.clear()  # Nobody was refused for them.
+        if core == 0 and (thread.finding is None or thread.finding.rule != 'core-unknown'):  # Below level 3.
+            self._history.find('core-unknown', life, [life.held_since or line, line], '', [life])
         return life
 
     def id(self, line, thread, number):
@@ -230,6 +239,9 @@ class Clients:
 
     def display_granted(self, line, thread, _port):
         thread.finding = None
+        if thread.life is None:  # A wrapper that went on with its core, which asks for a port if it has none.
+            mine = [life for life in self._holders.get(line.pid, ()) if life.state == 'holding' and life.port is None]
+            thread.life = mine[0] if len(mine) == 1 else None
         life = self.concerned(line, thread)
         self._serves(life, line)
         return life
@@ -333,6 +345,7 @@ class Clients:
             reclaim.waited_for = [f'{name} (thread {tid})' for tid, (name, *_) in life.in_flight.items()]
             reclaim.quiet = line if reclaim.knows_calls and not life.in_flight else None
             life.reclaim = reclaim
+            reclaim.is_again = life.state == 'reclaimed'
         thread.reclaims.append(reclaim)
         self._reclaims = [other for other in self._reclaims if other.end is None][-50:] + \
             [other for other in self._reclaims if other.end is not None][-20:] + [reclaim]
@@ -391,10 +404,9 @@ class Clients:
                      line, life)
         if life is None:
             return
-        again = life.state in ENDED
-        life.tell(reclaim.begin, 'reclaimed again: nothing left to stop' if again else
+        life.tell(reclaim.begin, 'reclaimed again: nothing left to stop' if reclaim.is_again else
                   self._reclaim_text(reclaim))
-        if again:
+        if life.state in ENDED:
             return
         self.end_hold(life, line)
         life.state, life.told_of_reclaim = 'reclaimed', None

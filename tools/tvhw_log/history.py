@@ -76,6 +76,8 @@ class History:
         thread.process.last = line
         if level <= 3 and line.tid:
             self._judge_order(name, line, thread)
+        thread.is_first = not thread.has_spoken
+        thread.has_spoken |= level <= 3
         life = self._handlers[name](line, thread, *values)
         if name in _CAUSES:
             self._fail(name, line, thread, values, life)
@@ -229,7 +231,7 @@ class History:
             before.add(line)
             before.whose = life or before.whose
         else:
-            if name == 'grant_unread' or thread.is_new and name == 'resource_unread':
+            if name == 'grant_unread' or thread.is_first and name == 'resource_unread':
                 rule = 'cause-unknown'  # The line that tells it is not there.
             elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
                 rule = 'grant-lost'

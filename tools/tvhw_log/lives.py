@@ -57,6 +57,7 @@ class Reclaim:
         self.timeout = self.end = self.newcomer = self.granted = None
         self.answered = None  # The service's line of its answer.
         self.began = True  # False: its beginning is not in the log.
+        self.is_again = False  # Another had ended before it began.
         self.overtaken = False  # Its thread went on to something else.
 
     @property
@@ -70,10 +71,13 @@ class Thread:
     def __init__(self, process):
         self.process = process
         self.life = self.finding = self.found = self.reclaimed_id = self.channel = self.panel = self.held_up = None
+        self.opened = None  # A client that has not asked yet: the one that it replaces is closed in between.
         self.event = None  # The library's last on it.
         self.ended = None  # The reclaim that has ended, until the host platform tells how long it took.
         self.reclaims = []  # Those under way, the innermost last.
         self.is_new = True  # No line of it has been read.
+        self.is_first = True  # None of the library has been read of it before this one,
+        self.has_spoken = False  # nor this one.
 
 
 class Process:

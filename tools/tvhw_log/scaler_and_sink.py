@@ -46,7 +46,7 @@ class Channels:
     def close(self, line, thread, channel):
         life = self._at(line, thread, channel)
         self._history.closes_channel(line, thread)
-        self._judge_placed(life)
+        self._judge_placed(life, line.time)
         self._close(life, line)
         return life
 
@@ -63,6 +63,10 @@ class Channels:
         now, before = ('blank', 'shown') if blank else ('shown', 'blank')
         self._history.show(('life', life), before, before, life.since.pop(before, None), line)
         life.since.setdefault(now, line)
+        failed = thread.finding
+        if not blank and failed and failed.whose is life and failed.rule in ('window-blank', 'adaptive-unset'):
+            failed.detail = f'shown again after {line.time - failed.lines[0].time:.1f} s'
+            thread.finding = None
         if not blank and life.since.get('connected'):
             life.since.pop('unplaced', None)
         return life
@@ -104,18 +108,18 @@ class Channels:
 
     def disconnect(self, line, thread, channel, _source):
         life = self._at(line, thread, channel)
-        self._judge_placed(life)
+        self._judge_placed(life, line.time)
         for name in ('connected', 'input'):
             life.since.pop(name, None)
         life.since.setdefault('begin', line)
         life.tell(line, 'disconnects')
         return life
 
-    def _judge_placed(self, life):
+    def _judge_placed(self, life, until):
         unplaced, early = (life.since.pop(name, None) for name in ('unplaced', 'early'))
         if unplaced and early:
             self._history.find('region-before-adaptive', life, [early, unplaced], '', [life], absent=True)
-        elif unplaced:
+        elif unplaced and until - unplaced.time >= STAYS:
             self._history.find('never-placed', life, [unplaced], '', [life], absent=True)
 
     def input(self, line, thread, channel, _x, _y, width, height):
@@ -153,7 +157,7 @@ class Channels:
     def finish(self, life):
         unplaced = life.since.get('unplaced')
         if unplaced and self._history.quiet_for(unplaced) >= STAYS:
-            self._judge_placed(life)
+            self._judge_placed(life, unplaced.time + STAYS)
         for state in ('blank', 'shown'):
             self._history.show(('life', life), state, state, life.since.get(state), self._history.last)
 
@@ -197,17 +201,18 @@ class Sinks:
         self._history.show(('life', life), 'shown', 'shows a picture', life.since.pop('shown', None), line)
         configured = life.since.get('configured')
         if configured and configured.tid == line.tid:  # Another thread may close a sink of its own.
-            self._judge(life)
+            self._judge(life, line.time)
         life.tell(line, 'closed')
         life.state = 'closed'
         return life
 
-    def _judge(self, life):
-        self._history.find('still-not-shown', life, [life.since.pop('configured')],
-                           'configured, then no picture', [life], absent=True)
+    def _judge(self, life, until):
+        configured = life.since.pop('configured')
+        if until - configured.time >= STAYS:
+            self._history.find('still-not-shown', life, [configured], 'configured, then no picture', [life], absent=True)
 
     def finish(self, life):
         configured = life.since.get('configured')
         if configured and self._history.quiet_for(configured) >= STAYS and life.state != 'closed':
-            self._judge(life)
+            self._judge(life, configured.time + STAYS)
         self._history.show(('life', life), 'shown', 'shown', life.since.get('shown'), self._history.last)
