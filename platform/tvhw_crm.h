@@ -67,8 +67,8 @@ typedef int (*TVHW_CRM_RECLAIM_CALLBACK)(TVHW_CRM_RECLAIM_PARAM const* param, vo
 int TVHW_CRM_ClientInit(TVHW_CRM_HANDLE* client, char const* name,
                         TVHW_CRM_RECLAIM_CALLBACK reclaim, int reserved, void* cookie);
 
-/// Closes a client, gives back all that it holds and sets the handle to null. Must not wait for a
-/// callback that it is called from.
+/// Closes a client, whose handle is not used again, and gives back all that it holds. Must not wait
+/// for a callback that it is called from.
 int TVHW_CRM_ClientFree(TVHW_CRM_HANDLE* client);
 
 /// Returns the manager's codec type for a MIME type, 0 when there is none.
