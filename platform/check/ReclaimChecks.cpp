@@ -80,12 +80,13 @@ Outcome slowReclaim() {
                     ", newcomer: " + held.text());
 }
 
-/// A client that is asked loses its core, and no other does, until each has lost it.
+/// A client that is asked loses all that it holds, and no other its core, until each has lost it.
 Outcome cookies() {
     auto const holders = holdAll(1);
     if (holders.empty()) {
         return noneOf(core);
     }
+    holders.front()->acquirePort();  // Where there is one.
     Clients newcomers;
     Outcome last;
     do {
@@ -96,9 +97,9 @@ Outcome cookies() {
         for (auto const& holder : holders) {
             holder->waitUntilIdle();
             bool const wasAsked = holder->reclaims > 0;
-            bool const isHolder = holder->held().isCore();
-            kept += wasAsked && isHolder ? 1 : 0;
-            lost += !wasAsked && !isHolder ? 1 : 0;
+            auto const held = holder->held();
+            kept += wasAsked && held.result == 0 ? 1 : 0;
+            lost += !wasAsked && !held.isCore() ? 1 : 0;
         }
         int const askedFor = static_cast<int>(newcomers.size());
         last = areRight({{"newcomers", askedFor, Value::kAny},
@@ -184,6 +185,7 @@ Outcome refusesAll(Acquire acquire) {
     if (holders.empty()) {
         return noneOf(acquire);
     }
+    bool const hasPort = acquire == core && holders.front()->acquirePort() == 0;
     Client newcomer;
     int const result = acquire(newcomer);
     int const reclaims = asked(holders);
@@ -204,7 +206,8 @@ Outcome refusesAll(Acquire acquire) {
          {"asked", reclaims, Value::kAny},
          {"nobody asked", reclaims == 0 && acquire == core},  // Others need no reclaims.
          {"holders", holders.size(), Value::kAny},
-         {"without theirs", holders.size() - keep}},
+         {"without theirs", holders.size() - keep},
+         {"without the port", hasPort && !holders.front()->held().isPort()}},
         ", newcomer: " + held.text());
 }
 
@@ -219,8 +222,10 @@ Checks reclaimChecks() {
         {kMust, "a-reclaim-may-take-4-seconds", "the same; the callback takes 4 s",
          "0 and a core for the newcomer, after the callback's answer", slowReclaim},
         {kMust, "the-cookie-comes-back",
-         "the same, until all have lost theirs; cookies are numbers of a pointer's width",
-         "the cookie of a client that holds a core; who was asked holds none then, all others do",
+         "the same, until all have lost theirs; one has a display port, too, where there is one; "
+         "cookies are numbers of a pointer's width",
+         "the cookie of a client that holds a core; who was asked holds nothing then, all others "
+         "a core",
          cookies},
         {kMust, "a-reclaim-works-each-time",
          "the same, 100 times, by a new client or by the one that has lost its core",
@@ -249,7 +254,8 @@ Checks reclaimChecks() {
          "after a reclaim the newcomer is freed, and the client asks again", "0 twice, and a core",
          [] { return duringReclaim(nothing, askAgain); }},
         {kMust, "a-refused-reclaim-leaves-the-core",
-         "clients hold all cores and answer 0; another asks for one, then in the try form",
+         "clients hold all cores, one a display port, too, where there is one, and answer 0; "
+         "another asks for one, then in the try form",
          "somebody is asked, the newcomer refused and holds nothing, and all keep theirs",
          [] { return refusesAll(core); }},
         {kMust, "a-refused-reclaim-leaves-the-port", "the same with display ports",

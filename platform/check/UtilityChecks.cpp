@@ -163,10 +163,13 @@ constexpr char kFunction[] = "platformCheckFunction";
 void logLine(int level) {
     InCall const in("kvo_media_log_printf");
     kvo_media_log_printf(level, kTag, kFile, kFunction, 4712, "core=0x%x of %s, %d/%u (%d%%)",
-                         0xBEEF, "the check", -5, 3000000000U, 42);
+                         0xBEEF, std::string(100, '-').c_str(), -5, 3000000000U, 42);
 }
 
-constexpr char kMessage[] = "core=0xbeef of the check, -5/3000000000 (42%)";
+/// About as long as the longest of the library.
+std::string message() {
+    return "core=0xbeef of " + std::string(100, '-') + ", -5/3000000000 (42%)";
+}
 
 /// Lets what the process prints from now on go to a file, which it returns.
 int redirect() {
@@ -190,14 +193,15 @@ Outcome printsArguments() {
         logLine(level);
     }
     std::string const content = contentOf(printed);
-    if (content.find(kMessage) == std::string::npos) {
+    auto const found = content.find(message());
+    if (found == std::string::npos) {
         bool const isSomething = content.find(kTag) != std::string::npos ||
                                  content.find(kFile) != std::string::npos ||
                                  content.find(kFunction) != std::string::npos;
         return isSomething ? outcome(false, content)
                            : skipped("the log prints nothing of it to standard output or error");
     }
-    auto const begin = content.rfind('\n', content.find(kMessage)) + 1;
+    auto const begin = content.rfind('\n', found) + 1;
     std::string const line = content.substr(begin, content.find('\n', begin) - begin);
     auto const tag = line.find(kTag);
     auto const isBehindTag = [&](char const* what) {
