@@ -98,7 +98,7 @@ TEST_F(ResourcePoolTest, TheLowestPriorityThenTheSmallestCoreThenTheLongestHolde
         std::vector<int> asked;
     };
     for (auto const& test :
-         std::vector<Case>{{{0, 0, 0}, {640, 640, 640}, 0, {1, 2, 3}},
+         std::vector<Case>{{{0, 0, 0}, {640, 640, 640}, 0, {2, 3, 1}},
                            {{0, 0, 0}, {642, 640, 641}, 0, {2, 3, 1}},
                            {{2, 1, 0}, {640, 641, 642}, 2, {3, 2, 1}},
                            {{0, -1, 0, -1}, {641, 640, 640, 640}, 0, {2, 4, 3, 1}},
@@ -112,11 +112,15 @@ TEST_F(ResourcePoolTest, TheLowestPriorityThenTheSmallestCoreThenTheLongestHolde
             pool().setCores(cores);
             holder(kDecoder, test.holders[index]);
         }
+        EXPECT_EQ(next(ask(2, kDecoder)), "0") << "it has one and keeps it";
+        pool().giveBack(idOf(1));
+        EXPECT_EQ(next(ask(1, kDecoder)), "0") << "and holds from now on";
         EXPECT_EQ(next(ask(open(9), kDecoder, 0, true)), "-16") << "a try asks nobody";
         Number const request = ask(open(test.newcomer), kDecoder);
         for (int const asked : test.asked) {
             ASSERT_EQ(next(request), "asks " + std::to_string(asked));
             answer(asked, false);
+            EXPECT_EQ(pool().clients().at(idOf(asked)).refusals, 1);
         }
         EXPECT_EQ(next(request), "-16");
     }
@@ -132,8 +136,11 @@ TEST_F(ResourcePoolTest, TheSmallestCoreThatFitsIsGrantedThenTheFirst) {
                            {{kDecoder, kDecoder, kEncoder, kEncoder}, {1, 3, 2, 4}},
                            {{{false, false, 1, 641, 1}, {false, false, 1, 1, 481}}, {3, -16}},
                            {{{false, false, 1, 1921, 1}, {false, false, 1, 1, 1089}}, {-95, -95}},
-                           {{{false, true, 1, 641, 1}, {false, false, 0, 1, 1}}, {-95, -95}}}) {
-        start({kLargeCore, kSmallCore, kEncoderCore, {4, true, 640, 480}});
+                           {{{false, true, 1, 641, 1}, {false, false, 0, 1, 1}}, {-95, -95}},
+                           {{{false, false, 1, -1, 1}, {false, false, 1, 1, -1}}, {-22, -22}},
+                           {{{false, false, -1, 1, 1}}, {-22}}}) {
+        start({{4, true, 640, 480}});
+        pool().setCores({kLargeCore, kSmallCore, kEncoderCore, {4, true, 640, 480}});
         std::vector<int> got;
         for (auto const& request : test.requests) {
             int const client = open();
@@ -161,6 +168,7 @@ TEST_F(ResourcePoolTest, AClientHasOneCoreAndOnePortAndEachHasItsOwnAge) {
     answer(first, true);
     EXPECT_EQ(core(first), 0);
     EXPECT_EQ(port(first), 0) << "it gives up all";
+    EXPECT_EQ(pool().clients().at(idOf(first)).refusals, 0);
     EXPECT_EQ(next(forPort), "0");
     EXPECT_EQ(next(forCore), "0");
     EXPECT_EQ(next(ask(second, kDecoder)), "0");
@@ -185,6 +193,9 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     Number const waiting = ask(last, kDecoder);
     int const end = open();
     Number const waitingToo = ask(end, kDecoder);
+    holder(kPort);
+    holder(kPort);
+    Number const forPort = ask(last, kPort);
     EXPECT_EQ(next(forSmall), "asks 1");
     EXPECT_EQ(next(forLarge), "asks 2");
     EXPECT_EQ(next(waiting), "waits for 1");
@@ -197,9 +208,11 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     EXPECT_EQ(next(waiting), "waits for 1");
     pool().closeClient(idOf(last));
     EXPECT_EQ(next(waiting), "-22") << "at once";
+    EXPECT_EQ(next(forPort), "-22");
     answer(small, true);
     EXPECT_EQ(next(waitingToo), "0") << "nobody else wants it";
     EXPECT_EQ(core(end), 1);
+    EXPECT_EQ(next(ask(small, kDecoder)), "asks 6") << "who waited for it does so no longer";
 }
 
 // Each asks for what another holds, and answers only when its own request has ended.
@@ -208,12 +221,24 @@ TEST_F(ResourcePoolTest, NobodyStartsToWaitInARing) {
     int const decoder = holder(kDecoder);
     int const encoder = holder(kEncoder);
     int const shown = holder(kPort);
-    holder(kPort, 1);
+    int const shownToo = holder(kPort, 1);
     EXPECT_EQ(next(ask(decoder, kEncoder)), "asks 2");
     EXPECT_EQ(next(ask(encoder, kDecoder)), "-16") << "of two";
-    EXPECT_EQ(next(ask(encoder, kPort)), "asks 3");
+    Number const forPort = ask(encoder, kPort);
+    EXPECT_EQ(next(forPort), "asks 3");
     EXPECT_EQ(next(ask(shown, kDecoder)), "-16") << "of three";
     EXPECT_EQ(next(ask(open(), kDecoder)), "asks 1") << "one outside of it waits for its end";
+    int const follower = open();
+    Number const queued = ask(follower, kDecoder);
+    EXPECT_EQ(next(queued), "waits for 1");
+    pool().closeClient(idOf(shownToo));
+    EXPECT_EQ(next(forPort), "0") << "another has become free";
+    pool().closeClient(idOf(shown));
+    EXPECT_EQ(next(ask(follower, kPort)), "0");
+    pool().closeClient(idOf(5));
+    EXPECT_EQ(next(ask(decoder, kPort)), "waits for 2") << "not for who follows one";
+    pool().closeClient(idOf(follower));
+    EXPECT_EQ(next(queued), "-22");
 }
 
 // Each holder of a core has many requests for the next larger one: looked at one by one, the ways
@@ -262,12 +287,30 @@ TEST_F(ResourcePoolTest, OfManyInAQueueOnlyTheFirstIsLookedAt) {
     EXPECT_EQ(next(newest), "-16") << "the refusal is for all";
 }
 
+TEST_F(ResourcePoolTest, WhatDiffersInAnythingButItsAgeIsDecidedForItself) {
+    start({kSmallCore, kLargeCore, kEncoderCore});
+    for (auto const& request : {kDecoder, kLargeDecoder, kEncoder, kPort}) {
+        holder(request);
+    }
+    holder(kPort, 1);
+    Number const first = ask(open(), {false, false, 1, 0, 0});
+    EXPECT_EQ(next(first), "asks 1");
+    EXPECT_EQ(next(ask(open(), {true, false, 1, 0, 0})), "asks 4");
+    EXPECT_EQ(next(ask(open(), {false, true, 1, 0, 0})), "asks 3");
+    EXPECT_EQ(next(ask(open(), {false, false, 1, 641, 0})), "asks 2");
+    EXPECT_EQ(next(ask(open(), {false, false, 1, 0, 481})), "waits for 2");
+    EXPECT_EQ(next(ask(open(-1), {false, false, 1, 0, 0})), "-16");
+    answer(1, false);
+    EXPECT_EQ(next(first), "waits for 2");
+    EXPECT_EQ(next(ask(open(), {false, false, 1, 0, 0})), "asks 1");
+}
+
 // Two players which start anew whenever they lose their core.
 TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     start({kSmallCore, kSmallCore, kLargeCore});
     int const first = holder(kLargeDecoder);
-    int const second = holder(kDecoder);
     int const late = holder(kDecoder);
+    int const second = holder(kDecoder);
     int const newcomer = open();
     Number const request = ask(newcomer, kLargeDecoder);
     EXPECT_EQ(next(request), "asks 1");
@@ -275,7 +318,7 @@ TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     EXPECT_EQ(next(ask(late, kDecoder)), "0") << "it holds since the reclaim began";
     int const anew = open();
     Number const inside = ask(anew, kDecoder, first);
-    EXPECT_EQ(next(inside), "asks 2") << "its own holder is passed over";
+    EXPECT_EQ(next(inside), "asks 3") << "its own holder is passed over";
     EXPECT_EQ(next(ask(open(), kDecoder, second)), "-16") << "what it may take, too, is older";
     answer(second, false);
     EXPECT_EQ(next(inside), "-16");
@@ -326,6 +369,24 @@ TEST_F(ResourcePoolTest, ARequestHasOneBoundHoweverManyHoldersDoNotAnswer) {
     EXPECT_EQ(next(waiting), "0") << "it no longer has to wait for either";
     answer(6, true);
     EXPECT_EQ(core(holder(kDecoder)), 1);
+
+    start({kSmallCore, kSmallCore});
+    int const first = holder(kDecoder);
+    int const second = holder(kDecoder);
+    Number const asking = ask(open(), kDecoder);
+    Number const other = ask(open(), {false, false, 1, 639, 480});
+    EXPECT_EQ(next(asking), "asks 1");
+    gNow += seconds(5);
+    EXPECT_EQ(next(asking), "asks 2");
+    int const byHand = pool().startReclaim(idOf(second));
+    answer(first, false);
+    answer(second, false);
+    EXPECT_EQ(next(asking), "-16") << "nobody is asked twice for it";
+    EXPECT_EQ(next(other), "waits for 2") << "it may yet give up";
+    pool().finishReclaim(byHand, false);
+    EXPECT_EQ(next(other), "asks 1");
+    gNow += seconds(5);
+    EXPECT_EQ(next(other), "-110") << "though nobody is stuck";
 }
 
 TEST_F(ResourcePoolTest, WhoHasJustBeenGrantedACoreIsNotYetAskedForIt) {
@@ -338,7 +399,7 @@ TEST_F(ResourcePoolTest, WhoHasJustBeenGrantedACoreIsNotYetAskedForIt) {
     EXPECT_EQ(pool().nextDeadline(), gNow + seconds(2));
     gNow += seconds(2);
     EXPECT_EQ(next(waiting), "asks 1");
-    pool().setLeastHold(seconds(60));
+    pool().setLeastHold(seconds(12));
     EXPECT_EQ(next(ask(open(), kLargeDecoder)), "-16") << "it could not wait that long";
 }
 
@@ -353,10 +414,11 @@ TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
     EXPECT_EQ(pool().stuckClients(), "");
     gNow = deadline;
     EXPECT_EQ(next(request), "-110");
-    EXPECT_EQ(next(ask(open(), kDecoder)), "-110") << "nobody waits for it anew";
     EXPECT_EQ(pool().nextDeadline(), ResourcePool::Clock::time_point::max());
     EXPECT_EQ(pool().stuckClients(), "client 70001 of process 1 (test)");
     EXPECT_NE(pool().describe().find("STUCK 10.0 s"), std::string::npos);
+    gNow += std::chrono::hours(2);
+    EXPECT_EQ(next(ask(open(), kDecoder)), "-110") << "nobody waits for it or asks it anew";
 
     pool().setCores({kLargeCore});
     answer(stuck, true);
@@ -366,16 +428,25 @@ TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
 }
 
 TEST_F(ResourcePoolTest, TheCoresOfAnEarlierPoolAreKeptAndNotAskedFor) {
-    start({kSmallCore, kSmallCore});
+    start({kSmallCore, kSmallCore, kEncoderCore});
+    int const gone = holder(kDecoder);
+    holder(kEncoder);
     int const old = holder(kDecoder);
+    pool().closeClient(idOf(gone));
+    Number const forEncoder = ask(open(), kEncoder);
+    EXPECT_EQ(next(forEncoder), "asks 2");
+    pool().setCores({kSmallCore, kEncoderCore});
+    EXPECT_EQ(pool().describe().find("old "), std::string::npos) << "what nobody holds goes first";
     pool().setCores({kLargeCore});
+    EXPECT_EQ(next(forEncoder), "-95");
     EXPECT_NE(pool().describe().find("old "), std::string::npos);
     holder(kDecoder);
-    EXPECT_EQ(next(ask(open(), kDecoder)), "asks 2");
+    EXPECT_EQ(next(ask(open(), kDecoder)), "asks 5");
+    EXPECT_EQ(next(ask(old, kDecoder)), "waits for 5") << "it has none of this pool";
     EXPECT_EQ(core(old), 1);
     EXPECT_EQ(next(ask(open(), kEncoder)), "-95");
-    pool().setCores({kSmallCore, kLargeCore});
-    EXPECT_EQ(pool().describe().find("old "), std::string::npos) << "both are in the new pool";
+    pool().setCores({kSmallCore, kLargeCore, kEncoderCore});
+    EXPECT_EQ(pool().describe().find("old "), std::string::npos) << "all are in the new pool";
     EXPECT_EQ(next(ask(open(), kDecoder, 0, true)), "-16");
 }
 

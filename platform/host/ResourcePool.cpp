@@ -33,15 +33,14 @@ std::tuple<bool, int, std::int64_t, std::uint64_t> ResourcePool::order(Lease con
             lease.since};
 }
 
-/// Whom a request may ask at all: not itself, nobody of higher priority, nobody who has refused or
-/// is stuck or holds too shortly while it can wait, nobody of `dependents`, whose answers have to
-/// wait for this request. A request from inside a reclaim may only ask those who held before that
-/// reclaim began: else two players that start anew whenever they lose their core would take it from
-/// each other without end.
+/// Whom a request that nothing free serves may ask: nobody of higher priority, nobody who has
+/// refused or is stuck or holds too shortly while it can wait, nobody of `dependents`, whose
+/// answers have to wait for this request. A request from inside a reclaim may only ask those who
+/// held before that reclaim began: else two players that start anew whenever they lose their core
+/// would take it from each other without end.
 bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending,
                           std::set<int> const& dependents) const {
-    if (lease.holder == 0 || lease.holder == pending.client || lease.since > pending.takeFrom ||
-        pending.refused.count(lease.holder) != 0 ||
+    if (lease.since > pending.takeFrom || pending.refused.count(lease.holder) != 0 ||
         lease.grantedAt + mLeastHold >= pending.since + kPatience) {
         return false;
     }
@@ -76,7 +75,6 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
         }
     }
     dropRetired();
-    mIsFreed = true;
     for (auto const& [number, pending] : mPending) {
         mUndecided.insert(number);
     }
@@ -128,7 +126,6 @@ void ResourcePool::giveBack(int client) {
         if (reclaim.holder == client && asking != mPending.end() && serve(asking->second)) {
             asking->second.grantedIn = number;
             asking->second.givenBy = client;
-            mUndecided.insert(asking->first);
         }
     }
     wakeWaitersFor(client);
@@ -166,16 +163,13 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     Pending& pending = mPending.at(number);
     waitFor(number, 0);
     auto const finish = [&](int code) {
-        for (auto& [id, reclaim] : mReclaims) {
-            reclaim.request = reclaim.request == number ? 0 : reclaim.request;
-        }
         steps.push_back({number, code, 0, pending.givenBy, pending.client, pending.request,
                          mNow() - pending.since});
         leaveQueue(number, pending);
         mRequests.erase({pending.client, number});
         mPending.erase(number);
     };
-    if (!isOpen(pending.client)) {
+    if (!makesSense(pending)) {
         return finish(kInvalid);
     }
     bool const isOver = pending.since + kPatience <= mNow();
@@ -193,7 +187,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     if (pending.tryOnly) {
         return finish(kBusy);
     }
-    if (!isOver && followsAnother(number, pending)) {
+    if (followsAnother(number, pending)) {
         return;
     }
     Lease const* first = nullptr;
@@ -280,17 +274,21 @@ void ResourcePool::serveInOrder() {
         bool isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
         for (auto& [number, pending] : mPending) {
             if ((pending.request.display ? isPortFree : isCoreFree) && serve(pending)) {
-                mUndecided.insert(number);
                 isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
             }
         }
     }
 }
 
+bool ResourcePool::makesSense(Pending const& pending) const {
+    Request const& wish = pending.request;
+    return isOpen(pending.client) && wish.codecType >= 0 && wish.width >= 0 && wish.height >= 0;
+}
+
 /// Gives a request something that is free; returns false when there is nothing or it has it
 /// already.
 bool ResourcePool::serve(Pending& pending) {
-    if (pending.granted || !isOpen(pending.client)) {
+    if (pending.granted || !makesSense(pending)) {
         return false;
     }
     pending.granted = pending.request.display ? grantFreePort(pending.client)
@@ -356,7 +354,7 @@ bool ResourcePool::followsAnother(Number number, Pending& pending) {
         return false;
     }
     Request const& wish = pending.request;
-    pending.queue = Wish(wish.display, wish.encoder, wish.codecType, wish.width, wish.height,
+    pending.queue = Wish(wish.display, wish.encoder, wish.width, wish.height,
                          priorityOf(pending.client), pending.refused);
     auto& queue = mQueues[*pending.queue];
     queue.insert(number);
@@ -460,10 +458,7 @@ std::set<int> ResourcePool::dependentsOn(Pending const& pending) const {
     return dependents;
 }
 
-int ResourcePool::priorityOf(int client) const {
-    auto const found = mClients.find(client);
-    return found == mClients.end() ? 0 : found->second.owner.priority;
-}
+int ResourcePool::priorityOf(int client) const { return mClients.at(client).owner.priority; }
 
 /// Calls `use` with each time at which a holder's answer is late, or it may be asked, and the
 /// holder.

@@ -171,12 +171,12 @@ private:
     };
     struct Reclaim {
         int holder;
-        Number request;          ///< That gets what is given up; 0 for the oldest that it fits.
+        Number request;  ///< That gets what is given up; once it has ended the oldest it fits.
         std::uint64_t takeFrom;  ///< Bound for the requests made inside it.
         Clock::time_point since;
     };
     /// A request's values, its client's priority and who has refused.
-    using Wish = std::tuple<bool, bool, int, int, int, int, std::set<int>>;
+    using Wish = std::tuple<bool, bool, int, int, int, std::set<int>>;
     struct Pending {
         int client;
         Request request;
@@ -204,6 +204,7 @@ private:
     void lookAtClock();
     void decide(Number number, std::vector<Step>& steps);
     void serveInOrder();
+    [[nodiscard]] bool makesSense(Pending const& pending) const;
     bool serve(Pending& pending);
     bool grantFreePort(int client);
     bool grantFreeCore(int client, Request const& request);

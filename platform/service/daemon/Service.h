@@ -134,7 +134,7 @@ private:
         method(
             "Acquire", [this](Reply&& reply, int client, bool display, bool encoder, int codecType,
                               int width, int height, bool tryOnly, int insideReclaim) {
-                if (!isOwn(client) || codecType < 0 || width < 0 || height < 0) {
+                if (!isOwn(client)) {
                     return reply.returnResults(ResourcePool::kInvalid);
                 }
                 mReplies.emplace(mPool.request(client, {display, encoder, codecType, width, height},
