@@ -47,6 +47,8 @@ class TvhwRun(unittest.TestCase):
                  'the service .* was killed by SIGABRT'),
                 (['--', 'sh', '-c', 'kill -TERM $TVHW_SERVICE_PID; sleep 0.5'], 1,
                  'the service .* ended with status 0'),
+                (['--', 'sh', '-c', '(trap "kill -KILL $TVHW_SERVICE_PID; sleep 0.5; exit" TERM; '
+                  'while :; do sleep 0.1; done) & sleep 0.5'], 137, 'the service .* SIGKILL'),
                 (['--', 'sh', '-c', 'kill -40 $$'], 168, 'was killed by SIG40'),
                 (['--', b'/nowhere\xff'], 127, r'/nowhere\?: No such file'),
                 (['--', RUN + '/'], 126, 'Not a directory'),
@@ -65,29 +67,39 @@ class TvhwRun(unittest.TestCase):
         ended = run('--', sys.executable, '-c', script, *arguments, input='a word',
                     env=os.environ | {'LD_LIBRARY_PATH': '/nowhere'})
         self.assertEqual(ended.stdout, f"{arguments!r} a word ['/nowhere']\n")
+        ended = subprocess.run(['sh', '-c', 'exec "$@" <&- >&- 2>&-', 'sh', RUN, '--', 'sh', '-c',
+                                'cat && echo a && echo b >&2'], timeout=60, check=False)
+        self.assertEqual(ended.returncode, 0, 'what is closed is /dev/null')
 
     def test_what_is_missing_is_told(self):
         with tempfile.TemporaryDirectory() as folder:
-            bus = os.path.join(folder, 'dbus-daemon')
+            def write(name, script):
+                with open(os.path.join(folder, name), 'w', encoding='ascii') as file:
+                    file.write('#!/bin/sh\n' + script)
+                os.chmod(file.name, 0o700)
+
             for script, status, told in (
                     (None, 2, 'dbus-daemon is missing'), ('exit 3', 2, 'there is no bus'),
                     ('kill $PPID; exec /bin/sleep 600', 143, '^$')):
                 if script:
-                    with open(bus, 'w', encoding='ascii') as file:
-                        file.write('#!/bin/sh\n' + script)
-                    os.chmod(bus, 0o700)
+                    write('dbus-daemon', script)
                 ended = run('--', '/bin/true', env={'PATH': folder})
                 self.assertEqual(ended.returncode, status)
                 self.assertRegex(ended.stderr, told)
-            ended = subprocess.run([shutil.copy(RUN, folder), '--', 'true'], stderr=subprocess.PIPE,
-                                   text=True, check=False)
+            words = [shutil.copy(RUN, folder), '--', 'echo', 'started']
+            ended = subprocess.run(words, stderr=subprocess.PIPE, text=True, check=False)
             self.assertRegex(ended.stderr, 'there is no libkvo_hal_crm.so')
+            write('libkvo_hal_crm.so', '')
+            os.symlink('.', os.path.join(folder, 'lib'))
+            write('tvhw-resource-manager', '[ "$1" ] || exec sleep 600\nkill $PPID')
+            ended = subprocess.run(words, stdout=subprocess.PIPE, timeout=60, check=False)
+            self.assertEqual((ended.stdout, ended.returncode), (b'', 143), 'a signal comes first')
 
     def test_what_a_program_leaves_behind_ends(self):
         # Though nothing can be said of it.
         ended = subprocess.run(['sh', '-c', 'exec "$@" 2>/dev/full', 'sh', RUN, '--', 'sh', '-c',
                                 'trap "" TERM; setsid sleep 600 >/dev/null & echo $!; exit 3'],
-                               stdout=subprocess.PIPE, timeout=60, check=False)
+                               stdout=subprocess.PIPE, timeout=20, check=False)
         self.assertEqual(ended.returncode, 3)
         self.assert_gone(int(ended.stdout))
 
