@@ -8,20 +8,26 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tvhw_crm.h"
 
+template <typename Condition>
+void waitUntil(Condition const& isMet) {
+    while (!isMet()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 /// A client of the resource manager that counts what is asked of it.
 struct Client {
     TVHW_CRM_HANDLE handle = nullptr;
-    std::string onReclaim;  ///< "give", "keep", "hang", "die", "lose" (the bus) or "again".
+    std::string onReclaim;  ///< "give", "keep", "hang", "late", "die", "lose" (the bus) or "again".
     std::atomic<int> reclaims{0};
-    std::atomic<int> inside{1};  ///< The result of a request from inside the callback.
+    std::atomic<bool> isLate{true};  ///< So long "late" does not answer.
+    std::atomic<int> inside{1};      ///< The result of a request from inside the callback.
     int opened;
 
     explicit Client(std::string behaviour = "give")
@@ -44,6 +50,7 @@ struct Client {
         if (client.onReclaim == "hang") {
             std::this_thread::sleep_for(std::chrono::seconds(60));
         }
+        waitUntil([&] { return client.onReclaim != "late" || !client.isLate; });
         if (client.onReclaim == "again") {
             client.inside = Client().acquire(1920);
         }
@@ -67,9 +74,7 @@ struct Client {
     }
 
     void waitForLoss() {
-        while (core() != -111) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        waitUntil([&] { return core() == -111; });
     }
 };
 
@@ -112,15 +117,6 @@ public:
     }
 
     int id() const { return mPid; }
-    long residentPages() const {
-        long pages = 0;
-        std::ifstream("/proc/" + std::to_string(mPid) + "/statm") >> pages >> pages;
-        return pages;
-    }
-    long threads() const {
-        std::filesystem::directory_iterator const tasks("/proc/" + std::to_string(mPid) + "/task");
-        return std::distance(tasks, {});
-    }
     void signal(int number) const { kill(mPid, number); }
 
     /// Returns the raw status of the process once it has ended.

@@ -1,7 +1,5 @@
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -28,6 +26,9 @@ using Words = std::vector<std::string>;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+std::string const kCall =
+    "busctl --user -- call kvo.tvhw.ResourceManager /kvo/tvhw/ResourceManager "
+    "kvo.tvhw.ResourceManager1 ";
 std::string gSelf;
 
 /// What a command prints.
@@ -53,17 +54,16 @@ std::string contents(std::string const& file) {
 
 class ServiceTest : public testing::Test {
 protected:
-    static Words service(std::string const& setting = "TVHW=") {
-        return {"env", setting, "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
+    Words service(std::string const& setting = "") const {
+        return {"env", setting.empty() ? "KVO_MEDIA_LOG_FILE=" + mLog : setting,
+                "KVO_HOST_POOL=decoder:3:1920x1088,decoder:1:640x480",
                 "KVO_HOST_POLICY=env=0,12345=-1", std::string(std::getenv("TVHW_SERVICE"))};
     }
 
     void start(Words const& words) {
         mService = nullptr;
         mService = std::make_unique<Process>(words);
-        while (Client().opened != 0) {
-            std::this_thread::sleep_for(milliseconds(10));
-        }
+        waitUntil([] { return Client().opened == 0; });
     }
 
     void SetUp() override {
@@ -80,11 +80,12 @@ protected:
         return process;
     }
 
-    /// What the log says, without what differs each time; clients are A, B and so on.
+    /// What the log says after the letter of its level, without what differs each time; clients
+    /// are A, B and so on.
     std::string log() const {
         static std::regex const differs(
-            R"(.*Service.h:\d+ | of process \d+ \(\w+\)|\d+\.\d s( ago)?)");
-        std::string text = std::regex_replace(contents(mLog), differs, "");
+            R"(.* (. )ResourceManager: \S+ | of process \d+ \([^)]+\)|\d+\.\d s( ago)?)");
+        std::string text = std::regex_replace(contents(mLog), differs, "$1");
         std::smatch client;
         for (char name = 'A'; std::regex_search(text, client, std::regex("client \\d+")); ++name) {
             text = std::regex_replace(text, std::regex(client.str()), std::string(1, name));
@@ -92,22 +93,21 @@ protected:
         return text;
     }
 
+    /// The result of a request for the large core, once its holder has been asked.
+    static std::future<int> takesFrom(Client const& holder) {
+        auto result = std::async(std::launch::async, [] { return Client().acquire(1920); });
+        waitUntil([&] { return holder.reclaims != 0; });
+        return result;
+    }
+
     std::string const mLog = gSelf + "." + std::to_string(getpid()) + ".log";
     std::unique_ptr<Process> mService;
 };
 
-TEST_F(ServiceTest, ANewcomerTakesTheCoreOfAnotherProcess) {
-    auto const live = holder("keep", 640);
-    auto const player = holder("give", 1920);
-    Client newcomer;
-    TVHW_CRM_ACQUIRE_PARAM request{1, 640, 0, 0, 0, 0, {}};
-    EXPECT_EQ(TVHW_CRM_ClientTryAcquireResource(newcomer.handle, &request), -16);
-    EXPECT_EQ(newcomer.acquire(), 0);
-    EXPECT_EQ(newcomer.core(), 3);
-}
-
+// Though a child of it lives on.
 TEST_F(ServiceTest, WhatADeadProcessHeldIsFreeAtOnce) {
-    auto const first = holder("give", 1920);
+    auto const first = holder("fork", 1920);
+    EXPECT_EQ(first->line(), "-22 0") << "its client, and one of the child's own";
     auto const second = holder("die", 640);
     first->end(SIGKILL);
     auto const begin = Clock::now();
@@ -147,36 +147,26 @@ TEST_F(ServiceTest, AClientOfAReclaimsCallbackGetsAnAnswer) {
     EXPECT_EQ(player.inside, -16);
 }
 
-TEST_F(ServiceTest, AStuckHolderKeepsItsCoreAndTheNewcomerIsRefused) {
-    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
-    EXPECT_EQ(told("--log-level 1"), "0\n");
-    auto const stuck = holder("hang", 1920);
-    Client newcomer;
-    auto const begin = Clock::now();
-    EXPECT_EQ(newcomer.acquire(1920), -110);
-    EXPECT_LT(Clock::now() - begin, seconds(13));
-    EXPECT_EQ(log(), "refuse: A gets no decoder of 1920x0 after : -110, no answer from B\n");
-    EXPECT_NE(kvo::host::describe().find("STUCK"), std::string::npos);
-    EXPECT_EQ(newcomer.acquire(1920), -110) << "at once";
-}
-
 TEST_F(ServiceTest, WithoutAServiceCallsFailAtOnceAndANewOneServesNewClients) {
-    Client client;
-    EXPECT_EQ(client.acquire(), 0);
-    auto const stuck = holder("hang", 1920);
-    std::thread waits([] { EXPECT_EQ(Client().acquire(1920), -111); });
-    std::this_thread::sleep_for(milliseconds(300));
+    Client client("late");
+    EXPECT_EQ(client.acquire(1920), 0);
+    auto waits = takesFrom(client);
     mService->end(SIGKILL);
-    waits.join();
+    EXPECT_EQ(waits.get(), -111);
     EXPECT_EQ(client.acquire(), -111);
     EXPECT_EQ(Client().opened, -111);
     EXPECT_FALSE(kvo::media::platform::SystemUtils::getInstance().allowsForcedAcquire(1));
     SetUp();
     EXPECT_EQ(client.acquire(), -22) << "the new service does not know it";
-    Client newcomer;
-    EXPECT_EQ(newcomer.acquire(), 0);
+    Client newcomer("late");
+    EXPECT_EQ(newcomer.acquire(1920), 0);
     EXPECT_EQ(TVHW_CRM_ClientFree(&client.handle), 0);
-    EXPECT_EQ(newcomer.core(), 1) << "an old handle is not another client's";
+    waits = takesFrom(newcomer);
+    client.isLate = false;
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(newcomer.core(), 3) << "neither an old handle nor an old answer is another client's";
+    newcomer.isLate = false;
+    EXPECT_EQ(waits.get(), 0);
 }
 
 TEST_F(ServiceTest, TheServiceDecidesForAllProcesses) {
@@ -194,10 +184,6 @@ TEST_F(ServiceTest, TheServiceDecidesForAllProcesses) {
         std::string const line = monitor.line();
         EXPECT_NE(line.find(part), std::string::npos) << line << " instead of " << part;
     }
-}
-
-TEST_F(ServiceTest, AReclaimGetsThroughToAProcessWhoseFirstCallsWait) {
-    EXPECT_EQ(Process({gSelf, "--late-threads"}).line(), "0 0");
 }
 
 TEST_F(ServiceTest, ABusThatIsLostDuringAReclaimIsNoService) {
@@ -238,9 +224,6 @@ TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
     int id = 0;
     TVHW_CRM_ClientGetUniqueId(client.handle, &id);
     std::string const name = std::to_string(id);
-    std::string const call =
-        "busctl --user -- call kvo.tvhw.ResourceManager "
-        "/kvo/tvhw/ResourceManager kvo.tvhw.ResourceManager1 ";
     struct {
         std::string call;
         std::string answer;
@@ -254,9 +237,9 @@ TEST_F(ServiceTest, NonsenseIsAnsweredAndWhatIsNotOnesOwnIsRefused) {
                         {"CloseClient s x", ""},
                         {"Nothing", ""}};
     for (auto const& row : kCalls) {
-        EXPECT_EQ(output(call + row.call + " 2>/dev/null"), row.answer) << row.call;
+        EXPECT_EQ(output(kCall + row.call + " 2>/dev/null"), row.answer) << row.call;
     }
-    EXPECT_EQ(std::system((call + "OpenClient si x 2147483647 >/dev/null").c_str()), 0);
+    EXPECT_EQ(std::system((kCall + "OpenClient si x 2147483647 >/dev/null").c_str()), 0);
     EXPECT_EQ(Client().opened, 0);
     EXPECT_EQ(Client().opened, 0) << "no ids are left for others";
     EXPECT_EQ(TVHW_CRM_ClientInit(&client.handle, "\xff", Client::answer, 0, nullptr), -22);
@@ -269,16 +252,10 @@ TEST_F(ServiceTest, OnlyTheBusAndWhoIsAskedCount) {
     EXPECT_EQ(client.acquire(1920), 0);
     int id = 0;
     TVHW_CRM_ClientGetUniqueId(client.handle, &id);
-    std::string name;
-    std::string const listed = output("busctl --user list --no-legend --no-pager");
-    std::istringstream words(listed);
-    for (std::string word; words >> word;) {
-        name = word[0] == ':' && output("busctl --user tree --list " + word + " 2>/dev/null")
-                                         .find("/kvo/tvhw/ResourceClient") != std::string::npos
-                   ? word
-                   : name;
-    }
-    EXPECT_NE(name, "");
+    std::string name = output("busctl --user list --no-legend --no-pager | awk '/^:/ && $2 == " +
+                              std::to_string(getpid()) + " { print $1 }'");
+    ASSERT_NE(name, "");
+    name.pop_back();
     output("busctl --user call " + name +
            " /kvo/tvhw/ResourceClient kvo.tvhw.ResourceClient1 Reclaim ii " + std::to_string(id) +
            " 1 2>&1");
@@ -292,24 +269,11 @@ TEST_F(ServiceTest, OnlyTheBusAndWhoIsAskedCount) {
            name);
     EXPECT_EQ(client.core(), 3);
     EXPECT_EQ(client.reclaims, 0);
-    auto newcomer = std::async(std::launch::async, [] { return Client().acquire(1920); });
-    while (client.reclaims == 0) {
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    output(
-        "busctl --user call kvo.tvhw.ResourceManager /kvo/tvhw/ResourceManager "
-        "kvo.tvhw.ResourceManager1 AnswerReclaim ii 1 1 2>&1");
+    auto newcomer = takesFrom(client);
+    output(kCall + "AnswerReclaim ii 1 1 2>&1");
     EXPECT_EQ(client.core(), 3);
     EXPECT_EQ(output(std::string("python3 ") + std::getenv("TVHW_FORGE") + " " + name), "");
     EXPECT_EQ(newcomer.get(), -111) << "whoever has answered is not the service";
-}
-
-TEST_F(ServiceTest, AProcessIsDeadThoughAChildOfItLives) {
-    auto const parent = holder("fork", 1920);
-    EXPECT_EQ(parent->line(), "-22 0") << "its client, and one of the child's own";
-    parent->end(SIGKILL);
-    Client newcomer("keep");
-    EXPECT_EQ(newcomer.acquire(1920), 0);
 }
 
 // A reader of its log that does not read, and then is gone: of its standard error, which can be
@@ -349,52 +313,42 @@ TEST_F(ServiceTest, TheServiceNeitherWaitsNorDiesForItsLog) {
 }
 
 TEST_F(ServiceTest, TheLogTellsWhoGetsWhatFromWhom) {
-    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
     for (int times = 0; times < 200; ++times) {
         EXPECT_EQ(Client().acquire(99999), -95) << "no line, and none of those that are left";
     }
+    auto const begin = Clock::now();
     EXPECT_EQ(told("--log-level 3"), "0\n");
     auto const first = holder("give", 1920);
     auto const second = holder("keep", 640);
     Client client;
+    TVHW_CRM_ACQUIRE_PARAM request{1, 640, 0, 0, 0, 0, {}};
+    EXPECT_EQ(TVHW_CRM_ClientTryAcquireResource(client.handle, &request), -16);
     EXPECT_EQ(client.acquire(), 0);
     auto const third = holder("die", 1920);
     EXPECT_EQ(client.acquire(1920), 0);
     EXPECT_EQ(log(),
-              "grant: A gets decoder of 1920x0: type 3 after \n"
-              "grant: B gets decoder of 640x0: type 1 after \n"
-              "reclaim: B is asked for decoder of 640x0 for C\n"
-              "reclaim: B, asked , keeps it\n"
-              "reclaim: A is asked for decoder of 640x0 for C\n"
-              "reclaim: A, asked , gives up\n"
-              "grant: C gets decoder of 640x0: type 3 from A after \n"
-              "reclaim: C is asked for decoder of 1920x0 for D\n"
-              "reclaim: C, asked , gives up\n"
-              "grant: D gets decoder of 1920x0: type 3 from C after \n"
-              "reclaim: D is asked for decoder of 1920x0 for C\n"
-              "reclaim: D, asked , gives up\n"
-              "grant: C gets decoder of 1920x0: type 3 from D after \n");
-}
-
-TEST_F(ServiceTest, AFloodOfRefusalsIsNoFloodOfLines) {
-    start(service("KVO_MEDIA_LOG_FILE=" + mLog));
-    EXPECT_EQ(told("--log-level 2"), "0\n");
-    Client client;
-    for (int times = 0; times < 200; ++times) {
-        client.acquire();
-        TVHW_CRM_ClientReleaseResource(client.handle);
-    }
-    client.acquire(99999);
-    EXPECT_NE(contents(mLog), "") << "what is not written leaves nothing else out";
-    auto const begin = Clock::now();
+              "D grant: A gets decoder of 1920x0: type 3 after \n"
+              "D grant: B gets decoder of 640x0: type 1 after \n"
+              "I refuse: C gets no decoder of 640x0 after : -16\n"
+              "I reclaim: B is asked for decoder of 640x0 for C\n"
+              "I reclaim: B, asked , keeps it\n"
+              "I reclaim: A is asked for decoder of 640x0 for C\n"
+              "I reclaim: A, asked , gives up\n"
+              "D grant: C gets decoder of 640x0: type 3 from A after \n"
+              "I reclaim: C is asked for decoder of 1920x0 for D\n"
+              "I reclaim: C, asked , gives up\n"
+              "D grant: D gets decoder of 1920x0: type 3 from C after \n"
+              "I reclaim: D is asked for decoder of 1920x0 for C\n"
+              "I reclaim: D, asked , gives up\n"
+              "D grant: C gets decoder of 1920x0: type 3 from D after \n");
     for (int times = 0; times < 1000; ++times) {
         client.acquire(99999);
     }
     auto const time = std::chrono::duration_cast<seconds>(Clock::now() - begin);
-    std::string const lines = contents(mLog);
+    std::string const lines = log();
     auto const count = std::count(lines.begin(), lines.end(), '\n');
     EXPECT_GE(count, 100);
-    EXPECT_LE(count, 100 * (time.count() + 2));
+    EXPECT_LE(count, 100 * (time.count() + 2)) << "a flood of refusals is no flood of lines";
     EXPECT_NE(lines.find("refuse: more lines of this second are left out\n"), std::string::npos);
 }
 
@@ -430,6 +384,7 @@ TEST_F(ServiceTest, AStoppedBusEndsTheFirstCall) {
 
 // What a person does at the keyboard.
 TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
+    EXPECT_EQ(told("--log-level 2"), "0\n");
     std::string const odd = gSelf.substr(0, gSelf.rfind('/') + 1) + "\xff";
     std::remove(odd.c_str());
     ASSERT_EQ(link(gSelf.c_str(), odd.c_str()), 0);
@@ -442,6 +397,8 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
     std::string second;
     held >> first >> second;
     auto const begin = Clock::now();
+    auto refused = std::async(std::launch::async, [] { return Client().acquire(1920); });
+    waitUntil([&] { return !log().empty(); });
     auto asks = std::async(std::launch::async, [&] { return told("--reclaim " + first); });
     struct {
         std::string arguments;
@@ -452,6 +409,8 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
         {"--settings", "see --help\n2\n"},
         {"--reclaim 1x", "see --help\n2\n"},
         {"--reclaim 99999999999", "see --help\n2\n"},
+        {"--log-level -2", "-2 is no number from -1 to 4; see --help\n2\n"},
+        {"--log-level 99", "99 is no number from -1 to 4; see --help\n2\n"},
         {"--status", " ?     "},
         {"--status >/dev/full", "tvhw-resource-manager: the output cannot be written\n1\n"},
         {"--reclaim 99", "tvhw-resource-manager: client 99 is not open\n1\n"},
@@ -459,6 +418,7 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
         {"--status", "refused 1"},
         {"--status --json | python3 -m json.tool", "\"refusals\": 1"},
         {"--reclaim " + first, "tvhw-resource-manager: there was no answer for 10 seconds\n1\n"},
+        {"--status", "STUCK 1"},
         {"--force " + first, "0\n"},
         {"--check /nowhere", "/nowhere: No such file or directory\n2\n"},
         {"--check /dev/zero", "/dev/zero: no regular file\n2\n"}};
@@ -468,7 +428,14 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
     }
     EXPECT_LT(Clock::now() - begin, seconds(20)) << "nobody waits for more than 10";
     EXPECT_NE(asks.get(), "0\n");
-    EXPECT_EQ(stuck.threads(), 3) << "it is asked once: a thread each for itself, the bus and that";
+    EXPECT_EQ(refused.get(), -110);
+    EXPECT_EQ(log(),
+              "I reclaim: A is asked for decoder of 1920x0 for B\n"
+              "I reclaim: C is asked for all that it holds\nI reclaim: C, asked , keeps it\n"
+              "W refuse: B gets no decoder of 1920x0 after : -110, no answer from A\n"
+              "W reclaim: A loses by force what it holds\n");
+    EXPECT_EQ(output("ls /proc/" + std::to_string(stuck.id()) + "/task | wc -l"), "3\n")
+        << "it is asked once: a thread each for itself, the bus and that";
     Client newcomer;
     EXPECT_EQ(newcomer.acquire(1920), 0);
     std::string const seen = output(
@@ -497,7 +464,7 @@ TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
               "tvhw-resource-manager: " + file +
                   ":4: KVO_HOST_LEAST_HOLD=x: allowed are milliseconds from 0 to 9999\n2\n");
     write("KVO_HOST_POOL=decoder:4:1920x1088\nKVO_HOST_POLICY=*=-1\n");
-    auto words = service("KVO_MEDIA_LOG_FILE=" + mLog);
+    auto words = service();
     words.insert(words.end(), {"--settings", file});
     start(words);
     Client client;
@@ -508,19 +475,13 @@ TEST_F(ServiceTest, SettingsAreReadAnewAndNoGrantIsLost) {
     EXPECT_EQ(told("--log-level 0"), "0\n");
     write("nonsense");
     mService->signal(SIGHUP);
-    for (int tries = 500; tries > 0 && log().find("; the old settings stay\n") == std::string::npos;
-         --tries) {
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    EXPECT_NE(log().find("; the old settings stay\n"), std::string::npos) << log();
+    waitUntil([&] { return log().find("; the old settings stay\n") != std::string::npos; });
     EXPECT_EQ(client.core(), 4);
     write(
         "KVO_HOST_POOL=decoder:4:1920x1088,decoder:2:1920x1088\nKVO_HOST_POLICY=*=1\n"
         "KVO_HOST_LEAST_HOLD=9999\n");
     mService->signal(SIGHUP);
-    while (!utils.allowsForcedAcquire(1)) {
-        std::this_thread::sleep_for(milliseconds(10));
-    }
+    waitUntil([&] { return utils.allowsForcedAcquire(1); });
     EXPECT_NE(told("--status --json").find("\"priority\": 1"), std::string::npos);
     Client other;
     EXPECT_EQ(other.acquire(), 0);
@@ -539,6 +500,10 @@ TEST_F(ServiceTest, ManyProcessesOfWhichSomeAreKilledLeaveNothing) {
     start({std::getenv("TVHW_SERVICE")});
     constexpr int kSeconds = 20;
     std::minstd_rand random;
+    auto const pages = [&] {
+        return std::stol(
+            output("cut -d' ' -f2 /proc/" + std::to_string(mService->id()) + "/statm"));
+    };
     auto const begin = [&](int rest) {
         return std::make_unique<Process>(
             Words{gSelf, "--use", std::to_string(random()), std::to_string(rest)});
@@ -551,7 +516,7 @@ TEST_F(ServiceTest, ManyProcessesOfWhichSomeAreKilledLeaveNothing) {
     for (int half = 1; half < 2 * kSeconds - 1; ++half) {
         std::this_thread::sleep_for(milliseconds(500));
         processes[random() % processes.size()] = begin(std::max(kSeconds - half / 2, 1));
-        early = half == 10 ? mService->residentPages() : early;
+        early = half == 10 ? pages() : early;
     }
     long longest = 0;
     for (auto& process : processes) {
@@ -562,7 +527,7 @@ TEST_F(ServiceTest, ManyProcessesOfWhichSomeAreKilledLeaveNothing) {
     }
     std::string const status = kvo::host::describe();
     EXPECT_NE(status.find("\n0 clients are open."), std::string::npos) << status;
-    long const late = mService->residentPages();
+    long const late = pages();
     std::printf("Longest wait %ld ms; pages of memory %ld early, %ld late\n", longest, early, late);
     EXPECT_LE(late, early + early / 4 + 256) << "but for the allocator's slack it is given back";
 }
@@ -612,47 +577,14 @@ int hold(std::string const& behaviour, int width) {
         sleep(60);
         _exit(0);
     }
-    while (behaviour != "lose" || client.reclaims == 0) {
-        std::this_thread::sleep_for(milliseconds(10));
-    }
+    waitUntil([&] { return behaviour == "lose" && client.reclaims != 0; });
     client.waitForLoss();
-    while (Client().opened != 0) {  // Meanwhile the answer goes nowhere.
-        std::this_thread::sleep_for(milliseconds(10));
-    }
+    waitUntil([] { return Client().opened == 0; });  // Meanwhile the answer goes nowhere.
     std::puts("open again");
     return 0;
 }
 
-bool gThreadsAreLate = false;
-
-/// A process whose only core goes from one client to another, while each thread it starts is late.
-int playWithLateThreads() {
-    gThreadsAreLate = true;
-    Client first;
-    Client second;
-    int const granted = first.acquire(1920);
-    std::printf("%d %d\n", granted, second.acquire(1920));
-    return 0;
-}
-
 }  // namespace
-
-/// The loader finds it before the system's.
-extern "C" KVO_MEDIA_EXPORT int pthread_create(pthread_t* thread, pthread_attr_t const* attributes,
-                                               void* (*run)(void*), void* argument) noexcept {
-    static auto* const create =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    if (!gThreadsAreLate) {
-        return create(thread, attributes, run, argument);
-    }
-    using Start = std::pair<void* (*)(void*), void*>;
-    auto const late = [](void* start) {
-        std::this_thread::sleep_for(milliseconds(200));
-        auto const [function, value] = *std::unique_ptr<Start>(static_cast<Start*>(start));
-        return function(value);
-    };
-    return create(thread, attributes, late, new Start(run, argument));
-}
 
 int main(int count, char** arguments) {
     gSelf = arguments[0];
@@ -661,9 +593,6 @@ int main(int count, char** arguments) {
     }
     if (count == 4 && std::string(arguments[1]) == "--use") {
         return use(static_cast<unsigned int>(std::atoi(arguments[2])), std::atoi(arguments[3]));
-    }
-    if (count == 2 && std::string(arguments[1]) == "--late-threads") {
-        return playWithLateThreads();
     }
     testing::InitGoogleTest(&count, arguments);
     return RUN_ALL_TESTS();

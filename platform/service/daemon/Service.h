@@ -206,9 +206,11 @@ private:
         auto const asked = std::find_if(mReclaims.begin(), mReclaims.end(), [&](auto const& entry) {
             return entry.second.client == client;
         });
-        Asked& running = asked != mReclaims.end() ? asked->second
-                                                  : askHolder(mPool.startReclaim(client), client);
-        running.replies.push_back(std::move(reply));
+        if (asked != mReclaims.end()) {
+            return asked->second.replies.push_back(std::move(reply));
+        }
+        log(2, "reclaim", mPool.nameOf(client) + " is asked for all that it holds");
+        askHolder(mPool.startReclaim(client), client).replies.push_back(std::move(reply));
     }
 
     [[nodiscard]] std::string sender() const {

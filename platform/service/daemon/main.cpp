@@ -111,18 +111,19 @@ void printStatus(char const* operation, bool again) {
     } while (again && sleep(1) == 0);
 }
 
-int number(std::string const& word) {
+int number(std::string const& word, int least, int most) {
     int value = 0;
     auto const [end, failure] = std::from_chars(word.data(), word.data() + word.size(), value);
-    if (failure != std::errc() || *end != '\0') {
-        throw std::invalid_argument(word + " is no number; see --help");
+    if (failure != std::errc() || *end != '\0' || value < least || value > most) {
+        throw std::invalid_argument(word + " is no number from " + std::to_string(least) + " to " +
+                                    std::to_string(most) + "; see --help");
     }
     return value;
 }
 
 void reclaim(std::string const& client, bool byForce) {
     std::int32_t code = 0;
-    ask("Reclaim", &code, number(client), byForce);
+    ask("Reclaim", &code, number(client, 1, INT32_MAX), byForce);
     if (code != 0) {
         bool const isKept = code != kvo::host::ResourcePool::kInvalid;
         throw std::runtime_error("client " + client +
@@ -155,7 +156,7 @@ void run(Words const& words) {
     } else if ((option == "--reclaim" || option == "--force") && !value.empty()) {
         reclaim(value, option == "--force");
     } else if (option == "--log-level" && !value.empty()) {
-        ask<int>("SetLogLevel", nullptr, number(value));
+        ask<int>("SetLogLevel", nullptr, number(value, -1, kvo::host::kCallLevel));
     } else if ((option == "--status" || option == "--watch") && isAlone) {
         printStatus("Status", option == "--watch");
     } else if (option == "--status" && value == "--json") {
