@@ -14,6 +14,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "Check.h"
 #include "SystemUtils.h"
@@ -53,12 +54,23 @@ void* slotOf(SystemUtils& object, std::size_t number) {
     return table[number];
 }
 
+/// The number of an operation's slot by the declaration, which may have others in between. A
+/// pointer to a virtual operation begins with the offset in the table; on some processors 1 is
+/// added.
+template <typename Operation>
+std::size_t declaredSlot(Operation operation) {
+    std::uintptr_t offset = 0;
+    std::memcpy(&offset, &operation, sizeof(offset));
+    return offset / sizeof(void*);
+}
+
 /// Calls allowsForcedAcquire as an operation that answers a byte, which is 0 or 1; what answers
 /// nothing leaves some other byte there, mostly.
 int allows(int pid) {
     using Operation = unsigned char (*)(SystemUtils*, int);
     InCall const in("SystemUtils::allowsForcedAcquire");
-    return reinterpret_cast<Operation>(slotOf(utils(), 1))(&utils(), pid);
+    void* const function = slotOf(utils(), declaredSlot(&SystemUtils::allowsForcedAcquire));
+    return reinterpret_cast<Operation>(function)(&utils(), pid);
 }
 
 template <typename T>
@@ -104,17 +116,20 @@ std::string namesOf(void const* function) {
     return names;
 }
 
-/// Whether the first slots have the names of the operations, as an override has. Where the file has
+/// Whether the slots have the names of the operations, as an override has. Where the file has
 /// no name that C++ gave, or none at all, a slot may be the right one.
 Outcome slotsByName() {
-    constexpr char const* kNames[] = {"14getIntPropertyEPKci", "19allowsForcedAcquireEi",
-                                      "18onProcessReclaimedEi", "25onReclaimedClientReleasedEi"};
+    std::pair<std::size_t, char const*> const slots[] = {
+        {declaredSlot(&SystemUtils::getIntProperty), "14getIntPropertyEPKci"},
+        {declaredSlot(&SystemUtils::allowsForcedAcquire), "19allowsForcedAcquireEi"},
+        {declaredSlot(&SystemUtils::onProcessReclaimed), "18onProcessReclaimedEi"},
+        {declaredSlot(&SystemUtils::onReclaimedClientReleased), "25onReclaimedClientReleasedEi"}};
     bool isWell = true;
     std::string came;
-    for (std::size_t number = 0; number < 4; ++number) {
+    for (auto const& [number, name] : slots) {
         std::string const names = namesOf(slotOf(utils(), number));
-        isWell = isWell && (names.find(" _Z") == std::string::npos ||
-                            names.find(kNames[number]) != std::string::npos);
+        isWell = isWell &&
+                 (names.find(" _Z") == std::string::npos || names.find(name) != std::string::npos);
         came += "; slot " + std::to_string(number) + (names.empty() ? " without a name" : names);
     }
     return outcome(isWell, came);
@@ -235,7 +250,8 @@ Checks utilityChecks() {
          "SystemUtils::getIntProperty reads tvhw.platform.check.unset with seven defaults",
          "each default", unsetProperty},
         {kMust, "system-utils-slots",
-         "the first four slots of SystemUtils' table are looked up in the symbols of its library; "
+         "the slots that SystemUtils.h declares are looked up in the symbols of the table's "
+         "library; "
          "then allowsForcedAcquire for this process, and an unset property, before and after each "
          "of the two notices",
          "where there are names those of getIntProperty, allowsForcedAcquire, onProcessReclaimed "
