@@ -200,6 +200,16 @@ MADE = [
     (plays(1, 70001, 0) + plays(2, 70001, 0, pid=510), [], r'70001, process 500 \[held'),
 ]
 SERVICE = '9 9 I/ResourceManager: '
+INITS = [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us' for time in (0, 9)]
+CLEARED = '2.1 500 501 W/VideoClient: clear display resource fail'
+
+
+def timed(until, microseconds):
+    """A reclaim of a length by the clock and one as measured."""
+    return plays(1, 70001) + reclaims(2, until) + ['1.9 500 600 V/HostPlatform: reclaim(70001) entered',
+                                                   f'{until} 500 600 V/HostPlatform: reclaim(70001) = 1 in {microseconds} us']
+
+
 MADE += [
     (plays(1, 70001) + reclaims(2) + [LATER.replace('500', '510'), f'9 {SERVICE}a'], [], 'it may have been killed'),
     (['1 500 501 I/VideoClient: acquireResourc% vdoPort=TVHW_CRM_VIDEO_PORT_NONE'] + plays(2, 70001), [], 'that are not known'),
@@ -214,8 +224,20 @@ MADE += [
     (plays(1, 70001) + reclaims(2) + plays(8, 70001) + [LATER], [], 'its line be lost'),
     (plays(1, 70001) + reclaims(2, 8) + ['1.9 500 600 V/HostPlatform: reclaim(70001) entered', '8.1 500 600 V/HostPlatform: '
                                          'reclaim(70001) = 1 in 900 us'], [], r'decoder 70001, process 500 \[reclaimed'),
-    (plays(1, 70001) + reclaims(2) + [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us'
-                                      for time in (0, 9)] + [LATER], [], 'another has its number'),
+    (plays(1, 70001) + reclaims(2) + INITS + [LATER], [], 'another has its number'),
+    (plays(1, 70001) + reclaims(2) + INITS + [LATER.replace('99', '8')], ['reclaim-hangs'], 'Whose: .* 6.0 s when its process'),
+    (plays(1, 70001) + reclaims(2) + plays(20, 70002, pid=500)[:1] + ['20.1 500 600 I/VideoClient: core_type: 801', LATER],
+     [], 'its line be lost'),
+    (plays(1, 70001) + reclaims(2, 3602) + window(3603, 'connect'), [], 'the clock may have been set'),
+    (plays(1, 70001) + reclaims(2) + [LATER, LATER.replace('99', '3600')], ['reclaim-hangs'], '97.0 s when the log'),
+    (timed(20, 5000), [], r'\[reclaimed'), (timed(20, 5000000), ['release-slow'], 'at least 2.0 s of 5.0 s'),
+    (plays(1, 70001) + ['2 500 501 I/VideoClient: clear display resource all 0, port 1', CLEARED], ['ports-not-cleared'],
+     r'70001, process 500 \[held((?!not configured).)*$'),
+    (plays(1, 70001) + ['2 500 501 I/VideoClient: clear display resource all 1, port 1', CLEARED], ['ports-not-cleared'],
+     r'not configured, keeps the core'),
+    (plays(1, 70001) + ['2 9 9 I/Zygote: Process 500 exited due to signal (9)', '3 510 502 ' + REFUSED.format(-16)],
+     ['process-died', 'refused'], 'Maybe by: gone with its process, .*: decoder 70001'),
+    (['1 500 501 W/VideoClient: crm-acquire: video/vvc -> none'] + plays(1, 70001), ['no-codec'], 'granted all the same'),
     (window(1, 'connect') + ['0 500 501 D/VideoScalerTvhw: --- win-blank [0]', '4 500 501 V/HostPlatform: TVHW_VSC_Close(0) '
                              '= 0 in 1 us'], [], 'it was never placed" would be said'),
 ]

@@ -27,7 +27,7 @@ class Calls:
         elif operation in ('TVHW_VSC_Open', 'TVHW_VSC_Close') and result == 0 and first.isdigit():
             return getattr(self._channels, operation[len('TVHW_VSC_'):].lower())(line, thread, int(first))
         elif operation == 'onReclaimedClientReleased':
-            fitting = [life for life in self._clients.reclaimed if life.state == 'reclaimed' and life.pid == line.pid
+            fitting = [life for life in self._clients.lost if life.state == 'reclaimed' and life.pid == line.pid
                        and str(life.calling_pid) == arguments and life.told_of_reclaim is None]
             if len(fitting) == 1:
                 fitting[0].tell(line, 'its owner released it after the reclaim')

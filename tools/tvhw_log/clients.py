@@ -10,6 +10,7 @@ from .verdicts import INVALID, NO_SERVICE, NO_SUCH_CORE, NOTHING_HELD, STUCK
 
 WAIT_LIMIT = 3.0  # Seconds that a reclaim waits for the calls in flight.
 PATIENCE = 10.0  # Seconds that the host platform's manager waits for the answer to a reclaim.
+SHORT = 0.1  # Seconds in which a wait that is over is noticed.
 LONG_RELEASE = 1.0  # Seconds in a codec's release() that are worth a verdict,
 LONG_RECLAIM = 1.5  # and in a reclaim of unknown parts that are worth a note.
 HANGS_AFTER = 3.5  # Seconds without its end after which a reclaim is not just under way.
@@ -26,7 +27,7 @@ class Clients:
         self._history = history
         self._holders = {}  # Process: clients that may hold a core.
         self._on_port = {}  # Port: the client it was granted to last.
-        self.reclaimed = collections.deque(maxlen=50)  # The last clients that were.
+        self.lost = collections.deque(maxlen=50)  # The last clients that were reclaimed, or whose process ended.
         self._reclaims = []  # The last that have ended, and those that have not.
         self.service = Service(history)
         self._rejections = []  # (line, encoder) of the last reclaims that encoders refused.
@@ -55,13 +56,6 @@ class Clients:
             life.kind = 'encoder'
         return life
 
-    @staticmethod
-    def _overtakes(line, thread):
-        """A thread that does something else is no longer in what it was in."""
-        thread.finding = None
-        for reclaim in thread.reclaims:
-            reclaim.overtaken = line.tid != 0
-
     def asked(self, line, thread, adaptive, width, height, max_width, max_height, pid, _color):
         life = self._asks(line, thread, 'decoder', f'{width}x{height}' + (
             f', adaptive up to {max_width}x{max_height}' if adaptive else ''),
@@ -73,7 +67,7 @@ class Clients:
         return self._asks(line, thread, 'encoder', f'{width}x{height}, {rate} frames a second', width and height)
 
     def _asks(self, line, thread, kind, stream, has_size):
-        self._overtakes(line, thread)
+        thread.finding = None
         life, thread.opened = thread.opened or thread.life, None
         if life is None or life.state != 'asking' or life.stream:
             life = self._new(line, thread)
@@ -126,17 +120,20 @@ class Clients:
             holders = [other for lives in self._holders.values() for other in lives
                        if other.state == 'holding' and other is not life and kind in (None, other.kind)]
             finding.candidates = [named(holders)] if holders else []
-            reclaimed = [other for other in self.reclaimed if other.state == 'reclaimed'
-                         and kind in (None, other.kind)][-3:]
-            if reclaimed:
-                finding.candidates.append('reclaimed before, if this platform frees the core only when the '
-                                          f'wrapper is destroyed: {named(reclaimed)}')
+            for state, when in (('reclaimed', 'reclaimed before, if this platform frees the core only when the wrapper is '
+                                 'destroyed'),
+                                ('process ended', 'gone with its process, if this platform does not free its core then')):
+                lost = [other for other in self.lost if other.state == state and kind in (None, other.kind)][-3:]
+                if lost:
+                    finding.candidates.append(f'{when}: {named(lost)}')
 
     def grant_lost(self, line, thread, _code):
         life = thread.life
         return life if life is not None and life.state == 'reclaimed' else self.requests(line, thread)
 
     def granted(self, line, thread, core, port, width, height):
+        if thread.finding and thread.finding.rule == 'no-codec':
+            thread.finding.detail = 'a core was granted all the same'
         thread.finding = None
         if thread.life and thread.life.state == 'reclaimed' and thread.process.has_calls:
             return thread.life  # At once, before it saw what it was granted.
@@ -297,17 +294,26 @@ class Clients:
 
     display_unrequested = display_none
 
+    def clearing(self, line, thread, both, _port):
+        thread.clears_both = both
+        return self.clear_failed(line, thread)
+
+    def clear_failed(self, line, thread, *code):
+        """In pixel mode both ports are cleared, in a release one."""
+        return self.give_back_failed(line, thread, *code) if thread.clears_both == 0 else self.concerned(line, thread)
+
     def not_cleared(self, line, thread):
-        life = self.concerned(line, thread)
-        life.tell(line, 'ports not cleared: not configured, keeps the core')
+        life = self.clear_failed(line, thread)
+        if thread.clears_both:
+            life.tell(line, 'ports not cleared: not configured, keeps the core')
         return life
 
-    def give_back_failed(self, line, thread, code):
+    def give_back_failed(self, line, thread, code=None):
         """A failure on the way out: whose, only a log with calls tells."""
         if not self._history.process(line.pid).has_calls:
             mine = [life for life in self._holders.get(line.pid, ()) if life.state == 'holding']
             return mine[0] if len(mine) == 1 else None
-        if thread.life is not None:
+        if thread.life is not None and code is not None:
             thread.life.tell(line, f'giving back or closing failed: code {code}')
         return thread.life
 
@@ -332,7 +338,7 @@ class Clients:
                 and (calling_pid in (None, -1) or life.calling_pid in (None, calling_pid))]
 
     def _begin(self, line, thread, calling_pid):
-        self._overtakes(line, thread)
+        thread.finding = None
         kind = 'encoder' if line.tag == ENCODER else 'decoder'
         reclaim = Reclaim(line, line.tid, kind, self._meant(line, thread, calling_pid))
         life = reclaim.life
@@ -410,7 +416,7 @@ class Clients:
             return
         self.end_hold(life, line)
         life.state, life.told_of_reclaim = 'reclaimed', None
-        self.reclaimed.append(life)
+        self.lost.append(life)
         history.show(('life', life), 'guard', 'guard closed: a reclaim', reclaim.begin, line)
         if reclaim.quiet:
             history.show(('life', life), 'wait', self._waits(reclaim), reclaim.begin, reclaim.quiet,
@@ -446,19 +452,18 @@ class Clients:
     def judge_length(self, reclaim, measured=None):
         """Says what took long in a reclaim that has ended, as far as the log tells its parts; in seconds, as
         measured, or by the clock, which may have been set meanwhile."""
-        taken = seconds(reclaim.begin, reclaim.end)
-        if measured is not None and taken is not None:
-            taken = min(taken, measured)
+        taken = seconds(reclaim.begin, reclaim.end) if measured is None else measured
         if taken is None or not reclaim.began:
             return
         lines = [line for line in (reclaim.begin, reclaim.quiet, reclaim.end) if line]
         late = f'; the host platform\'s manager waits {PATIENCE:.0f} s' if taken > PATIENCE else ''
-        known = min(taken, seconds(reclaim.quiet, reclaim.end)) if reclaim.quiet else taken - WAIT_LIMIT
-        at_least = '' if reclaim.quiet else 'at least '
+        known = min(taken, seconds(reclaim.quiet, reclaim.end) or 0.0) if reclaim.quiet else 0.0
+        at_least = 'at least ' if known < taken - WAIT_LIMIT - SHORT else ''
+        known = max(known, taken - WAIT_LIMIT)
         if known >= LONG_RELEASE:
             self._history.find('release-slow', reclaim.who, lines,
                                f'{at_least}{known:.1f} s of {taken:.1f} s{late}', reclaim.candidates,
-                               absent=reclaim.quiet is not None)  # Of calls that it would have waited for.
+                               absent=not at_least)  # Of calls that it would have waited for.
         elif taken >= LONG_RECLAIM and not reclaim.quiet:
             self._history.note(f'A reclaim took {taken:.1f} s ({reclaim.begin.clock}, {reclaim.who}): whether it '
                                'waited for calls, as it may for 3 s, or for release(), the log does not tell.')
@@ -469,18 +474,24 @@ class Clients:
         for pid, holders in self._holders.items():
             self._holders[pid] = [life for life in holders if life not in lives]
 
-    def process_ended(self, pid):
-        self._holders.pop(pid, None)
+    def process_ended(self, pid, last):
+        """A reclaim that the process outlived for long is told of; what has died of it is not at fault."""
+        self.lost.extend(life for life in self._holders.pop(pid, ()) if life.state == 'holding')
+        for reclaim in self._reclaims:
+            if reclaim.pid == pid and last.time - reclaim.begin.time >= HANGS_AFTER:
+                self._judge_open(reclaim, last)
         self._reclaims = [reclaim for reclaim in self._reclaims if reclaim.pid != pid]
 
     def finish_reclaims(self):
         for reclaim in self._reclaims:
-            if reclaim.end is None and reclaim.began:
-                self._judge_open(reclaim)
+            self._judge_open(reclaim, self._history.last)
 
-    def _judge_open(self, reclaim):
+    def _judge_open(self, reclaim, until):
+        if reclaim.end is not None or not reclaim.began:
+            return
         history = self._history
-        after = seconds(reclaim.begin, history.last)
+        ends = 'the log ends' if until is history.last else 'its process ends'
+        after = until.time - reclaim.begin.time if until.clock else 0.0
         where = f'{reclaim.begin.clock}, {reclaim.who}'
         thread = history.thread(reclaim.begin)
         in_release = reclaim.quiet is not None and reclaim.timeout is None
@@ -492,7 +503,7 @@ class Clients:
                 or answered and answered.time >= reclaim.begin.time:
             history.note(f'The end of a reclaim is not in the log ({where}), but its thread went on, it was answered '
                          'or a core was granted: it may have ended, and its line be lost.')
-        elif after is None or after < HANGS_AFTER:
+        elif after < HANGS_AFTER:
             history.note(f'The log ends in a reclaim that gave up waiting for calls ({where}).' if reclaim.timeout else
                          f'The log ends during a reclaim ({where}): too soon to tell more.')
         elif history.quiet_for(reclaim.begin) <= GRACE and not history.has_system and not (
@@ -502,13 +513,13 @@ class Clients:
         else:
             known = 'the wait was over, release() is next' if reclaim.timeout and not in_release else \
                 'inside release()' if in_release else 'waiting or in release()'
-            history.find('reclaim-hangs', reclaim.who, lines, f'{after:.1f} s when the log ends, {known}',
+            history.find('reclaim-hangs', reclaim.who, lines, f'{after:.1f} s when {ends}, {known}',
                          reclaim.candidates, absent=True)
         if reclaim.life:
             reclaim.life.tell(reclaim.begin, 'a reclaim begins, whose end is not in the log')
-            history.show(('life', reclaim.life), 'guard', 'guard closed: a reclaim', reclaim.begin, history.last)
+            history.show(('life', reclaim.life), 'guard', 'guard closed: a reclaim', reclaim.begin, until)
         history.show(('thread', reclaim.pid, reclaim.tid), 'reclaim', f'reclaim: {reclaim.who}, no end',
-                     reclaim.begin, history.last, reclaim.life)
+                     reclaim.begin, until, reclaim.life)
 
     def finish(self, life):
         history, last = self._history, self._history.last

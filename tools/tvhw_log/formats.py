@@ -52,7 +52,7 @@ _DAYS_BEFORE = [0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334]
 class Line:
     """One line. `time` is in seconds and never far below that of the line before, `clock` is what the
     line says; empty where the form has none. What the form lacks is 0 (pid, tid) or empty (tag)."""
-    __slots__ = ('file', 'number', 'raw', 'time', 'pid', 'tid', 'priority', 'tag', 'message', '_stamp')
+    __slots__ = ('file', 'number', 'raw', 'time', 'silence', 'pid', 'tid', 'priority', 'tag', 'message', '_stamp')
 
     def __init__(self, file, number, raw, time, stamp, pid, tid, priority, tag, message):
         self.file, self.number, self.raw, self.time, self._stamp = file, number, raw, time, stamp

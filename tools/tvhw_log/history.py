@@ -15,6 +15,7 @@ from .verdicts import HOST_CODES, MISTAKES, NOTHING_HELD, Finding, Verdicts
 
 TOGETHER = 5.0  # Seconds in which failure lines of one operation follow each other.
 SOON = 1.0  # Seconds in which the host platform and the library tell of the same.
+SILENCE = 600.0  # Seconds without a line from which on the clock may have been set: they do not count.
 KEPT_LIVES = 2000
 KEPT_THREADS = 20000
 KEPT_UNKNOWN = 10
@@ -35,6 +36,7 @@ class History:
         self.begins_in_the_middle = False
         self.has_system = False  # Whether lines of others are in it, which would tell of the end of processes.
         self.loss = None  # The first line by which the log is known to have lost some.
+        self.silence = 0.0  # Seconds that do not count so far.
         self._seen = set()  # Events that this log has,
         self._odd = {}  # and those one of which is missing: where it was first.
         self.levels = {}  # Tag: the highest level that was seen.
@@ -52,6 +54,10 @@ class History:
                                   for event, of, *_ in MESSAGES if of[0] in tags)
 
     def read(self, line):
+        gap = line.time - self.silence - self.last.time if self.last else 0.0
+        self.silence += gap if gap >= SILENCE else 0.0
+        line.silence = self.silence
+        line.time -= self.silence
         if line.tag is None:
             self._read_formless(line)
             return
@@ -73,15 +79,16 @@ class History:
         if level > self.levels.get(line.tag, -1):
             self.levels[line.tag] = level
         thread = self.thread(line)
-        thread.process.last = line
         if level <= 3 and line.tid:
             self._judge_order(name, line, thread)
         thread.is_first = not thread.has_spoken
         thread.has_spoken |= level <= 3
+        for reclaim in thread.reclaims if level <= 3 and line.tid and name not in ('reclaim_timeout', 'reclaim_end') else ():
+            reclaim.overtaken = True
         life = self._handlers[name](line, thread, *values)
         if name in _CAUSES:
             self._fail(name, line, thread, values, life)
-        thread.is_new = False
+        thread.is_new, thread.process.last = False, line
         for observer in self.observers:
             observer.line(line)
 
@@ -278,6 +285,7 @@ class History:
     def end_process(self, pid, line, text):
         """Ends all of a process that is no more."""
         process = self.processes[pid]
+        self.clients.process_ended(pid, process.last)
         for life in self._alive(pid):
             self.clients.end_hold(life, line)
             life.tell(line, text)
@@ -288,7 +296,6 @@ class History:
         for index in (self.by_id, self.by_codec, self._by_place):
             for key in [key for key in index if key[0] == pid]:
                 del index[key]
-        self.clients.process_ended(pid)
         if process.lacks_clients():
             self.loses(line)
         process.end, process.is_whole, process.last = line, None, None

@@ -58,7 +58,7 @@ class Reclaim:
         self.answered = None  # The service's line of its answer.
         self.began = True  # False: its beginning is not in the log.
         self.is_again = False  # Another had ended before it began.
-        self.overtaken = False  # Its thread went on to something else.
+        self.overtaken = False  # Its thread went on to something else: it may have ended.
 
     @property
     def who(self):
@@ -73,6 +73,7 @@ class Thread:
         self.life = self.finding = self.found = self.reclaimed_id = self.channel = self.panel = self.held_up = None
         self.opened = None  # A client that has not asked yet: the one that it replaces is closed in between.
         self.event = None  # The library's last on it.
+        self.clears_both = None  # Ports, and not one.
         self.ended = None  # The reclaim that has ended, until the host platform tells how long it took.
         self.reclaims = []  # Those under way, the innermost last.
         self.is_new = True  # No line of it has been read.
@@ -101,5 +102,6 @@ def named(lives, kind='client'):
 
 
 def seconds(begin, end):
-    """Returns how long it is from one line to another, or None where lines have no time."""
-    return max(0.0, end.time - begin.time) if begin.clock and end.clock else None
+    """Returns how long it is from one line to another, or None where that is not known."""
+    is_known = begin.clock and end.clock and begin.silence == end.silence
+    return max(0.0, end.time - begin.time) if is_known else None

@@ -63,6 +63,9 @@ def what_is_not_told(history):
     if history.loss:
         yield (f'The log has lost or damaged lines, the first before or at {history.loss.file}:{history.loss.number}: '
                'what rests on a line that is not there is not told, and a number in a single line may be wrong.')
+    if history.silence:
+        yield ('Where nothing was logged for 10 minutes or more, the clock may have been set, or nothing happened: such '
+               'times do not count.')
     if not history.known or history.has_all_calls():
         return
     if level <= 1:

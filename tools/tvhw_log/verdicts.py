@@ -9,16 +9,16 @@ Rule = namedtuple('Rule', 'name title proved suggested next')
 
 RULES = [Rule(*row) for row in [
     ('process-died', 'A process that uses the library died',
-     'The system says so. All that the process held is free again.',
-     'Its last lines tell what it was doing; a reclaim under way is named.',
+     'The system says so.',
+     'Its last lines tell what it was doing; a reclaim under way is named. The platform gives back what it held.',
      'The process\'s own crash report; the last lines of this process.'),
     ('reclaim-hangs', 'A reclaim does not end',
      'It began, and no line tells its end though the log goes on.',
      'The wait for calls ends after 3 seconds, so that the codec\'s release() would be what does not return.',
      'The stack of the thread of "reclaim: start": what release() waits for, often a thread of the codec that never ends.'),
     ('codec-stuck', 'Calls were stuck in the codec when it was reclaimed',
-     'Calls had not returned 3 seconds after a reclaim began. The codec was then released under them; until '
-     'then nobody else got the core.',
+     'Calls had not returned 3 seconds after a reclaim began. The codec, if it is there still, is then '
+     'released under them.',
      'They wait in the codec, or in the resource manager\'s Free: nothing else is done inside the guard.',
      'Which calls these are (level 4 names them), what they wait for: a call must return when its input or output stalls.'),
     ('patience-over', 'A reclaim outlived the resource manager\'s patience',
@@ -56,7 +56,7 @@ RULES = [Rule(*row) for row in [
      'Whether the owner released or destroyed the wrapper after the failure; the code behind "ret=".'),
     ('no-codec', 'The resource manager knows no codec for this type of stream',
      'There is no codec type for the MIME type of the stream (an empty one: the library knows none either). '
-     'The request was sent all the same and cannot be served.',
+     'The request was sent all the same.',
      'The caller passed a type that this device does not have.',
      'The CodecType that the caller passed (for an encoder, key "outFormat"), and whether the device has such a codec.'),
     ('no-such-core', 'No core could ever serve the request',
@@ -109,7 +109,8 @@ RULES = [Rule(*row) for row in [
      'Others hold the two ports.',
      'Who holds the display ports; the manager\'s code behind "ret=", if there is one.'),
     ('ports-not-cleared', 'The display ports could not be cleared',
-     'Pixel mode clears both ports first. That failed, the configure operation too (-1); the wrapper keeps the core.',
+     'Pixel mode clears both first ("all 1", from level 2 on). If that failed, the configure operation did, too (-1); the '
+     'wrapper keeps the core. A release clears one by a property ("all 0"); if that failed, the release goes on.',
      'A failure in the manager.',
      'Whether the owner released the wrapper after the failure; what still shows on the ports.'),
     ('port-of-nobody', 'The scaler was given port 255, which no decoder has',
