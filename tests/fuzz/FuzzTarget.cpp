@@ -47,25 +47,21 @@ public:
     explicit World(FuzzedDataProvider& input) : mInput(input) {}
 
     void step() {
-        switch (pick(6)) {
-            case 0:
-                return changePlatform();
-            case 1:
-                return useDecoder(mDecoders[pick(2)]);
-            case 2:
-                return useEncoder(mEncoder);
-            case 3:
-                return useScaler(mScalers[pick(2)]);
-            case 4:
-                return useSink(mSinks[pick(2)]);
-            default:
-                return reclaim();
-        }
+        oneOf([&] { changePlatform(); }, [&] { useDecoder(mDecoders[pick(2)]); },
+              [&] { useEncoder(mEncoder); }, [&] { useScaler(mScalers[pick(2)]); },
+              [&] { useSink(mSinks[pick(2)]); }, [&] { reclaim(); });
     }
 
 private:
     std::size_t pick(std::size_t count) {
         return mInput.ConsumeIntegralInRange<std::size_t>(0, count - 1);
+    }
+
+    /// Takes one of the actions.
+    template <typename... Actions>
+    void oneOf(Actions const&... actions) {
+        std::size_t number = pick(sizeof...(actions));
+        ((number-- == 0 ? actions() : void()), ...);
     }
 
     bool flag() { return mInput.ConsumeBool(); }
@@ -95,20 +91,18 @@ private:
     }
 
     void changePlatform() {
-        switch (pick(6)) {
-            case 0:
-                return kvo::host::failCall("*", number() | 1, 1 + pick(16));
-            case 1:
-                return kvo::host::forceGrant({maybe(), maybe(), maybe(), maybe()});
-            case 2:
-                return kvo::host::setPool({{number(), false, number(), number()}, {1, true}});
-            case 3:
-                return kvo::host::setPanel({number(), number(), flag()});
-            case 4:
-                return kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", maybe());
-            default:
-                return kvo::host::setForcedAcquirePolicy([](int pid) { return pid % 2 == 0; });
-        }
+        oneOf([&] { kvo::host::failCall("*", number() | 1, 1 + pick(16)); },
+              [&] {
+                  kvo::host::forceGrant({maybe(), maybe(), maybe(), maybe()});
+              },
+              [&] {
+                  kvo::host::setPool({{number(), false, number(), number()}, {1, true}});
+              },
+              [&] {
+                  kvo::host::setPanel({number(), number(), flag()});
+              },
+              [&] { kvo::host::setProperty("ro.vendor.kvo.omx.clear_display", maybe()); },
+              [] { kvo::host::setForcedAcquirePolicy([](int pid) { return pid % 2 == 0; }); });
     }
 
     template <typename Wrapper, typename Fake>
@@ -127,41 +121,30 @@ private:
             &Wrapper::reconfigureOutputBuffer};
         static auto const kCalls = guardedDecoderCalls();
         construct(decoder, std::make_shared<FakeDecoder>());
-        BufferInfo buffer;
-        switch (pick(6)) {
-            case 0:
-            case 1: {
-                auto const operation = kConfigure[pick(kConfigure.size())];
-                auto const type =
-                    static_cast<CodecType>(flag() ? number() : static_cast<int>(pick(15)));
-                auto const result = ((*decoder).*operation)(type, configuration());
-                return requireCodecCode(result.status().code());
-            }
-            case 2:
-                return requireCodecCode(decoder->release().status().code());
-            case 3:
-                buffer.videoPort = number();
-                return requireCodecCode(decoder->releaseOutputBuffer(buffer).status().code());
-            case 4:
-                return decoder.reset();
-            default:
-                return requireCodecCode(kCalls[pick(kCalls.size())].call(*decoder));
-        }
+        auto const configure = [&] {
+            auto const operation = kConfigure[pick(kConfigure.size())];
+            auto const type =
+                static_cast<CodecType>(flag() ? number() : static_cast<int>(pick(15)));
+            requireCodecCode(((*decoder).*operation)(type, configuration()).status().code());
+        };
+        auto const show = [&] {
+            BufferInfo buffer;
+            buffer.videoPort = number();
+            requireCodecCode(decoder->releaseOutputBuffer(buffer).status().code());
+        };
+        oneOf(
+            configure, configure, [&] { requireCodecCode(decoder->release().status().code()); },
+            show, [&] { decoder.reset(); },
+            [&] { requireCodecCode(kCalls[pick(kCalls.size())].call(*decoder)); });
     }
 
     void useEncoder(std::unique_ptr<VideoEncoderClientWrapperResource>& encoder) {
         static auto const kCalls = guardedEncoderCalls();
         construct(encoder, std::make_shared<FakeEncoder>());
-        switch (pick(4)) {
-            case 0:
-                return requireCodecCode(encoder->configure(configuration()).status().code());
-            case 1:
-                return requireCodecCode(encoder->release().status().code());
-            case 2:
-                return encoder.reset();
-            default:
-                return requireCodecCode(kCalls[pick(kCalls.size())].call(*encoder));
-        }
+        oneOf([&] { requireCodecCode(encoder->configure(configuration()).status().code()); },
+              [&] { requireCodecCode(encoder->release().status().code()); },
+              [&] { encoder.reset(); },
+              [&] { requireCodecCode(kCalls[pick(kCalls.size())].call(*encoder)); });
     }
 
     void useScaler(std::unique_ptr<VideoScalerClientTvhwImpl>& scaler) {
@@ -173,39 +156,26 @@ private:
         info.type = static_cast<std::uint32_t>(flag() ? number() : static_cast<int>(pick(9)));
         info.port = mInput.ConsumeIntegral<std::uint8_t>();
         info.adaptive = number();
-        switch (pick(6)) {
-            case 0:
-                return scaler->connect(info);
-            case 1:
-                info.inputRegion = region();
-                info.outputRegion = region();
-                return scaler->updateRegion(info);
-            case 2:
-                return scaler->disconnect();
-            case 3:
-                return scaler->bbdCallbackRegion(region());
-            case 4:
-                return scaler->setCallback(flag() ? mListener : nullptr);
-            default:
-                return scaler.reset();
-        }
+        auto const update = [&] {
+            info.inputRegion = region();
+            info.outputRegion = region();
+            scaler->updateRegion(info);
+        };
+        oneOf([&] { scaler->connect(info); }, update, [&] { scaler->disconnect(); },
+              [&] { scaler->bbdCallbackRegion(region()); },
+              [&] { scaler->setCallback(flag() ? mListener : nullptr); }, [&] { scaler.reset(); });
     }
 
     void useSink(std::unique_ptr<ImageSinkTvhwImpl>& sink) {
         if (sink == nullptr) {
             sink = std::make_unique<ImageSinkTvhwImpl>();
         }
-        switch (pick(4)) {
-            case 0:
-                return requireSinkCode(sink->configure(configuration()));
-            case 1:
-                return requireSinkCode(
-                    sink->displayPicture({0, number(), number(), 0, mMemory, number(), number()}));
-            case 2:
-                return requireSinkCode(sink->close());
-            default:
-                return sink.reset();
-        }
+        auto const show = [&] {
+            requireSinkCode(
+                sink->displayPicture({0, number(), number(), 0, mMemory, number(), number()}));
+        };
+        oneOf([&] { requireSinkCode(sink->configure(configuration())); }, show,
+              [&] { requireSinkCode(sink->close()); }, [&] { sink.reset(); });
     }
 
     /// Calls back with the cookie of an open client or with any other.

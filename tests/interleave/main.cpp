@@ -11,7 +11,7 @@
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: tvhw_interleave [--bound N | --brief | --compare RUNS] [SCENARIO...]
+    R"(Usage: tvhw_interleave [--bound N | --compare RUNS] [SCENARIO...]
        tvhw_interleave --replay SCENARIO DECISIONS
 
 Runs the library, its instrumented copy by LD_LIBRARY_PATH, under every order in which the threads of
@@ -19,7 +19,6 @@ each scenario can go on, and checks what each of them does. Exits with 0 when al
 rule is broken or there are too many orders, 2 when the options are wrong.
 
   --bound N       only orders with at most N preemptions (0 to 9); any copy of the library will do
-  --brief         does not look for the shortest run that breaks a rule
   --compare RUNS  makes at most so many runs of each scenario, and of programs that are made up, with
                   a bound, and so many at random: these must come to nothing new
   --replay        runs one order, as printed with a broken rule, and prints what each thread does
@@ -73,10 +72,9 @@ int compareAll(Names const& names, std::uint64_t runs) {
     return all.empty() ? 1 : 0;
 }
 
-int one(std::string const& option, std::string const& name, std::string const& decisions) {
+int replayOne(std::string const& name, std::string const& decisions) {
     for (auto const& scenario : chosen({name})) {
-        option == "--replay" ? interleave::replay(scenario, decisions)
-                             : interleave::showShortest(scenario, decisions);
+        interleave::replay(scenario, decisions);
         return 0;
     }
     std::cerr << "tvhw_interleave: no scenario '" << name << "'\n";
@@ -87,14 +85,14 @@ int one(std::string const& option, std::string const& name, std::string const& d
 
 int main(int count, char** arguments) {
     __libc_single_threaded = 0;  // References are counted as where there are threads.
-    Names words(arguments + 1, arguments + count);
+    Names const words(arguments + 1, arguments + count);
     std::string const option = words.empty() ? "" : words[0];
     if (option == "--help") {
         std::cout << kHelp;
         return 0;
     }
-    if ((option == "--replay" || option == "--shortest") && words.size() == 3) {
-        return one(option, words[1], words[2]);
+    if (option == "--replay" && words.size() == 3) {
+        return replayOne(words[1], words[2]);
     }
     auto const isNumber = [&](std::size_t length) {
         return words.size() > 1 && !words[1].empty() && words[1].size() <= length &&
@@ -102,10 +100,6 @@ int main(int count, char** arguments) {
     };
     if (option == "--compare" && isNumber(9)) {
         return compareAll({words.begin() + 2, words.end()}, std::stoull(words[1]));
-    }
-    if (option == "--brief") {
-        interleave::beBrief();
-        words.erase(words.begin());
     }
     if (option == "--bound" && isNumber(1)) {
         return walkAll({words.begin() + 2, words.end()}, std::stoul(words[1]));

@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -46,51 +45,47 @@ void noteReferences(void const volatile* number, interleave::References const& r
 #define NOTE(Type, isRead, isWrite)                                             \
     noteAtomic({const_cast<Type const*>(memory), sizeof(Type), isRead, isWrite, \
                 isRead && acquires(order), isWrite && releases(order), CODE, nullptr})
-#define CHANGE(bits, Type, name, builtin)                                             \
-    Type __tsan_atomic##bits##_##name(Type volatile* memory, Type value, int order) { \
-        NOTE(Type, true, true);                                                       \
-        return builtin(memory, value, __ATOMIC_SEQ_CST);                              \
-    }
 // Of the standard library's loop that takes a reference, if there is one, the first round succeeds.
-#define COMPARE(bits, Type, name)                                                             \
-    bool __tsan_atomic##bits##_compare_exchange_##name(Type volatile* memory, Type* expected, \
-                                                       Type value, int order, int) {          \
-        if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {       \
-            noteReferences(memory, {1, true}, CODE);                                          \
-            *expected = *memory;                                                              \
-            return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;      \
-        }                                                                                     \
-        NOTE(Type, true, true);                                                               \
-        return __atomic_compare_exchange_n(memory, expected, value, false, __ATOMIC_SEQ_CST,  \
-                                           __ATOMIC_SEQ_CST);                                 \
+#define ATOMIC(bits, Type)                                                                   \
+    Type __tsan_atomic##bits##_load(Type const volatile* memory, int order) {                \
+        if (isReferences(memory, order, __ATOMIC_RELAXED)) {                                 \
+            noteReferences(memory, {0, false}, CODE);                                        \
+        } else {                                                                             \
+            NOTE(Type, true, false);                                                         \
+        }                                                                                    \
+        return __atomic_load_n(memory, __ATOMIC_SEQ_CST);                                    \
+    }                                                                                        \
+    void __tsan_atomic##bits##_store(Type volatile* memory, Type value, int order) {         \
+        NOTE(Type, false, true);                                                             \
+        __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                                   \
+    }                                                                                        \
+    Type __tsan_atomic##bits##_fetch_add(Type volatile* memory, Type value, int order) {     \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                                 \
+            noteReferences(memory, {static_cast<int>(value), false}, CODE);                  \
+        } else {                                                                             \
+            NOTE(Type, true, true);                                                          \
+        }                                                                                    \
+        return __atomic_fetch_add(memory, value, __ATOMIC_SEQ_CST);                          \
+    }                                                                                        \
+    Type __tsan_atomic##bits##_fetch_sub(Type volatile* memory, Type value, int order) {     \
+        NOTE(Type, true, true);                                                              \
+        return __atomic_fetch_sub(memory, value, __ATOMIC_SEQ_CST);                          \
+    }                                                                                        \
+    Type __tsan_atomic##bits##_exchange(Type volatile* memory, Type value, int order) {      \
+        NOTE(Type, true, true);                                                              \
+        return __atomic_exchange_n(memory, value, __ATOMIC_SEQ_CST);                         \
+    }                                                                                        \
+    bool __tsan_atomic##bits##_compare_exchange_weak(Type volatile* memory, Type* expected,  \
+                                                     Type value, int order, int) {           \
+        if (isReferences(memory, order, __ATOMIC_ACQ_REL) && value == *expected + 1U) {      \
+            noteReferences(memory, {1, true}, CODE);                                         \
+            *expected = *memory;                                                             \
+            return *memory != 0 && __atomic_fetch_add(memory, 1, __ATOMIC_SEQ_CST) != 0;     \
+        }                                                                                    \
+        NOTE(Type, true, true);                                                              \
+        return __atomic_compare_exchange_n(memory, expected, value, false, __ATOMIC_SEQ_CST, \
+                                           __ATOMIC_SEQ_CST);                                \
     }
-#define ATOMIC(bits, Type)                                                               \
-    Type __tsan_atomic##bits##_load(Type const volatile* memory, int order) {            \
-        if (isReferences(memory, order, __ATOMIC_RELAXED)) {                             \
-            noteReferences(memory, {0, false}, CODE);                                    \
-        } else {                                                                         \
-            NOTE(Type, true, false);                                                     \
-        }                                                                                \
-        return __atomic_load_n(memory, __ATOMIC_SEQ_CST);                                \
-    }                                                                                    \
-    Type __tsan_atomic##bits##_fetch_add(Type volatile* memory, Type value, int order) { \
-        if (isReferences(memory, order, __ATOMIC_ACQ_REL)) {                             \
-            noteReferences(memory, {static_cast<int>(value), false}, CODE);              \
-        } else {                                                                         \
-            NOTE(Type, true, true);                                                      \
-        }                                                                                \
-        return __atomic_fetch_add(memory, value, __ATOMIC_SEQ_CST);                      \
-    }                                                                                    \
-    void __tsan_atomic##bits##_store(Type volatile* memory, Type value, int order) {     \
-        NOTE(Type, false, true);                                                         \
-        __atomic_store_n(memory, value, __ATOMIC_SEQ_CST);                               \
-    }                                                                                    \
-    CHANGE(bits, Type, exchange, __atomic_exchange_n)                                    \
-    CHANGE(bits, Type, fetch_sub, __atomic_fetch_sub)                                    \
-    CHANGE(bits, Type, fetch_and, __atomic_fetch_and)                                    \
-    CHANGE(bits, Type, fetch_or, __atomic_fetch_or)                                      \
-    COMPARE(bits, Type, strong)                                                          \
-    COMPARE(bits, Type, weak)
 
 extern "C" {
 
@@ -110,17 +105,15 @@ PLAIN(4)
 PLAIN(8)
 PLAIN(16)
 ATOMIC(8, std::uint8_t)
-ATOMIC(16, std::uint16_t)
 ATOMIC(32, std::uint32_t)
-ATOMIC(64, std::uint64_t)
 // NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
 
 #undef PLAIN
 
-// The standard library's own code is not instrumented: a map changes its header and the nodes
-// beside the one that comes or goes.
+// The standard library's own code, which links the nodes of a map, is not instrumented. Whoever
+// follows such links has read the header.
 
 #include <bits/stl_tree.h>
 
@@ -134,18 +127,6 @@ Function* theirs(char const* name, Function* /*like*/) {
     return function;
 }
 
-void noteTree(std::_Rb_tree_node_base const* node, std::_Rb_tree_node_base const& header,
-              void const* code) {
-    noteAccess(&header, sizeof header, true, code);
-    using Node = std::_Rb_tree_node_base const*;
-    for (Node const near :
-         std::array<Node, 4>{node, node->_M_parent, node->_M_left, node->_M_right}) {
-        if (near != nullptr) {
-            noteAccess(near, sizeof *near, true, code);
-        }
-    }
-}
-
 }  // namespace
 
 namespace std {
@@ -156,7 +137,7 @@ void _Rb_tree_insert_and_rebalance(bool const left, _Rb_tree_node_base* node,
         theirs("_ZSt29_Rb_tree_insert_and_rebalancebPSt18_Rb_tree_node_baseS0_RS_",
                &_Rb_tree_insert_and_rebalance);
     insert(left, node, parent, header);
-    noteTree(node, header, CODE);
+    noteAccess(&header, sizeof header, true, CODE);
 }
 
 _Rb_tree_node_base* _Rb_tree_rebalance_for_erase(_Rb_tree_node_base* const node,
@@ -164,7 +145,7 @@ _Rb_tree_node_base* _Rb_tree_rebalance_for_erase(_Rb_tree_node_base* const node,
     static auto* const erase =
         theirs("_ZSt28_Rb_tree_rebalance_for_erasePSt18_Rb_tree_node_baseRS_",
                &_Rb_tree_rebalance_for_erase);
-    noteTree(node, header, CODE);
+    noteAccess(&header, sizeof header, true, CODE);
     return erase(node, header);
 }
 

@@ -36,8 +36,7 @@ constexpr std::uint64_t kMaxBounded = 3'000'000;
 constexpr Nanoseconds kClockBegin = 3'600'000'000'000;
 constexpr int kColumn = 20;  ///< Width of a thread's in a trace.
 
-/// What is run, and what is done with a broken rule.
-enum class Mode { kWalk, kBrief, kShortest, kReplay, kCompare };
+enum class Mode { kWalk, kReplay, kCompare };
 
 enum class Wait { kNone, kLock, kSignal, kTime, kReady, kEnd };
 
@@ -84,7 +83,6 @@ bool gIsHearing = false;  ///< What is read comes before.
 bool gIsNoted = false;    ///< The step is written to its event.
 bool gIsProgramInstrumented = false;
 bool gIsLibraryInstrumented = false;
-unsigned int gShortestBound = 0;
 Mode gMode = Mode::kWalk;
 ucontext_t gExplorer;
 Scenario const* gScenario = nullptr;
@@ -96,13 +94,6 @@ std::array<std::array<char, kStackSize>, kMaxThreads> gStacks;
 Event& event() {
     static Event unnoted;
     return gIsNoted ? gEvents[gRun.step] : unnoted;
-}
-
-/// Runs this program again.
-void runSelf(std::string const& option, std::string const& decisions) {
-    std::fflush(stdout);
-    std::string const self = "/proc/" + std::to_string(getpid()) + "/exe";
-    std::system((self + " " + option + " " + gScenario->name + " '" + decisions + "'").c_str());
 }
 
 /// Prints where in the source an address lies.
@@ -134,26 +125,17 @@ void printAccesses(std::uintptr_t stake) {
     }
 }
 
-/// Ends the process, after others have looked for the shortest run that comes to this and shown
-/// it. `stake` is the memory that the rule is about, if any.
+/// Ends the process. `stake` is the memory that the rule is about, if any.
 [[noreturn]] void breakRun(std::string const& what, std::uintptr_t stake = 0) {
     gIsRunning = gIsWatching = false;
-    char const* const name = gScenario->name.c_str();
-    if (gMode == Mode::kShortest) {
-        std::printf(
-            "No run with less than %u preemptions comes to this. The same again, by\n"
-            "--replay %s '%s':\n",
-            gShortestBound, name, gRun.unusual.c_str());
-        runSelf("--replay", gRun.unusual);
-    } else if (gMode == Mode::kReplay) {
+    if (gMode != Mode::kReplay) {
+        char const* const name = gScenario->name.c_str();
+        std::printf("%s: broken after %llu schedules: %s\n--replay %s '%s'\n", name, gSchedules,
+                    what.c_str(), name, gRun.unusual.c_str());
+    } else {
         std::printf("Broken: %s\n", what.c_str());
         if (stake != 0) {
             printAccesses(stake);
-        }
-    } else {
-        std::printf("%s: broken after %llu schedules: %s\n", name, gSchedules, what.c_str());
-        if (gMode == Mode::kWalk) {
-            runSelf("--shortest", gRun.unusual);
         }
     }
     std::fflush(stdout);
@@ -520,8 +502,6 @@ void noteAtomic(AtomicAccess const& access) {
     }
 }
 
-void beBrief() { gMode = Mode::kBrief; }
-
 std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> bound) {
     prepare(scenario);
     auto const before = gSchedules;
@@ -539,19 +519,6 @@ std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> boun
 void replay(Scenario const& scenario, std::string const& decisions) {
     prepare(scenario);
     gMode = Mode::kReplay;
-    Given search(decisions);
-    runOnce(search);
-}
-
-void showShortest(Scenario const& scenario, std::string const& decisions) {
-    prepare(scenario);
-    gMode = Mode::kShortest;
-    for (; gShortestBound < 4; ++gShortestBound) {
-        Bounded search(gShortestBound);
-        if (!walk(search, 50'000)) {
-            break;
-        }
-    }
     Given search(decisions);
     runOnce(search);
 }

@@ -39,17 +39,10 @@ std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> boun
 /// Runs the one schedule that these decisions make and prints what each thread does.
 void replay(Scenario const& scenario, std::string const& decisions);
 
-/// Looks for the run with the fewest preemptions that breaks a rule, as the run that these
-/// decisions make does, and shows it by replay() in another process.
-void showShortest(Scenario const& scenario, std::string const& decisions);
-
 /// Makes at most `limit` runs within the bound, and `limit` at random: these must come to no order
 /// and to no outcome that explore() did not, unless it finds too many orders. Prints how many it
 /// found. Returns the number of runs that were compared.
 std::uint64_t compare(Scenario const& scenario, unsigned int bound, std::uint64_t limit);
-
-/// From now on explore() does not look for the shortest run that breaks a rule.
-void beBrief();
 
 // --- For the threads of a scenario.
 
