@@ -44,11 +44,14 @@ void play(Decoder& decoder) {
     }
 }
 
+/// A decoder that has begun to play.
+struct Player : Decoder {
+    Player() { play(*this); }
+};
+
 void playWhileFails(char const* platformCall) {
     failCall(platformCall, -5);
-    Decoder decoder;
-    play(decoder);
-    decoder.wrapper.release();
+    Player().wrapper.release();
 }
 
 void pass(int milliseconds) {
@@ -71,8 +74,7 @@ void goOn(int milliseconds) {
 /// Keeps two threads inside the codec's operation of this name and asks for the only core.
 void takeFromBusyCodec(char const* operation) {
     kvo::host::setPool({{}});
-    auto& first = *new Decoder;
-    play(first);
+    auto& first = *new Player;
     std::atomic<int> inside{0};
     first.codec->onCall = [&](std::string const& called) {
         if (called == operation) {
@@ -85,7 +87,7 @@ void takeFromBusyCodec(char const* operation) {
     while (operation == std::string("flush") && inside < 2) {
         std::this_thread::yield();
     }
-    std::thread([] { play(*new Decoder); }).detach();
+    std::thread([] { new Player; }).detach();
     goOn(3700);
 }
 
@@ -95,13 +97,8 @@ struct Holder : ResourceClient::Reclaimable {
 
 IVideoScalerClient::LayerInfo layer(int adaptive, int port = 0,
                                     Region const& output = {0, 0, 640, 360, 1280, 720}) {
-    IVideoScalerClient::LayerInfo info;
-    info.type = 4;
-    info.port = static_cast<decltype(info.port)>(port);
-    info.adaptive = static_cast<decltype(info.adaptive)>(adaptive);
-    info.inputRegion = {0, 0, 640, 360, 1280, 720};
-    info.outputRegion = output;
-    return info;
+    auto const number = static_cast<std::uint8_t>(port);
+    return {4, number, 0, adaptive, 0, {0, 0, 640, 360, 1280, 720}, output, 0};
 }
 
 void place(IVideoScalerClient::LayerInfo const& connected,
@@ -197,10 +194,8 @@ std::map<std::string, std::function<void()>> const kSituations{
      [] {
          kvo::host::setPool({{}});
          kvo::host::setForcedAcquirePolicy([](int) { return false; });
-         Decoder first;
-         play(first);
-         Decoder second;
-         play(second);
+         Player const first;
+         Player const second;
      }},
     {"manager-unreachable", [] { playWhileFails("TVHW_CRM_ClientInit"); }},
     {"live-encoder", [] { keepByLiveEncoder(1); }},
@@ -214,9 +209,8 @@ std::map<std::string, std::function<void()>> const kSituations{
     {"core-kept",
      [] {
          kvo::host::setPool({{}});
-         play(*new Decoder);
-         Decoder second;
-         play(second);
+         new Player;
+         Player const second;
          goOn(3100);
      }},
     {"never-freed",
@@ -263,15 +257,12 @@ std::map<std::string, std::function<void()>> const kSituations{
          kvo::host::setPool({{}});
          Decoder second;
          {
-             Decoder first;
-             play(first);
+             Player const first;
              play(second);
          }
          second.wrapper.release();
-         Decoder large;
-         Configuration stream = kStream;
-         stream.setInt32(key::kWidth, 9999);
-         large.wrapper.configureReferenceMode(CodecType::AVC, stream);
+         auto const large = configuration({{key::kWidth, 9999}, {key::kHeight, 720}});
+         Decoder().wrapper.configureReferenceMode(CodecType::AVC, large);
          Encoder().wrapper.configure(kStream);
      }},
     {"codec-refused",
@@ -284,8 +275,7 @@ std::map<std::string, std::function<void()>> const kSituations{
      [] {
          kvo::host::setPool({{}});
          Decoder second;
-         Decoder first;
-         play(first);
+         Player first;
          first.codec->onCall = [&](std::string const& called) {
              pass(called == "release" ? 1600 : 0);
          };
@@ -312,8 +302,7 @@ std::map<std::string, std::function<void()>> const kSituations{
 std::map<std::string, std::function<void()>> const kRoles{
     {"hold",
      [] {
-         Decoder decoder;
-         play(decoder);
+         Player decoder;
          while (!decoder.wrapper.writeInputData(nullptr, 0, 0).status().isError()) {
              pass(10);
          }

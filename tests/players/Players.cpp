@@ -92,17 +92,25 @@ VideoScalerClientTvhwImpl& scaler() {
 }
 
 IVideoScalerClient::LayerInfo layer(std::uint32_t right, std::uint32_t bottom, int port = 0) {
-    IVideoScalerClient::LayerInfo info;
-    info.type = 1;
-    info.port = static_cast<std::uint8_t>(port);
-    info.inputRegion = {0, 0, 1280, 720, 1280, 720};
-    info.outputRegion = {0, 0, right, bottom, 1920, 1080};
-    return info;
+    Region const output{0, 0, right, bottom, 1920, 1080};
+    return {1, static_cast<std::uint8_t>(port), 0, 0, 0, {0, 0, 1280, 720, 1280, 720}, output, 0};
 }
 
 void update(IVideoScalerClient::LayerInfo const& info) {
     scaler().connect(layer(1, 1));
     scaler().updateRegion(info);
+}
+
+/// Lets another thread make a call that stays in the codec's `operation` for ever.
+void getStuck(Player& player, char const* operation, std::function<void()> const& call) {
+    static std::atomic<bool> isInside{false};
+    player.inside(operation, [] {
+        isInside = true;
+        waitForEver();
+    });
+    std::thread(call).detach();
+    while (!isInside) {
+    }
 }
 
 using Mistakes = std::map<std::string, std::function<void(Player&)>>;
@@ -159,29 +167,15 @@ Mistakes const kMade{
      }},
     {"destroyed in a call",
      [](Player& player) {
-         std::atomic<bool> isInside{false};
-         player.inside("step", [&] {
-             isInside = true;
-             waitForEver();
-         });
          player.configure();
-         std::thread([&] { player.decoder->step(); }).detach();
-         while (!isInside) {
-         }
+         getStuck(player, "step", [&] { player.decoder->step(); });
          player.decoder.reset();
          std::_Exit(0);
      }},
     {"release hangs",
      [](Player&) {
-         static std::atomic<bool> isInside{false};
          auto& player = *new Player;
-         player.inside("release", [] {
-             isInside = true;
-             waitForEver();
-         });
-         std::thread([&] { player.decoder->release(); }).detach();
-         while (!isInside) {
-         }
+         getStuck(player, "release", [&] { player.decoder->release(); });
      }},
     {"client left open", [](Player&) { (new Player)->configure(); }},
     {"port 255", [](Player&) { scaler().connect(layer(100, 100, -1)); }},
