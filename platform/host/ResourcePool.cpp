@@ -12,6 +12,27 @@ namespace {
 
 std::int64_t sizeOf(CodecCore const& core) { return std::int64_t{core.maxWidth} * core.maxHeight; }
 
+/// Returns the next number after `last` that is not in use; when they are used up, from `first` on.
+template <typename IsInUse>
+int nextNumber(int last, int first, IsInUse const& isInUse) {
+    do {
+        last = last == std::numeric_limits<int>::max() ? first : last + 1;
+    } while (isInUse(last));
+    return last;
+}
+
+/// Returns the numbers that are paired with a key, in order.
+template <typename Key>
+std::vector<ResourcePool::Number> numbersOf(
+    std::set<std::pair<Key, ResourcePool::Number>> const& pairs, Key const& key) {
+    std::vector<ResourcePool::Number> result;
+    for (auto pair = pairs.lower_bound({key, 0}); pair != pairs.end() && pair->first == key;
+         ++pair) {
+        result.push_back(pair->second);
+    }
+    return result;
+}
+
 }  // namespace
 
 // --- The policy. What a holder gives up goes to the request that it was asked for. What is free
@@ -41,7 +62,7 @@ std::tuple<bool, int, std::int64_t, std::uint64_t> ResourcePool::order(Lease con
 bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending,
                           std::set<int> const& dependents) const {
     if (lease.since > pending.takeFrom || pending.refused.count(lease.holder) != 0 ||
-        lease.grantedAt + mLeastHold >= pending.since + kPatience) {
+        lease.grantedAt + mLeastHold >= pending.since + mPatience) {
         return false;
     }
     return priorityOf(lease.holder) <= priorityOf(pending.client) && !isStuck(lease.holder) &&
@@ -50,8 +71,9 @@ bool ResourcePool::mayAsk(Lease const& lease, Pending const& pending,
 
 // --- What carries it out.
 
-ResourcePool::ResourcePool(std::vector<CodecCore> const& cores, Clock::time_point (*now)())
-    : mNow(now) {
+ResourcePool::ResourcePool(std::vector<CodecCore> const& cores, Clock::time_point (*now)(),
+                           Clock::duration patience)
+    : mNow(now), mPatience(patience) {
     setCores(cores);
 }
 
@@ -81,10 +103,8 @@ void ResourcePool::setCores(std::vector<CodecCore> const& cores) {
 }
 
 int ResourcePool::openClient(std::string name, Owner owner, int above) {
-    int client = std::max(mLastClient, above);
-    do {
-        client = client == std::numeric_limits<int>::max() ? kIdsBegin + 1 : client + 1;
-    } while (isOpen(client) || reclaimFrom(client) != nullptr);
+    int const client = nextNumber(std::max(mLastClient, above), kIdsBegin + 1,
+                                  [&](int id) { return isOpen(id) || reclaimFrom(id) != nullptr; });
     if (above <= mLastClient) {
         mLastClient = client;  // One process's bound does not use up the ids of the others.
     }
@@ -117,7 +137,7 @@ void ResourcePool::giveBack(int client) {
     giveBackCore(client);
     for (Lease& port : mPorts) {
         if (port.holder == client) {
-            port = {};
+            port.holder = 0;
             mIsFreed = true;
         }
     }
@@ -172,7 +192,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     if (!makesSense(pending)) {
         return finish(kInvalid);
     }
-    bool const isOver = pending.since + kPatience <= mNow();
+    bool const isOver = pending.since + mPatience <= mNow();
     if (pending.granted || serve(pending)) {
         // Its holder may have given up but still be in its callback: what the newcomer does next
         // must not surprise it there.
@@ -226,16 +246,16 @@ void ResourcePool::finishReclaim(int reclaim, bool gaveUp) {
     if (!gaveUp && isOpen(holder)) {
         ++mClients.at(holder).refusals;
     }
-    std::set<Number> waiters{request};
-    auto const others = mWaiters.find(holder);
-    if (others != mWaiters.end() && reclaimFrom(holder) == nullptr) {
-        waiters.insert(others->second.begin(), others->second.end());
+    std::vector<Number> waiters{request};
+    if (reclaimFrom(holder) == nullptr) {
+        auto const others = numbersOf(mWaiters, holder);
+        waiters.insert(waiters.end(), others.begin(), others.end());
     }
-    for (Number const waiter : std::set<Number>(waiters)) {
+    for (Number const waiter : std::vector<Number>(waiters)) {
         auto const pending = mPending.find(waiter);
         if (!gaveUp && pending != mPending.end() && pending->second.queue) {
-            auto const& followers = mQueues.at(*pending->second.queue);
-            waiters.insert(followers.begin(), followers.end());
+            auto const followers = numbersOf(mQueues, *pending->second.queue);
+            waiters.insert(waiters.end(), followers.begin(), followers.end());
         }
     }
     for (Number const number : waiters) {
@@ -268,14 +288,16 @@ std::vector<ResourcePool::Lease const*> ResourcePool::leases(Request const& requ
 
 /// Gives what is free to the requests that wait for anything, the oldest first.
 void ResourcePool::serveInOrder() {
-    auto const isFree = [](Lease const& lease) { return lease.holder == 0; };
-    while (std::exchange(mIsFreed, false)) {
-        bool const isPortFree = std::any_of(mPorts.begin(), mPorts.end(), isFree);
-        bool isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
-        for (auto& [number, pending] : mPending) {
-            if ((pending.request.display ? isPortFree : isCoreFree) && serve(pending)) {
-                isCoreFree = std::any_of(mCores.begin(), mCores.end(), isFree);
-            }
+    auto const hasFree = [](auto const& leases) {
+        return std::any_of(leases.begin(), leases.end(),
+                           [](Lease const& lease) { return lease.holder == 0; });
+    };
+    if (!std::exchange(mIsFreed, false)) {
+        return;
+    }
+    for (auto& [number, pending] : mPending) {
+        if (pending.request.display ? hasFree(mPorts) : hasFree(mCores)) {
+            serve(pending);
         }
     }
 }
@@ -336,7 +358,7 @@ void ResourcePool::grant(Lease& lease, int client) {
 void ResourcePool::giveBackCore(int client) {
     for (Core& core : mCores) {
         if (core.holder == client) {
-            static_cast<Lease&>(core) = {};
+            core.holder = 0;
             mIsFreed = true;
         }
     }
@@ -356,58 +378,50 @@ bool ResourcePool::followsAnother(Number number, Pending& pending) {
     Request const& wish = pending.request;
     pending.queue = Wish(wish.display, wish.encoder, wish.width, wish.height,
                          priorityOf(pending.client), pending.refused);
-    auto& queue = mQueues[*pending.queue];
-    queue.insert(number);
-    return *queue.begin() != number;
+    mQueues.emplace(*pending.queue, number);
+    return firstLike(pending) != number;
 }
 
 void ResourcePool::leaveQueue(Number number, Pending& pending) {
     if (!pending.queue) {
         return;
     }
-    auto const queue = mQueues.find(*std::exchange(pending.queue, {}));
-    bool const wasFirst = *queue->second.begin() == number;
-    queue->second.erase(number);
-    if (queue->second.empty()) {
-        mQueues.erase(queue);
-    } else if (wasFirst) {
-        mUndecided.insert(*queue->second.begin());
+    bool const wasFirst = firstLike(pending) == number;
+    Wish const wish = *std::exchange(pending.queue, {});
+    auto const next = mQueues.erase(mQueues.find({wish, number}));
+    if (wasFirst && next != mQueues.end() && next->first == wish) {
+        mUndecided.insert(next->second);
     }
 }
 
+/// Returns the request that decides for one that is in a queue.
+ResourcePool::Number ResourcePool::firstLike(Pending const& pending) const {
+    return mQueues.lower_bound({*pending.queue, 0})->second;
+}
+
 int ResourcePool::waitsFor(Number request) const {
-    auto const& queue = mPending.at(request).queue;
-    return mPending.at(queue ? *mQueues.at(*queue).begin() : request).waitsFor;
+    Pending const& pending = mPending.at(request);
+    return pending.queue ? mPending.at(firstLike(pending)).waitsFor : pending.waitsFor;
 }
 
 /// Lets a request wait for a client's answer, or, when that is 0, for nobody's any longer.
 void ResourcePool::waitFor(Number number, int holder) {
     int& current = mPending.at(number).waitsFor;
-    auto const waiters = mWaiters.find(current);
-    if (waiters != mWaiters.end()) {
-        waiters->second.erase(number);
-        if (waiters->second.empty()) {
-            mWaiters.erase(waiters);
-        }
-    }
+    mWaiters.erase({current, number});
     current = holder;
     if (holder != 0) {
-        mWaiters[holder].insert(number);
+        mWaiters.emplace(holder, number);
     }
 }
 
 void ResourcePool::wakeWaitersFor(int holder) {
-    auto const waiters = mWaiters.find(holder);
-    if (waiters != mWaiters.end()) {
-        mUndecided.insert(waiters->second.begin(), waiters->second.end());
-    }
+    auto const waiters = numbersOf(mWaiters, holder);
+    mUndecided.insert(waiters.begin(), waiters.end());
 }
 
 void ResourcePool::lookAtRequestsOf(int client) {
-    for (auto own = mRequests.lower_bound({client, 0});
-         own != mRequests.end() && own->first == client; ++own) {
-        mUndecided.insert(own->second);
-    }
+    auto const own = numbersOf(mRequests, client);
+    mUndecided.insert(own.begin(), own.end());
 }
 
 void ResourcePool::dropRetired() {
@@ -425,14 +439,14 @@ ResourcePool::Reclaim const* ResourcePool::reclaimFrom(int client) const {
 /// Says whether a client should have answered a reclaim by now.
 bool ResourcePool::isStuck(int client) const {
     Reclaim const* const running = reclaimFrom(client);
-    return running != nullptr && running->since + kPatience <= mNow();
+    return running != nullptr && running->since + mPatience <= mNow();
 }
 
 /// Says whether a holder has not answered for long, or may not be asked yet.
 bool ResourcePool::isSlow(Lease const& lease) const {
     Reclaim const* const running = reclaimFrom(lease.holder);
     return running == nullptr ? lease.grantedAt + mLeastHold > mNow()
-                              : running->since + kPatienceWithOne <= mNow();
+                              : running->since + mPatience / 2 <= mNow();
 }
 
 /// Returns the clients that can, as far as is known, not answer a reclaim before `pending` has
@@ -447,9 +461,8 @@ std::set<int> ResourcePool::dependentsOn(Pending const& pending) const {
         auto const reclaim = mReclaims.find(end.insideReclaim);
         int const outer = reclaim == mReclaims.end() ? end.client : reclaim->second.holder;
         for (int const client : {end.client, outer}) {
-            auto const waiters = mWaiters.find(client);
-            if (dependents.insert(client).second && waiters != mWaiters.end()) {
-                for (Number const number : waiters->second) {
+            if (dependents.insert(client).second) {
+                for (Number const number : numbersOf(mWaiters, client)) {
                     ends.push_back(&mPending.at(number));
                 }
             }
@@ -465,8 +478,8 @@ int ResourcePool::priorityOf(int client) const { return mClients.at(client).owne
 template <typename Use>
 void ResourcePool::forDeadlines(Use const& use) const {
     for (auto const& [number, reclaim] : mReclaims) {
-        use(reclaim.since + kPatienceWithOne, reclaim.holder);
-        use(reclaim.since + kPatience, reclaim.holder);
+        use(reclaim.since + mPatience / 2, reclaim.holder);
+        use(reclaim.since + mPatience, reclaim.holder);
     }
     for (Core const& core : mCores) {
         use(core.grantedAt + mLeastHold, core.holder);
@@ -484,7 +497,7 @@ void ResourcePool::lookAtClock() {
         }
     });
     for (auto const& [number, pending] : mPending) {
-        if (pending.since + kPatience > now) {
+        if (pending.since + mPatience > now) {
             break;  // As are all that are newer.
         }
         mUndecided.insert(number);
@@ -494,7 +507,7 @@ void ResourcePool::lookAtClock() {
 
 ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
     auto next =
-        mPending.empty() ? Clock::time_point::max() : mPending.begin()->second.since + kPatience;
+        mPending.empty() ? Clock::time_point::max() : mPending.begin()->second.since + mPatience;
     forDeadlines([&](Clock::time_point time, int) {
         next = time > mLookedAt ? std::min(next, time) : next;
     });
@@ -502,9 +515,8 @@ ResourcePool::Clock::time_point ResourcePool::nextDeadline() const {
 }
 
 int ResourcePool::newReclaim(int holder, Number request, std::uint64_t takeFrom) {
-    do {
-        mLastReclaim = mLastReclaim == std::numeric_limits<int>::max() ? 1 : mLastReclaim + 1;
-    } while (mReclaims.count(mLastReclaim) != 0);
+    mLastReclaim =
+        nextNumber(mLastReclaim, 1, [&](int number) { return mReclaims.count(number) != 0; });
     mReclaims.emplace(mLastReclaim, Reclaim{holder, request, takeFrom, mNow()});
     return mLastReclaim;
 }
@@ -607,9 +619,9 @@ std::string ResourcePool::nameOf(int client) const {
 
 std::string ResourcePool::stuckClients() const {
     std::string text;
-    for (auto const& [number, reclaim] : mReclaims) {
-        if (isOpen(reclaim.holder) && isStuck(reclaim.holder)) {
-            text += (text.empty() ? "" : ", ") + nameOf(reclaim.holder);
+    for (auto const& [client, entry] : mClients) {
+        if (isStuck(client)) {
+            text += (text.empty() ? "" : ", ") + nameOf(client);
         }
     }
     return text;

@@ -34,10 +34,8 @@ public:
     static constexpr int kNoService = -ECONNREFUSED;  ///< Of the client library: no service to ask.
 
     /// How long a request may take, and how long a holder may be asked before it counts as stuck.
+    /// For half of that a request waits for one holder before it asks another as well.
     static constexpr std::chrono::seconds kPatience{10};
-
-    /// How long a request waits for one holder before it asks another as well.
-    static constexpr std::chrono::seconds kPatienceWithOne{5};
 
     /// The number of display ports, which count from 1.
     static constexpr int kPorts = 2;
@@ -87,7 +85,8 @@ public:
 
     /// A pool of these cores, whose reclaims are overdue by what `now` tells.
     explicit ResourcePool(std::vector<CodecCore> const& cores,
-                          Clock::time_point (*now)() = &Clock::now);
+                          Clock::time_point (*now)() = &Clock::now,
+                          Clock::duration patience = kPatience);
 
     /// Replaces the cores. Those that are in both pools stay; who holds one of the others keeps it,
     /// and is not asked for it.
@@ -213,6 +212,7 @@ private:
     void dropRetired();
     bool followsAnother(Number number, Pending& pending);
     void leaveQueue(Number number, Pending& pending);
+    [[nodiscard]] Number firstLike(Pending const& pending) const;
     void waitFor(Number number, int holder);
     void wakeWaitersFor(int holder);
     void lookAtRequestsOf(int client);
@@ -225,6 +225,7 @@ private:
     int newReclaim(int holder, Number request, std::uint64_t takeFrom);
 
     Clock::time_point (*mNow)();
+    Clock::duration const mPatience;
     std::list<Core> mCores;  ///< Their addresses stay.
     std::array<Lease, kPorts> mPorts;
     bool mIsFreed = false;  ///< Since serveInOrder() has looked.
@@ -233,8 +234,8 @@ private:
     std::map<Number, Pending> mPending;
     std::set<std::pair<int, Number>> mRequests;  ///< The same by client.
     std::set<Number> mUndecided;                 ///< Those of them to be looked at.
-    std::map<int, std::set<Number>> mWaiters;    ///< Those that wait for a holder, by holder.
-    std::map<Wish, std::set<Number>> mQueues;    ///< Those that the first of them decides for.
+    std::set<std::pair<int, Number>> mWaiters;   ///< Those that wait for a holder, by holder.
+    std::set<std::pair<Wish, Number>> mQueues;   ///< Those that the first of them decides for.
     std::map<int, Reclaim> mReclaims;
     Clock::time_point mLookedAt;  ///< At the clock.
     int mLastClient = kIdsBegin;
