@@ -7,6 +7,7 @@
 
 #include "Journal.h"
 #include "SystemUtils.h"
+#include "host/InProcessManager.h"
 #include "kvo_media_log.h"
 #include "tvhw_crm.h"
 #include "tvhw_vbe.h"
@@ -41,24 +42,56 @@ protected:
 
 // Whom the manager asks is the pool's policy, which has tests of its own; the platform check asks
 // what a client sees of it.
-TEST_F(HostPlatformTest, WhoWaitsForAHolderSleeps) {
+TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
+    kvo::host::setPool({{1, false, 640, 480}, {1, false, 640, 480}});
     std::promise<void> release;
     Client holder;
+    Client other;
     Client first;
     Client second;
     holder.onReclaimed = [&] { release.get_future().wait(); };
     EXPECT_EQ(holder.acquire(), 0);
+    EXPECT_EQ(other.acquire(), 0);
+    auto const begin = std::chrono::steady_clock::now();
     auto granted = std::async(std::launch::async, [&] { return first.acquire(); });
-    auto later = std::async(std::launch::async, [&] { return second.acquire(); });
+    auto closed = std::async(std::launch::async, [&] { return second.acquire(); });
     rusage before{};
     rusage after{};
     getrusage(RUSAGE_SELF, &before);
     EXPECT_EQ(granted.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100);
-    release.set_value();
+    auto* handle = second.handle;  // Not the one that its thread reads.
+    EXPECT_EQ(TVHW_CRM_ClientFree(&handle), 0);
+    EXPECT_EQ(closed.get(), -22);
+    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0);
     EXPECT_EQ(granted.get(), 0);
-    EXPECT_EQ(later.get(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << "at once";
+    release.set_value();
+    EXPECT_EQ(other.acquire(), 0);
+}
+
+// By a manager with less patience than that of the process.
+TEST(InProcessManagerTest, WhoWaitsIsAnsweredInTimeThoughNoHolderAnswers) {
+    static auto& manager = *new kvo::host::InProcessManager({{}}, std::chrono::milliseconds(200));
+    static std::promise<void> end;
+    static std::shared_future<void> const hasEnded(end.get_future());
+    auto const request = [] {
+        int client = 0;
+        auto const onReclaim = [](auto const*, void*) {
+            hasEnded.wait();
+            return 1;
+        };
+        manager.open("test", onReclaim, nullptr, client);
+        return manager.acquire(client, {false, false, 1, 640, 480}, false);
+    };
+    EXPECT_EQ(request(), 0);
+    auto first = std::async(std::launch::async, request);
+    auto second = std::async(std::launch::async, request);
+    EXPECT_EQ(std::pair(first.get(), second.get()), std::pair(-110, -110));
+    end.set_value();
+    while (request() != 0) {  // Until the answer has arrived.
+    }
 }
 
 TEST_F(HostPlatformTest, WhatMakesNoSenseIsRefused) {
