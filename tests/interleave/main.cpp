@@ -1,6 +1,7 @@
 #include <sys/single_threaded.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -40,10 +41,14 @@ std::vector<interleave::Scenario> chosen(Names const& names) {
                std::find(names.begin(), names.end(), scenario.name) == names.end();
     };
     all.erase(std::remove_if(all.begin(), all.end(), isOther), all.end());
+    if (all.empty()) {
+        std::cerr << "tvhw_interleave: no such scenario\n";
+        std::exit(2);
+    }
     return all;
 }
 
-int walkAll(Names const& names, Bound bound) {
+void walkAll(Names const& names, Bound bound) {
     std::uint64_t schedules = 0;
     auto const all = chosen(names);
     for (auto const& scenario : all) {
@@ -55,10 +60,9 @@ int walkAll(Names const& names, Bound bound) {
               << (bound ? "at most " + std::to_string(*bound) + " preemptions"
                         : "races looked for in each")
               << std::endl;
-    return all.empty() ? 1 : 0;
 }
 
-int compareAll(Names const& names, std::uint64_t runs) {
+void compareAll(Names const& names, std::uint64_t runs) {
     std::uint64_t compared = 0;
     auto all = chosen(names);
     for (unsigned int seed = 0; names.empty() && seed < kPrograms; ++seed) {
@@ -69,16 +73,6 @@ int compareAll(Names const& names, std::uint64_t runs) {
     }
     std::cout << all.size() << " scenarios compared with " << compared
               << " runs of plain searches: nothing new" << std::endl;
-    return all.empty() ? 1 : 0;
-}
-
-int replayOne(std::string const& name, std::string const& decisions) {
-    for (auto const& scenario : chosen({name})) {
-        interleave::replay(scenario, decisions);
-        return 0;
-    }
-    std::cerr << "tvhw_interleave: no scenario '" << name << "'\n";
-    return 2;
 }
 
 }  // namespace
@@ -87,26 +81,23 @@ int main(int count, char** arguments) {
     __libc_single_threaded = 0;  // References are counted as where there are threads.
     Names const words(arguments + 1, arguments + count);
     std::string const option = words.empty() ? "" : words[0];
-    if (option == "--help") {
-        std::cout << kHelp;
-        return 0;
-    }
-    if (option == "--replay" && words.size() == 3) {
-        return replayOne(words[1], words[2]);
-    }
     auto const isNumber = [&](std::size_t length) {
         return words.size() > 1 && !words[1].empty() && words[1].size() <= length &&
                words[1].find_first_not_of("0123456789") == std::string::npos;
     };
-    if (option == "--compare" && isNumber(9)) {
-        return compareAll({words.begin() + 2, words.end()}, std::stoull(words[1]));
-    }
-    if (option == "--bound" && isNumber(1)) {
-        return walkAll({words.begin() + 2, words.end()}, std::stoul(words[1]));
-    }
-    if (!words.empty() && words[0][0] == '-') {
+    if (option == "--help") {
+        std::cout << kHelp;
+    } else if (option == "--replay" && words.size() == 3) {
+        interleave::replay(chosen({words[1]}).front(), words[2]);
+    } else if (option == "--compare" && isNumber(9)) {
+        compareAll({words.begin() + 2, words.end()}, std::stoull(words[1]));
+    } else if (option == "--bound" && isNumber(1)) {
+        walkAll({words.begin() + 2, words.end()}, std::stoul(words[1]));
+    } else if (option.substr(0, 1) == "-") {
         std::cerr << "tvhw_interleave: these options make no sense; see --help\n";
         return 2;
+    } else {
+        walkAll(words, {});
     }
-    return walkAll(words, {});
+    return 0;
 }

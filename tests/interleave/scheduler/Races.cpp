@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace interleave {
@@ -10,7 +11,6 @@ namespace {
 
 struct Word {
     std::uint64_t run = 0;
-    Clock heard;
     std::vector<LibraryAccess> accesses;
 };
 
@@ -18,23 +18,16 @@ struct Word {
 std::unordered_map<std::uintptr_t, Word> gWords;
 std::uint64_t gRun = 0;
 
-Word& find(std::uintptr_t word) {
-    Word& found = gWords[word];
-    if (found.run != gRun) {
-        found.run = gRun;
-        found.heard = {};
-        found.accesses.clear();
-    }
-    return found;
-}
-
 }  // namespace
 
 void forgetAccesses() { ++gRun; }
 
 LibraryAccess const* findRace(std::uintptr_t word, LibraryAccess const& access,
                               Clock const& clock) {
-    auto& accesses = find(word).accesses;
+    auto& [run, accesses] = gWords[word];
+    if (std::exchange(run, gRun) != gRun) {
+        accesses.clear();
+    }
     for (auto const& other : accesses) {
         bool const areApart = (other.bytes & access.bytes) == 0 || other.thread == access.thread;
         bool const mayRace = (other.isWrite || access.isWrite) && (other.isPlain || access.isPlain);
@@ -50,7 +43,5 @@ LibraryAccess const* findRace(std::uintptr_t word, LibraryAccess const& access,
     accesses.push_back(access);
     return nullptr;
 }
-
-Clock& heardIn(std::uintptr_t word) { return find(word).heard; }
 
 }  // namespace interleave

@@ -26,7 +26,4 @@ void forgetAccesses();
 /// one writes, that does not come before it; or null.
 LibraryAccess const* findRace(std::uintptr_t word, LibraryAccess const& access, Clock const& clock);
 
-/// What was heard with what stands in the word, by those who read it to wait for it.
-Clock& heardIn(std::uintptr_t word);
-
 }  // namespace interleave

@@ -1,18 +1,22 @@
 #include "scheduler/Scheduler.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <limits>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -79,8 +83,7 @@ std::vector<Event> gEvents;  ///< Of the run; what a search keeps stays.
 Search* gSearch = nullptr;
 bool gIsRunning = false;
 bool gIsWatching = false;
-bool gIsHearing = false;  ///< What is read comes before.
-bool gIsNoted = false;    ///< The step is written to its event.
+bool gIsNoted = false;  ///< The step is written to its event.
 bool gIsProgramInstrumented = false;
 bool gIsLibraryInstrumented = false;
 Mode gMode = Mode::kWalk;
@@ -299,10 +302,10 @@ void wake(Thread& thread, Choice choice) {
     bool const isReady = thread.wait == Wait::kReady;
     thread.wait = Wait::kNone;
     if (isReady) {
-        // What the predicate reads was written before the thread goes on.
-        gIsWatching = gIsHearing = true;
+        // The step depends on what the predicate reads.
+        gIsWatching = true;
         static_cast<void>(thread.isReady());
-        gIsWatching = gIsHearing = false;
+        gIsWatching = false;
     }
 }
 
@@ -421,6 +424,42 @@ void giveUp(void const* mutex) {
     event().released = mutex;
 }
 
+void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline) {
+    Unseen const unseen;
+    giveUp(mutex);
+    traceLock("waits for a signal, without lock ", mutex);
+    Thread& self = *gRun.running;
+    self.condition = condition;
+    self.mutex = mutex;
+    self.deadline = deadline;
+    if (self.waits.empty()) {
+        touch(waitsWord(self.number), true);
+    }
+    self.waits.push_back({self.clockRead, deadline, false});
+    use(condition);
+    touch(kClockWord, false);
+    waitFor(Wait::kSignal);
+}
+
+void signal(void const* condition, bool all) {
+    Unseen const unseen;
+    expect(!isFreed(condition), "a condition is signalled that was freed");
+    expect(locksHeld() == 1, "a condition is signalled without its lock");
+    trace("signals");
+    schedule();
+    use(condition);
+    for (auto& thread : gRun.threads) {
+        if (thread.wait == Wait::kSignal && thread.condition == condition) {
+            touch(kClockWord, false);
+            thread.wait = Wait::kLock;
+            thread.enabledBy = static_cast<int>(gRun.step);
+            if (!all) {
+                return;
+            }
+        }
+    }
+}
+
 /// Notes that the step touches memory, of which each word has `like` for the bytes that are named.
 void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Access const& like) {
     bool const isChecked = isLibrary(like.code);
@@ -431,10 +470,6 @@ void note(void const* memory, std::size_t size, bool isWrite, bool isPlain, Acce
         auto const bytes = static_cast<std::uint8_t>((0xFFU << from) & (0xFFU >> (8 - to)));
         if (isChecked) {
             expectNoRace(word, bytes, isWrite, isPlain);
-        } else if (isWrite) {
-            publish(heardIn(word));
-        } else if (gIsHearing) {
-            gRun.running->clock.join(heardIn(word));
         }
         if (gIsNoted) {
             Access access = like;
@@ -519,7 +554,21 @@ std::uint64_t explore(Scenario const& scenario, std::optional<unsigned int> boun
 void replay(Scenario const& scenario, std::string const& decisions) {
     prepare(scenario);
     gMode = Mode::kReplay;
-    Given search(decisions);
+    std::map<unsigned int, Choice> given;
+    std::istringstream text(decisions);
+    char colon = 0;
+    for (unsigned int number = 0, choice = 0; text >> number >> colon >> choice;) {
+        given[number] = static_cast<Choice>(choice);
+    }
+    Chosen search([&, count = 0U](std::vector<Choice> const& options) mutable {
+        auto const found = given.find(options.size() > 1 ? ++count : 0);
+        if (found == given.end()) {
+            return options.front();
+        }
+        bool const isThere = std::count(options.begin(), options.end(), found->second) != 0;
+        expect(isThere, "decision %u cannot be taken", count);
+        return found->second;
+    });
     runOnce(search);
 }
 
@@ -542,7 +591,9 @@ std::uint64_t compare(Scenario const& scenario, unsigned int bound, std::uint64_
     };
     Bounded bounded(bound);
     walk(bounded, limit, check);
-    Random random;
+    Chosen random([engine = std::mt19937_64(1)](std::vector<Choice> const& options) mutable {
+        return options[engine() % options.size()];
+    });
     walk(random, limit, check);
     std::printf("%s: %zu orders, %zu outcomes, %s\n", scenario.name.c_str(), traces.size(),
                 outcomes.size(), isComplete ? "none new" : "too many to be compared");
@@ -647,58 +698,66 @@ void seen(char const* fact) {
     gSeen.insert(fact);
 }
 
-bool isRunning() { return gIsRunning; }
-
-void lock(void const* mutex) {
-    Unseen const unseen;
-    expect(!isFreed(mutex), "a lock is taken that was freed");
-    expect(locksHeld() == 0, "a lock is taken while another is held");
-    traceLock("takes lock ", mutex);
-    gRun.running->mutex = mutex;
-    waitFor(Wait::kLock);
-}
-
-void unlock(void const* mutex) {
-    Unseen const unseen;
-    giveUp(mutex);
-    traceLock("drops lock ", mutex);
-    schedule();
-}
-
-void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline) {
-    Unseen const unseen;
-    giveUp(mutex);
-    traceLock("waits for a signal, without lock ", mutex);
-    Thread& self = *gRun.running;
-    self.condition = condition;
-    self.mutex = mutex;
-    self.deadline = deadline;
-    if (self.waits.empty()) {
-        touch(waitsWord(self.number), true);
-    }
-    self.waits.push_back({self.clockRead, deadline, false});
-    use(condition);
-    touch(kClockWord, false);
-    waitFor(Wait::kSignal);
-}
-
-void signal(void const* condition, bool all) {
-    Unseen const unseen;
-    expect(!isFreed(condition), "a condition is signalled that was freed");
-    expect(locksHeld() == 1, "a condition is signalled without its lock");
-    trace("signals");
-    schedule();
-    use(condition);
-    for (auto& thread : gRun.threads) {
-        if (thread.wait == Wait::kSignal && thread.condition == condition) {
-            touch(kClockWord, false);
-            thread.wait = Wait::kLock;
-            thread.enabledBy = static_cast<int>(gRun.step);
-            if (!all) {
-                return;
-            }
-        }
-    }
-}
-
 }  // namespace interleave
+
+// --- The functions that libraries synchronise themselves with, and their clock. The loader takes
+// those of the program first. While no scenario runs there is one thread, and nothing to lock.
+
+using interleave::expect;
+using interleave::isFreed;
+using interleave::Unseen;
+
+extern "C" {
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    if (interleave::gIsRunning) {
+        Unseen const unseen;
+        expect(!isFreed(mutex), "a lock is taken that was freed");
+        expect(interleave::locksHeld() == 0, "a lock is taken while another is held");
+        interleave::traceLock("takes lock ", mutex);
+        interleave::gRun.running->mutex = mutex;
+        interleave::waitFor(interleave::Wait::kLock);
+    }
+    return 0;
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    if (interleave::gIsRunning) {
+        Unseen const unseen;
+        interleave::giveUp(mutex);
+        interleave::traceLock("drops lock ", mutex);
+        interleave::schedule();
+    }
+    return 0;
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+    interleave::waitForSignal(condition, mutex,
+                              std::numeric_limits<interleave::Nanoseconds>::max());
+    return 0;
+}
+
+/// The result tells nothing that the clock does not: the caller asks it.
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                           timespec const* deadline) {
+    expect(clock == CLOCK_MONOTONIC, "a wait on a clock that may be set");
+    interleave::waitForSignal(condition, mutex,
+                              deadline->tv_sec * 1'000'000'000 + deadline->tv_nsec);
+    return 0;
+}
+
+int pthread_cond_signal(pthread_cond_t* condition) noexcept {
+    interleave::signal(condition, false);
+    return 0;
+}
+
+int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
+    interleave::signal(condition, true);
+    return 0;
+}
+
+}  // extern "C"
+
+std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
+    return time_point(nanoseconds(interleave::now()));
+}

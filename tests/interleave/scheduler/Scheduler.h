@@ -11,8 +11,8 @@
 /// every point which of them goes on. The same decisions make the same run.
 ///
 /// It knows nothing of what is run. A program links it together with functions of its own in place
-/// of those that the libraries under test call; the locks, condition variables, steady clock and
-/// heap of these libraries are taken over by the loader (Synchronisation.cpp, FreedMemory.cpp).
+/// of those that the libraries under test call. The loader takes the locks, condition variables,
+/// steady clock and heap of these libraries from here (see also FreedMemory.cpp).
 /// Each function that a scenario wants to see interrupted calls point().
 ///
 /// A run is broken when a thread breaks a rule, when none can go on, or when memory is used that
@@ -90,16 +90,5 @@ __attribute__((format(printf, 2, 3))) void expect(bool isTrue, char const* forma
 
 /// Notes that a run has come to a fact of its scenario.
 void seen(char const* fact);
-
-// --- For the functions that the libraries call.
-
-/// Says whether a thread of a scenario is running. Otherwise the process has one thread and nothing
-/// to lock.
-bool isRunning();
-
-void lock(void const* mutex);
-void unlock(void const* mutex);
-void waitForSignal(void const* condition, void const* mutex, Nanoseconds deadline);
-void signal(void const* condition, bool all);
 
 }  // namespace interleave

@@ -1,7 +1,6 @@
 #include "scheduler/Search.h"
 
 #include <limits>
-#include <sstream>
 #include <utility>
 
 #include "scheduler/Scheduler.h"
@@ -232,25 +231,6 @@ bool Bounded::advance() {
         }
     }
     return false;
-}
-
-Given::Given(std::string const& decisions) {
-    std::istringstream text(decisions);
-    std::size_t number = 0;
-    unsigned int choice = 0;
-    for (char colon = 0; text >> number >> colon >> choice;) {
-        mDecisions[number] = static_cast<Choice>(choice);
-    }
-}
-
-Choice Given::choose(std::vector<Choice> const& options, bool /*mayStay*/) {
-    auto const given = mDecisions.find(options.size() > 1 ? ++mCount : 0);
-    if (given == mDecisions.end()) {
-        return options.front();
-    }
-    bool const isThere = std::find(options.begin(), options.end(), given->second) != options.end();
-    expect(isThere, "decision %zu cannot be taken", mCount);
-    return given->second;
 }
 
 }  // namespace interleave

@@ -2,9 +2,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <random>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "scheduler/Trace.h"
@@ -95,26 +93,17 @@ private:
     unsigned int mPreemptions = 0;
 };
 
-/// Runs at random, without end.
-class Random final : public Search {
+/// Runs without end, of which a function makes the choices.
+class Chosen final : public Search {
 public:
+    using Function = std::function<Choice(std::vector<Choice> const& options)>;
+    explicit Chosen(Function choose) : mChoose(std::move(choose)) {}
     Choice choose(std::vector<Choice> const& options, bool /*mayStay*/) override {
-        return options[mEngine() % options.size()];
+        return mChoose(options);
     }
 
 private:
-    std::mt19937_64 mEngine{1};
-};
-
-/// The same run again: where decisions are given, "number:choice " each, they are taken.
-class Given final : public Search {
-public:
-    explicit Given(std::string const& decisions);
-    Choice choose(std::vector<Choice> const& options, bool mayStay) override;
-
-private:
-    std::map<std::size_t, Choice> mDecisions;
-    std::size_t mCount = 0;
+    Function mChoose;
 };
 
 }  // namespace interleave
