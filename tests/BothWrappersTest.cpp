@@ -112,15 +112,4 @@ TYPED_TEST(BothWrappersTest, AFailedAcquisitionKeepsWhatItMustAndSaysSo) {
     }
 }
 
-TYPED_TEST(BothWrappersTest, AHeldCoreIsKeptAndNothingIsReadAgain) {
-    EXPECT_EQ(this->configure({{"calling-pid", 42}}), 0);
-    auto const log = recorded([&] {
-        EXPECT_EQ(this->configure({{"width", 9999}, {"calling-pid", 43}, {"useDmaBuffer", 1}}), 0);
-    });
-    EXPECT_EQ(log.size(), 2U);
-    EXPECT_EQ(acquisition(log), Lines{"2 Already acquired resource mCoreType=801"});
-    auto const reclaim = recorded([&] { EXPECT_EQ(this->reclaimNewest().get(), 1); });
-    EXPECT_EQ(only("pid=43", reclaim), Lines{});
-}
-
 }  // namespace

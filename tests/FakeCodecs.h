@@ -12,21 +12,8 @@
 
 namespace kvo::media::hardware {
 
-/// The field of a record that tells it from others.
-template <typename T>
-inline constexpr auto kTellingField = nullptr;
-template <>
-inline constexpr auto kTellingField<ColorAspect> = &ColorAspect::primaries;
-template <>
-inline constexpr auto kTellingField<HdrInfo> = &HdrInfo::whitePointX;
-template <>
-inline constexpr auto kTellingField<BufferInfo> = &BufferInfo::bufferId;
-template <>
-inline constexpr auto kTellingField<PixelInfo> = &PixelInfo::bufferId;
-template <>
-inline constexpr auto kTellingField<Image> = &Image::stride;
-
-/// What the journal shows of an argument; a pointer as its address.
+/// What the journal shows of an argument; a pointer as its address, a record as that where it lies,
+/// since it is passed on without being copied.
 template <typename T>
 auto shown(T const& value) {
     if constexpr (std::is_pointer_v<T>) {
@@ -34,7 +21,7 @@ auto shown(T const& value) {
     } else if constexpr (std::is_enum_v<T>) {
         return static_cast<int>(value);
     } else if constexpr (std::is_class_v<T>) {
-        return value.*kTellingField<T>;
+        return static_cast<void const*>(&value);
     } else {
         return value;
     }

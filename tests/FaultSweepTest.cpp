@@ -6,6 +6,7 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <utility>
 
 #include "ScalerStart.h"
 #include "WrapperTest.h"
@@ -19,16 +20,15 @@ using kvo::host::JournalEntry;
 
 /// Platform calls that tell of their failure. What the others return is a value, or ignored.
 std::regex const kTelling("TVHW_(CRM_Client|VSC_|VO_).*");
-/// What an operation says of its own failure, after the line of the call that failed.
+/// What is said besides the line of a call that failed.
+std::regex const kOutcome(
+    "[01] .* (acquireResources|acquireDisplayResources|clearDisplayResources): .*"
+    "|.*(crm-acquire:  -> none|: device not opened)");
+/// What an operation says that fails. An encoder goes on without a resource manager.
 std::regex const kFailure(
-    "[01] (.* (acquireResources|acquireDisplayResources|clearDisplayResources)"
-    "|ImageSink (configure|displayPicture|close)): .*");
-/// What may be said besides that.
-std::regex const kRemark(".*(crm-acquire:  -> none|: device not opened)");
-
-bool beginsWith(std::string const& text, std::string const& start) {
-    return text.compare(0, start.size(), start) == 0;
-}
+    "[01] (?!VideoEncClient acquireResources: acquire resource not).* "
+    "(acquireResources|acquireDisplayResources|clearDisplayResources|configure|displayPicture"
+    "|close): .*");
 
 /// The codes of the calls that are made to fail, by their number.
 using Faults = std::map<std::size_t, int>;
@@ -41,26 +41,42 @@ public:
     /// Takes a step, named after the codec's operation. Only release and destruction tell nothing.
     template <typename Operation>
     void operator()(std::string const& step, Operation const& operation) {
-        mStatus = 0;
+        int status = 0;
         bool isCodecReached = false;
+        std::string code;      // Of a failure that is to be told.
+        std::string previous;  // What was said since the last call.
         kvo::host::startJournal();
         int const result = resultOf(operation);
-        for (auto const& entry : kvo::host::stopJournal()) {
-            if (entry.kind == JournalEntry::Kind::kPlatformCall) {
-                beginCall(entry.text);
-            } else if (entry.kind == JournalEntry::Kind::kLogLine) {
-                readLine(entry.text);
-            } else {
-                isCodecReached = isCodecReached || beginsWith(entry.text, "codec." + step + "(");
+        for (auto const& [kind, text, file, line] : kvo::host::stopJournal()) {
+            if (kind == JournalEntry::Kind::kPlatformCall) {
+                EXPECT_EQ(code, "") << "a call failed in silence before " << text;
+                // A client's first release comes before its acquisition, and in silence.
+                bool const isFirst = text.find("ReleaseResource") != std::string::npos &&
+                                     mReleases.insert(text).second;
+                bool const tells = !isFirst && std::regex_match(text, kTelling);
+                auto const fault = mFaults.find(++mCalls);
+                code = tells && fault != mFaults.end() ? std::to_string(fault->second) : "";
+                previous.clear();
+            } else if (kind == JournalEntry::Kind::kNote) {
+                isCodecReached = isCodecReached || text.find("codec." + step + "(") == 0;
+            } else if (text[0] < '2') {
+                EXPECT_NE(std::exchange(previous, text), text) << "is said twice";
+                if (!std::regex_match(text, kOutcome)) {
+                    auto const at = std::min(text.find("ret="), text.find("err="));
+                    bool const hasCode = at != std::string::npos;
+                    EXPECT_TRUE(!hasCode || text.compare(at + 4, code.size(), code) == 0) << text;
+                    code.clear();
+                }
+                status = std::regex_match(text, kFailure) ? -1 : status;
             }
         }
-        endCall();
+        EXPECT_EQ(code, "") << step << " failed in silence";
         if (step == "reclaim") {
             mReclaimed = result == 1;
             return;
         }
         bool const tells = step != "release" && step != "destroy";
-        EXPECT_EQ(result, !tells ? 0 : mStatus == 0 && mReclaimed ? -19 : mStatus) << step;
+        EXPECT_EQ(result, !tells ? 0 : status == 0 && mReclaimed ? -19 : status) << step;
         if (step.find("configure") != std::string::npos && step != "configure sink") {
             EXPECT_EQ(isCodecReached, result == 0) << step;
         }
@@ -81,53 +97,9 @@ private:
         }
     }
 
-    void beginCall(std::string const& text) {
-        endCall();
-        mName = text.substr(0, text.find('('));
-        // A client's first release comes before its acquisition, and in silence.
-        bool const isFirst =
-            mName == "TVHW_CRM_ClientReleaseResource" && mReleases.insert(text).second;
-        mTells = !isFirst && std::regex_match(mName, kTelling);
-        mSaid = false;
-        auto const fault = mFaults.find(++mCalls);
-        mCode = fault == mFaults.end() ? "" : std::to_string(fault->second);
-    }
-
-    void endCall() {
-        EXPECT_TRUE(mCode.empty() || !mTells || mSaid) << mName << " failed in silence";
-        mCode.clear();
-        mOutcomes.clear();
-    }
-
-    void readLine(std::string const& text) {
-        if (text[0] >= '2') {
-            return;
-        }
-        bool const isFailure = std::regex_match(text, kFailure);
-        if (isFailure && text.find("VideoEncClient acquireResources: acquire resource not") != 2) {
-            mStatus = -1;
-        }
-        bool const isOutcome = isFailure || std::regex_match(text, kRemark);
-        if (mTells && !mSaid && (!isOutcome || beginsWith(mName, "TVHW_VO_"))) {
-            mSaid = true;
-            auto const code = std::min(text.find("ret="), text.find("err="));
-            EXPECT_TRUE(code == std::string::npos || text.find(mCode, code + 4) == code + 4)
-                << text;
-        } else {
-            EXPECT_TRUE(isOutcome) << "after " << mName << ": " << text;
-            EXPECT_TRUE(mOutcomes.insert(text).second) << "logged twice: " << text;
-        }
-    }
-
     Faults const mFaults;
     std::size_t mCalls = 0;
-    std::string mName;                ///< Of the last call.
-    bool mTells = false;              ///< A failure of the last call is logged.
-    std::string mCode;                ///< That it was made to return; empty if none.
-    bool mSaid = false;               ///< The line of its failure was logged.
     std::set<std::string> mReleases;  ///< Made so far.
-    std::set<std::string> mOutcomes;  ///< Logged since the call.
-    int mStatus = 0;                  ///< That the step must return, as far as is known.
     bool mReclaimed = false;
 };
 

@@ -37,9 +37,7 @@ T argument(std::size_t& number) {
     } else if constexpr (std::is_same_v<T, std::shared_ptr<NativeBuffer>>) {
         return std::make_shared<NativeBuffer>();
     } else if constexpr (std::is_class_v<T>) {
-        T record;
-        record.*kTellingField<T> = static_cast<std::int32_t>(number);
-        return record;
+        return {};
     } else {
         // One that fills all bits that the type has.
         return static_cast<T>(0x1'0000'0000U + number);

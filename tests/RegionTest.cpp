@@ -76,8 +76,7 @@ TEST(Region, ScalesAlikeOnEveryMachine) {
         std::uint32_t const width = draw(source);
         std::uint32_t const height = draw(source);
         region.scale(width, height);
-        for (std::uint32_t const value : {region.left, region.top, region.right, region.bottom,
-                                          region.refWidth, region.refHeight}) {
+        for (std::uint32_t const value : fields(region)) {
             add(hash, value);
         }
     }
