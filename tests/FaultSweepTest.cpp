@@ -184,7 +184,10 @@ void liveSink(Verifier& step) {
     std::unique_ptr<ImageSinkTvhwImpl> sink;
     step("construct", [&] { sink = std::make_unique<ImageSinkTvhwImpl>(); });
     for (int round = 0; round < 2; ++round) {
-        step("open", [&] { sink->checkOpen(); });
+        step("open", [&] {
+            bool const isOpen = sink->checkOpen();
+            EXPECT_EQ(isOpen, kvo::host::videoOutput().opens == 1);
+        });
         step("configure sink", [&] { return sink->configure(config); });
         step("displayPicture", [&] { return sink->displayPicture(image); });
         if (round == 0) {

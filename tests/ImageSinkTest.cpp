@@ -10,7 +10,6 @@
 namespace {
 
 using namespace kvo::media::hardware;
-using kvo::host::failCall;
 using kvo::host::videoOutput;
 
 Configuration config(std::int32_t width, std::int32_t height,
@@ -82,25 +81,6 @@ TEST_F(ImageSinkTest, RefusesConfigurationsThatItDoesNotSupport) {
     }
     std::int64_t const lowBits = (std::int64_t{1} << 32) + 14;
     EXPECT_EQ(sink->configure(config(4, 3, lowBits)).status().code(), 0);
-}
-
-TEST_F(ImageSinkTest, EachSinkOpensTheOutputForItselfAndTriesAgain) {
-    std::string const open = "TVHW_VO_Open(0, 2)";
-    std::string const failed = "0 ImageSink checkOpen: failed to open vo: ret=6";
-    for (std::uint64_t const nth : {1U, 2U, 4U}) {
-        failCall("TVHW_VO_Open", 6, nth);
-    }
-    EXPECT_EQ(recorded([] {
-                  ImageSinkTvhwImpl second;
-                  EXPECT_FALSE(second.checkOpen());
-                  EXPECT_TRUE(second.checkOpen());
-                  EXPECT_TRUE(second.checkOpen());
-                  ImageSinkTvhwImpl const neverOpened;
-              }),
-              (Lines{open, failed, open, failed, open, open, failed,
-                     "3 ImageSink close: +++ImageSink close+++", "TVHW_VO_Close(0)",
-                     "3 ImageSink close: ---ImageSink close---"}));
-    EXPECT_EQ(videoOutput().opens, 1);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <numeric>
 #include <utility>
 
 #include "../ScalerStart.h"
@@ -143,8 +142,8 @@ void kvo_media_log_printf(int /*level*/, char const* /*tag*/, char const* /*file
     va_start(arguments, format);
     static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));
     va_end(arguments);
-    auto const begins = [&](std::string_view start) {
-        return std::string_view(format).substr(0, start.size()) == start;
+    auto const begins = [&](char const* start) {
+        return std::string_view(format).find(start) == 0;
     };
     // A lock is held while something is opened for the first time, and when a reclaim has waited.
     bool const hasTimedOut = begins("reclaim timeout waiting");
@@ -153,12 +152,12 @@ void kvo_media_log_printf(int /*level*/, char const* /*tag*/, char const* /*file
     expect(interleave::locksHeld() == (isLocked ? 1 : 0), "logged with %zu locks held: %s",
            interleave::locksHeld(), text.data());
     interleave::point("logs: %s", text.data());
-    int count = 0;
-    if (std::sscanf(text.data(), "reclaim timeout waiting: processing count=%d", &count) == 1) {
-        auto const& threads = platform().threads;
-        int const inFlight =
-            std::accumulate(threads.begin(), threads.end(), 0,
-                            [](int sum, auto const& each) { return sum + each.callsInProgress; });
+    if (int count = 0;
+        std::sscanf(text.data(), "reclaim timeout waiting: processing count=%d", &count) == 1) {
+        int inFlight = 0;
+        for (auto const& thread : platform().threads) {
+            inFlight += thread.callsInProgress;
+        }
         expect(count <= inFlight, "%d calls are counted, %d are in flight", count, inFlight);
     }
     auto& self = platform().self();
