@@ -15,9 +15,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Check.h"
 
@@ -44,6 +47,7 @@ std::string inCall(Call const& call) {
 struct Report {
     Lacking lacking;
     Call ofMainThread{0};
+    Call ofOtherThread{0};  ///< The last one.
     Call ofCrash{0};
     std::atomic<unsigned> calls{0};
     std::atomic<bool> isWhole{false};
@@ -58,9 +62,7 @@ thread_local bool tIsMain = false;
 void setCall(char const* call) {
     tCall = call;
     ++gReport->calls;
-    if (tIsMain) {
-        gReport->ofMainThread = placeOf(call);
-    }
+    (tIsMain ? gReport->ofMainThread : gReport->ofOtherThread) = placeOf(call);
 }
 
 Report* sharedReport(int file) {
@@ -187,6 +189,20 @@ void runHere(Check const& check, int number) {
     _exit(0);  // What the platform does at exit is no part of the check.
 }
 
+Values usage() {
+    std::ifstream file("/proc/self/stat");
+    std::vector<std::string> words{std::istream_iterator<std::string>(file), {}};
+    words.resize(24);
+    auto const number = [&](std::size_t word) {
+        return std::strtoll(words[word].c_str(), nullptr, 10);
+    };
+    int const next = memfd_create("next", 0);
+    close(next);
+    return {{"descriptors kept", next, 1},
+            {"threads kept", number(19), 1},
+            {"KB kept", number(23) * sysconf(_SC_PAGESIZE) / 1024, 128}};
+}
+
 Outcome runApart(Check const& check) {
     int const file = memfd_create("check", 0);
     bool const isMade = file >= 0 && ftruncate(file, sizeof(Report)) == 0;
@@ -205,8 +221,9 @@ Outcome runApart(Check const& check) {
     if (process < 0) {
         result.came = "no process of its own";
     } else if (!hasEnded(process, *report, status)) {
-        result.came = "no answer in " + std::to_string(kPatience.count()) + " s" +
-                      inCall(report->ofMainThread);
+        result.came =
+            "no answer in " + std::to_string(kPatience.count()) + " s" +
+            inCall(report->ofMainThread != 0 ? report->ofMainThread : report->ofOtherThread);
     } else if (report->isWhole) {
         result = {report->kind, report->came.data()};
     } else {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <chrono>
+#include <future>
 #include <initializer_list>
 #include <string>
 #include <thread>
@@ -91,28 +93,49 @@ inline Outcome areRight(Values const& values, std::string const& besides = "") {
     return outcome(isWell, text(values) + besides);
 }
 
-/// The same of what is done in this order.
-inline Outcome areRightInOrder(std::initializer_list<Values> const& steps) {
+/// What came of steps, in this order.
+inline Values inOrder(std::initializer_list<Values> const& steps) {
     Values all;
     for (Values const& values : steps) {
         all.insert(all.end(), values.begin(), values.end());
     }
-    return areRight(all);
+    return all;
 }
 
-/// Does `once`, which is told the round from 0 and returns values, a hundred times, up to the first
-/// time that they are not right.
+/// What this process has that a platform might keep; expected is how much it may of it in two
+/// rounds.
+Values usage();
+
+/// Does `once`, which is told the round from 0 and returns values, a thousand times, or a hundred
+/// at least when that takes long, up to the first time that they are not right, or that something
+/// was kept each time.
 template <typename Once>
-Outcome aHundredTimes(Once const& once) {
-    Outcome last;
-    for (int round = 0; round < 100; ++round) {
-        last = areRight(once(round));
-        if (last.kind != Outcome::Kind::kWell) {
-            last.came += ", in round " + std::to_string(round + 1);
+Outcome manyTimes(Once const& once) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    Outcome outcome;
+    Values const first = usage();
+    for (int round = 0; round < 100 || (round < 1000 && std::chrono::steady_clock::now() < end);) {
+        Values values = once(round++);
+        if (round % 100 == 0) {
+            Values const now = usage();
+            for (std::size_t each = 0; each < now.size(); ++each) {
+                auto const kept = now[each].came - first[each].came;
+                values.emplace_back(now[each].name, kept,
+                                    2 * kept < round * now[each].expected ? kept : 0);
+            }
+        }
+        outcome = areRight(values, ", in round " + std::to_string(round));
+        if (outcome.kind != Outcome::Kind::kWell) {
             break;
         }
     }
-    return last;
+    return outcome;
+}
+
+/// Does something on a thread of its own. Returns its result.
+template <typename Work>
+auto onAnotherThread(Work const& work) {
+    return std::async(std::launch::async, work).get();
 }
 
 /// Lets four threads do `work`, which is told a number of their own.

@@ -264,17 +264,13 @@ Outcome refusesWithoutCodec() {
 Checks libraryChecks() {
     return {
         {kMust, "a-map-keeps-64-bits",
-         "a KeyValueMap is given 0x0123456789ABCDEF under wide, 5, then -5 under negative and 6, "
-         "then "
-         "-7 under again",
-         "the values, of wide also the low half, -1985229329; 3 entries", mapValues},
+         "a KeyValueMap is given 0x0123456789ABCDEF, 5, then -5, and 6, then -7",
+         "the last values, of the first also the low half, -1985229329; 3 entries", mapValues},
         {kMust, "an-absent-key-reads-its-default",
-         "a KeyValueMap that has adaptive-max-width 8 and max-width 9 is asked for keys that are "
-         "alike, and for the first",
+         "a KeyValueMap with two keys is asked for keys that are alike, and for one it has",
          "the defaults -9, the least number, 10 and 11; and 8; 2 entries", mapAbsent},
         {kMust, "a-map-is-copied-whole",
-         "a KeyValueMap with key 10 is copied and assigned, and then the copy set to 11, itself "
-         "to 12",
+         "a KeyValueMap with key 10 is copied and assigned, then the copy set to 11, itself to 12",
          "12, 11 and 10", mapCopies},
         {kMust, "the-decoder-wrapper-forwards",
          "each slot of a VideoDecoderClientWrapper is called, with its own arguments",

@@ -71,6 +71,9 @@ struct Held {
     }
 };
 
+/// CALL on a client's handle, of which there may be none.
+#define CALL_IF_OPEN(function) handle == nullptr ? kSilent : CALL(function)
+
 struct Client;
 
 /// Clients by their cookies. A cookie is a number of the pointer's whole width: one that comes back
@@ -103,9 +106,7 @@ struct Client {
     Client(Client const&) = delete;
     Client& operator=(Client const&) = delete;
     ~Client() {
-        if (handle != nullptr) {
-            free();
-        }
+        free();
         {
             std::lock_guard<std::mutex> const lock(gCookies.mutex);
             gCookies.clients.erase(cookie);
@@ -134,10 +135,10 @@ struct Client {
     /// Frees the client, whose handle is no handle any more, whatever the manager has left in it.
     int free() {
         TVHW_CRM_HANDLE last = std::exchange(handle, nullptr);
-        return CALL(TVHW_CRM_ClientFree)(&last);
+        return last == nullptr ? kSilent : CALL(TVHW_CRM_ClientFree)(&last);
     }
 
-    int release() { return CALL(TVHW_CRM_ClientReleaseResource)(handle); }
+    int release() { return CALL_IF_OPEN(TVHW_CRM_ClientReleaseResource)(handle); }
 
     static int reclaimed(TVHW_CRM_RECLAIM_PARAM const*, void* cookie) {
         std::unique_lock<std::mutex> lock(gCookies.mutex);
@@ -169,15 +170,19 @@ struct Client {
         return isBack ? otherThread.get() : kSilent;
     }
 
+    /// As the library does: a request for a core comes after a release.
     int acquire(TVHW_CRM_ACQUIRE_PARAM const& request) {
-        return CALL(TVHW_CRM_ClientAcquireResource)(handle, &request);
+        if (request.codecType != TVHW_CRM_CODEC_TYPE_DISPLAY) {
+            release();
+        }
+        return CALL_IF_OPEN(TVHW_CRM_ClientAcquireResource)(handle, &request);
     }
 
     int acquire() { return acquire(coreRequest("video/avc", false)); }
 
     int tryAcquire() {
         auto const request = coreRequest("video/avc", false);
-        return CALL(TVHW_CRM_ClientTryAcquireResource)(handle, &request);
+        return CALL_IF_OPEN(TVHW_CRM_ClientTryAcquireResource)(handle, &request);
     }
 
     int acquirePort() {
@@ -188,21 +193,21 @@ struct Client {
 
     [[nodiscard]] Held held() const {
         Held held;
-        held.result = CALL(TVHW_CRM_ClientGetResource)(handle, &held.resource);
+        held.result = CALL_IF_OPEN(TVHW_CRM_ClientGetResource)(handle, &held.resource);
         return held;
     }
 
     int clear(int ports) {
         TVHW_CRM_RESOURCE request{};
         request.videoPort = ports;
-        return CALL(TVHW_CRM_ClientClearResource)(handle, &request);
+        return CALL_IF_OPEN(TVHW_CRM_ClientClearResource)(handle, &request);
     }
 
     /// Its unique id, -1 for none.
     int id() {
         int ids[2] = {unwritten, 0};
         unwritten = ~unwritten;  // What is written only in part differs then.
-        int const result = CALL(TVHW_CRM_ClientGetUniqueId)(handle, &ids[0]);
+        int const result = CALL_IF_OPEN(TVHW_CRM_ClientGetUniqueId)(handle, &ids[0]);
         return result == 0 && ids[1] == 0 ? ids[0] : -1;
     }
 };

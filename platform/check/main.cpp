@@ -41,6 +41,7 @@ constexpr char const* kNotChecked[] = {
     "that the two notices reach whom they are for, and that a property that is set is read",
     "cores against the chip's data sheet, which of two alike is granted, and that encoders' encode",
     "what happens at exit, in other processes, and when a process dies",
+    "memory that is kept in pieces of less than 64 KB each time",
 };
 
 constexpr struct {
@@ -170,12 +171,11 @@ int runProgram(int count, char** arguments) {
             all.push_back(check);
         }
     }
-    auto const find = [&](auto const& isIt) { return std::find_if(all.begin(), all.end(), isIt); };
-    auto const named = [&](std::string const& name) {
-        return find([&](Check const& each) { return each.name == name; });
-    };
     if (count == 4 && std::string(arguments[1]) == kApartOption) {
-        runHere(*named(arguments[2]), static_cast<int>(std::strtol(arguments[3], nullptr, 10)));
+        runHere(*std::find_if(
+                    all.begin(), all.end(),
+                    [&](Check const& each) { return each.name == std::string(arguments[2]); }),
+                static_cast<int>(std::strtol(arguments[3], nullptr, 10)));
     }
     if (isAskedFor({arguments, arguments + count}, "--help")) {
         std::printf("%s", kHelp);
@@ -187,23 +187,20 @@ int runProgram(int count, char** arguments) {
     }
     Options options;
     std::string wrong = readArguments(count, arguments, options);
-    auto const unknown =
-        std::find_if(options.names.begin(), options.names.end(),
-                     [&](std::string const& name) { return named(name) == all.end(); });
-    if (wrong.empty() && unknown != options.names.end()) {
-        wrong = "there is no check " + *unknown;
-    }
-    auto const isOfSubsystem = [&](Check const& each) { return each.subsystem == options.only; };
-    if (wrong.empty() && !options.only.empty() && find(isOfSubsystem) == all.end()) {
-        wrong = "there is no subsystem " + options.only;
-    }
     auto const isLeftOut = [&](Check const& each) {
-        return (!options.only.empty() && !isOfSubsystem(each)) ||
+        return (!options.only.empty() && each.subsystem != options.only) ||
                !isAskedFor(options.names, each.name);
     };
     all.erase(std::remove_if(all.begin(), all.end(), isLeftOut), all.end());
+    for (std::string const& name : options.names) {
+        if (std::none_of(all.begin(), all.end(),
+                         [&](Check const& each) { return each.name == name; })) {
+            wrong =
+                "there is no check " + name + (options.only.empty() ? "" : " in " + options.only);
+        }
+    }
     if (wrong.empty() && all.empty()) {
-        wrong = "no such check in " + options.only;
+        wrong = "there is no subsystem " + options.only;
     }
     if (!wrong.empty()) {
         static_cast<void>(

@@ -91,10 +91,6 @@ void takeFromBusyCodec(char const* operation) {
     goOn(3700);
 }
 
-struct Holder : ResourceClient::Reclaimable {
-    bool reclaim() override { return true; }
-};
-
 IVideoScalerClient::LayerInfo layer(int adaptive, int port = 0,
                                     Region const& output = {0, 0, 640, 360, 1280, 720}) {
     auto const number = static_cast<std::uint8_t>(port);
@@ -206,42 +202,11 @@ std::map<std::string, std::function<void()>> const kSituations{
      }},
     {"codec-stuck", [] { takeFromBusyCodec("flush"); }},
     {"reclaim-hangs", [] { takeFromBusyCodec("release"); }},
-    {"core-kept",
-     [] {
-         kvo::host::setPool({{}});
-         new Player;
-         Player const second;
-         goOn(3100);
-     }},
-    {"never-freed",
-     [] {
-         auto const& owner = *new auto(std::make_shared<Holder>());
-         auto const& client = *new auto(initializeResource(owner));
-         client->acquireResource("video/avc", 1280, 720, 30, false, false, false);
-         client->releaseResource();
-         goOn(1100);
-     }},
     {"id-unreadable", [] { playWhileFails("TVHW_CRM_ClientGetUniqueId"); }},
-    {"port-not-granted",
-     [] {
-         failCall("TVHW_CRM_ClientAcquireResource", -16, 2);
-         Decoder().wrapper.configureTunnelMode(CodecType::AVC, kStream);
-     }},
-    {"ports-not-cleared",
-     [] {
-         failCall("TVHW_CRM_ClientClearResource", -5);
-         Decoder().wrapper.configurePixelMode(CodecType::AVC, kStream);
-     }},
     {"window-blank",
      [] {
          failCall("TVHW_VSC_Connect", -5);
          VideoScalerClientTvhwImpl(0).connect(layer(0));
-     }},
-    {"never-placed",
-     [] {
-         VideoScalerClientTvhwImpl scaler(0);
-         scaler.connect(layer(0));
-         goOn(2100);
      }},
     {"region-before-adaptive",
      [] {
@@ -255,12 +220,6 @@ std::map<std::string, std::function<void()>> const kSituations{
     {"no-such-core",
      [] {
          kvo::host::setPool({{}});
-         Decoder second;
-         {
-             Player const first;
-             play(second);
-         }
-         second.wrapper.release();
          auto const large = configuration({{key::kWidth, 9999}, {key::kHeight, 720}});
          Decoder().wrapper.configureReferenceMode(CodecType::AVC, large);
          Encoder().wrapper.configure(kStream);
@@ -270,16 +229,6 @@ std::map<std::string, std::function<void()>> const kSituations{
          Decoder decoder;
          decoder.codec->answer = Status(-7);
          decoder.wrapper.configureReferenceMode(CodecType::AVC, kStream);
-     }},
-    {"release-slow",
-     [] {
-         kvo::host::setPool({{}});
-         Decoder second;
-         Player first;
-         first.codec->onCall = [&](std::string const& called) {
-             pass(called == "release" ? 1600 : 0);
-         };
-         play(second);
      }},
     {"not-configured",
      [] {

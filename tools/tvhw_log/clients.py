@@ -470,10 +470,6 @@ class Clients:
 
     # --- The end of the log.
 
-    def forget(self, lives):
-        for pid, holders in self._holders.items():
-            self._holders[pid] = [life for life in holders if life not in lives]
-
     def process_ended(self, pid, last):
         """A reclaim that the process outlived for long is told of; what has died of it is not at fault."""
         self.lost.extend(life for life in self._holders.pop(pid, ()) if life.state == 'holding')

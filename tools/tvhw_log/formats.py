@@ -18,7 +18,6 @@ import zlib
 
 LONGEST = 1 << 20  # Bytes that are read of a line at once; the rest counts as further lines.
 JUMP = 1.0  # Seconds that lines of several threads may be out of order.
-LEAP = 3600.0  # Seconds that the last line may be ahead of all others.
 DAY = 86400
 YEAR = 365 * DAY
 THIS_IS_LEAP = calendar.isleap(datetime.date.today().year)
@@ -154,8 +153,6 @@ class Source:
                 yield held
             held = line
         if held is not None:
-            if held.time is not None and self._latest and held.time + self._offset > self._latest + LEAP:
-                held.time = None
             held.time = self._corrected(held.time)
             yield held
 

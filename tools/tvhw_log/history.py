@@ -202,7 +202,6 @@ class History:
         for index in (self.by_id, self.by_codec, self._by_place):
             for key in [key for key, life in index.items() if life in forgotten]:
                 del index[key]
-        self.clients.forget(forgotten)
 
     def show(self, track, what, text, begin, end, life=None, arguments=None):
         """Tells the observers of an interval on the track of a thread or life, which ends now."""

@@ -55,7 +55,6 @@ class Reclaim:
         self.knows_calls = False  # Whether the calls in flight are in the log.
         self.quiet = None  # When the last of them had returned: then it releases the codec.
         self.timeout = self.end = self.newcomer = self.granted = None
-        self.answered = None  # The service's line of its answer.
         self.began = True  # False: its beginning is not in the log.
         self.is_again = False  # Another had ended before it began.
         self.overtaken = False  # Its thread went on to something else: it may have ended.

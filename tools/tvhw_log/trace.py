@@ -5,7 +5,6 @@ written while the log is read."""
 import json
 
 CLIENT_TRACKS = 1 << 24  # Above every thread id.
-KEPT_NAMES = 50000  # Of tracks; a name that is written again does no harm.
 
 
 class Trace:
@@ -36,8 +35,6 @@ class Trace:
             _, pid, tid = track
             name = f'thread {tid}'
         if (tid, name, pid) not in self._named:
-            if len(self._named) >= KEPT_NAMES:
-                self._named.clear()
             self._named.add((tid, name, pid))
             self._write(ph='M', name='thread_name', pid=pid, tid=tid, args={'name': name})
             if track[0] == 'life':  # Below the threads, oldest first.
