@@ -73,8 +73,12 @@ struct Client {
         return result == 0 ? resource.core : result;
     }
 
+    /// Waits until there is no service, or already a new one.
     void waitForLoss() {
-        waitUntil([&] { return core() == -111; });
+        waitUntil([&] {
+            int const result = core();
+            return result == -111 || result == -22;
+        });
     }
 };
 

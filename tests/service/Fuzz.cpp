@@ -7,6 +7,7 @@
 #include <iterator>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <thread>
 
 #include "service/BusNames.h"
@@ -35,50 +36,43 @@ struct Peer {
         sdbus::createProxy(*connection, kServiceName, kServicePath);
 };
 
-/// The bytes of an input, and 0 when they have all been read.
-class Input {
-public:
-    explicit Input(std::string const& bytes) : mBytes(bytes) {}
-    bool isAtEnd() const { return mAt >= mBytes.size(); }
-    unsigned int next() { return isAtEnd() ? 0 : static_cast<unsigned char>(mBytes[mAt++]); }
-    unsigned int below(unsigned int bound) { return next() % bound; }
+/// Takes a number from an input; 0 when that has been read.
+unsigned int below(unsigned int bound, std::istream& input) {
+    int const byte = input.get();
+    return byte == EOF ? 0 : static_cast<unsigned int>(byte) % bound;
+}
 
-private:
-    std::string const& mBytes;
-    std::size_t mAt = 0;
-};
-
-void append(sdbus::MethodCall& call, char type, Input& input) {
+void append(sdbus::MethodCall& call, char type, std::istream& input) {
     static int const kNumbers[] = {INT32_MIN, -1, 0, 1, 640, 1920, 70001, INT32_MAX};
-    if (input.below(16) == 0) {
-        type = "sibx"[input.below(4)];  // Not what belongs here.
+    if (below(16, input) == 0) {
+        type = "sibx"[below(4, input)];  // Not what belongs here.
     }
     if (type == 's') {
-        call << std::string(std::size_t{1} << input.below(20), 'x');
+        call << std::string(std::size_t{1} << below(20, input), 'x');
     } else if (type == 'b') {
-        call << (input.below(2) == 1);
+        call << (below(2, input) == 1);
     } else if (type == 'x') {
         call << std::int64_t{-1};
     } else {
         // Mostly what is likely to be a client of these peers.
-        unsigned int const kind = input.next();
+        unsigned int const kind = below(256, input);
         call << (kind < 128 ? 70001 + static_cast<int>(kind % 16) : kNumbers[kind % 8]);
     }
 }
 
 void play(std::string const& bytes) {
-    Input input(bytes);
+    std::istringstream input(bytes);
     std::unique_ptr<Peer> peers[4];
-    while (!input.isAtEnd()) {
-        auto& peer = peers[input.below(4)];
+    while (input.peek() != EOF) {
+        auto& peer = peers[below(4, input)];
         if (peer == nullptr) {
             peer = std::make_unique<Peer>();
         }
-        if (input.below(16) == 0) {
+        if (below(16, input) == 0) {
             peer = nullptr;
             continue;
         }
-        auto const [operation, types] = kOperations[input.below(std::size(kOperations))];
+        auto const [operation, types] = kOperations[below(std::size(kOperations), input)];
         auto call = peer->service->createMethodCall(kServiceInterface, operation);
         for (char const* type = types; *type != '\0'; ++type) {
             append(call, *type, input);

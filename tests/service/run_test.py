@@ -12,7 +12,7 @@ RUN = sys.argv.pop(1)
 
 
 def run(*words, **options):
-    return subprocess.run([RUN, *words], capture_output=True, text=True, check=False, timeout=60,
+    return subprocess.run([RUN, *words], capture_output=True, text=True, check=False, timeout=25,
                           **options)
 
 
@@ -40,7 +40,7 @@ class TvhwRun(unittest.TestCase):
 
     def test_statuses(self):
         for words, status, told in (
-                (['--', 'true', '--', 'true'], 0, 'true .* ended with status 0'),
+                (['--', 'true'], 0, r'^(?![\s\S]*tvhw-run)'), (['--', 'true', '--', 'true'], 0, 'true .* ended with status 0'),
                 (['--', 'sh', '-c', 'sleep 0.5; exit 3', '--', 'sh', '-c', 'exit 4'], 4, 'status 3'),
                 (['--', 'sh', '-c', 'kill -KILL $$'], 137, 'was killed by SIGKILL'),
                 (['--', 'sh', '-c', 'kill -ABRT $TVHW_SERVICE_PID; sleep 0.5'], 134,
@@ -86,29 +86,43 @@ class TvhwRun(unittest.TestCase):
                 ended = run('--', '/bin/true', env={'PATH': folder})
                 self.assertEqual(ended.returncode, status)
                 self.assertRegex(ended.stderr, told)
-            words = [shutil.copy(RUN, folder), '--', 'echo', 'started']
+            words = [shutil.copy(RUN, folder), '--', '/nowhere']
             ended = subprocess.run(words, stderr=subprocess.PIPE, text=True, check=False)
             self.assertRegex(ended.stderr, 'there is no libkvo_hal_crm.so')
             write('libkvo_hal_crm.so', '')
             os.symlink('.', os.path.join(folder, 'lib'))
-            write('tvhw-resource-manager', '[ "$1" ] || exec sleep 600\nkill $PPID')
+            write('tvhw-resource-manager', 'if [ "$1" ]; then [ -e "$0.ready" ] && kill $PPID; exit; fi\n'
+                  'trap "echo ended; exit" TERM\n: >"$0.ready"\nwhile :; do sleep 0.1; done')
             ended = subprocess.run(words, stdout=subprocess.PIPE, timeout=60, check=False)
-            self.assertEqual((ended.stdout, ended.returncode), (b'', 143), 'a signal comes first')
+            self.assertEqual((ended.stdout, ended.returncode), (b'ended\n', 143), 'a signal comes first')
 
     def test_what_a_program_leaves_behind_ends(self):
+        script = """if True:
+            import os, signal, sys
+            ready, begin = os.pipe()
+            if child := os.fork():
+                os.read(ready, 1)
+                print(child, flush=True)
+                sys.exit(3)
+            os.setsid()
+            signal.signal(signal.SIGTERM, lambda *_: os.write(1, b'told\\n'))
+            os.write(begin, b' ')
+            while True:
+                signal.pause()"""
         # Though nothing can be said of it.
-        ended = subprocess.run(['sh', '-c', 'exec "$@" 2>/dev/full', 'sh', RUN, '--', 'sh', '-c',
-                                'trap "" TERM; setsid sleep 600 >/dev/null & echo $!; exit 3'],
-                               stdout=subprocess.PIPE, timeout=20, check=False)
+        ended = subprocess.run(['sh', '-c', 'exec "$@" 2>/dev/full', 'sh', RUN, '--', sys.executable, '-c', script],
+                               stdout=subprocess.PIPE, timeout=12, check=False)
         self.assertEqual(ended.returncode, 3)
-        self.assert_gone(int(ended.stdout))
+        pid, *told = ended.stdout.split()
+        self.assertEqual(told, [b'told'], 'once')
+        self.assert_gone(int(pid))
 
     def test_a_signal_ends_all(self):
         for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
             started, pids = begin('sleep 600 & echo $$ $! $TVHW_SERVICE_PID; wait')
             started.send_signal(number)
             self.assertEqual(started.wait(20), 128 + number)
-            self.assert_gone(*pids)
+            self.assertEqual([pid for pid in pids if is_running(pid)], [])
 
     def test_the_service_outlives_the_programs(self):
         manager = os.path.join(os.path.dirname(RUN), 'tvhw-resource-manager')
@@ -118,9 +132,9 @@ class TvhwRun(unittest.TestCase):
 
     def test_a_second_signal_kills_what_does_not_end(self):
         started, pids = begin('trap "echo told" TERM; echo $$ $TVHW_SERVICE_PID; while :; do sleep 0.1; done')
+        begun = time.monotonic()
         started.terminate()
         self.assertEqual(started.stdout.readline(), 'told\n')
-        begun = time.monotonic()
         started.terminate()
         self.assertEqual(started.communicate(timeout=20)[0], '')
         self.assertEqual(started.returncode, 143)
@@ -143,6 +157,21 @@ class TvhwRun(unittest.TestCase):
         self.assertEqual(len(pids), 3)
         started.kill()
         self.assert_gone(*pids)
+
+    def test_nothing_begins_after_its_death(self):
+        script = """if True:
+            import os, runpy, signal, sys
+            class Libc:
+                def prctl(*_):
+                    os.kill(parent, signal.SIGKILL)
+                    while os.getppid() == parent:
+                        pass
+            parent = os.getpid()
+            run = runpy.run_path(sys.argv[1])['Run'](False)
+            run.libc = Libc
+            run.start({}, 'echo', ['echo', 'begun'])"""
+        ended = subprocess.run([sys.executable, '-c', script, RUN], stdout=subprocess.PIPE, timeout=20, check=False)
+        self.assertEqual((ended.stdout, ended.returncode), (b'', -signal.SIGKILL))
 
 
 unittest.main()

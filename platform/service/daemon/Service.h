@@ -40,12 +40,13 @@ public:
     explicit Service(std::string settings)
         : mSettingsFile(std::move(settings)),
           mDeaths(epoll_create1(EPOLL_CLOEXEC), sdbus::adopt_fd),
-          mConnection(sdbus::createSessionBusConnection(kServiceName)),
+          mConnection(sdbus::createSessionBusConnection()),
           mObject(sdbus::createObject(*mConnection, kServicePath)),
           mPool({}) {
         readSettings();
         registerOperations();
         watchForDeaths();
+        mConnection->requestName(kServiceName);  // Who waits for it may call.
     }
 
     /// Serves until a signal other than SIGHUP can be read from `signals`, a signalfd; at SIGHUP
@@ -53,18 +54,17 @@ public:
     /// sdbus::Error when the bus is lost.
     void run(int signals) {
         for (;;) {
-            // No more at once than leave time for all else.
-            for (int left = 100; left > 0 && mConnection->processPendingRequest(); --left) {
-            }
+            // One message at a time, so that a flood of them leaves time for all else.
+            bool const isIdle = !mConnection->processPendingRequest();
             advance();
-            auto const bus = mConnection->getEventLoopPollData();
+            auto const bus = isIdle ? mConnection->getEventLoopPollData()
+                                    : sdbus::IConnection::PollData{-1, 0, 0};
             auto const left = duration_cast<std::chrono::milliseconds>(mPool.nextDeadline() -
                                                                        ResourcePool::Clock::now());
             int const untilDue = static_cast<int>(std::clamp(left.count() + 1, 0L, kLongestSleep));
-            int const ofBus = bus.getPollTimeout();
             pollfd entries[]{
                 {bus.fd, bus.events, 0}, {signals, POLLIN, 0}, {mDeaths.get(), POLLIN, 0}};
-            poll(entries, 3, ofBus < 0 ? untilDue : std::min(ofBus, untilDue));
+            poll(entries, 3, isIdle ? untilDue : 0);
             if (entries[2].revents != 0) {
                 forgetDead();
             }
