@@ -38,15 +38,6 @@ private:
     Listening& mListening;
 };
 
-/// A client whose callback is set.
-struct Scaler {
-    Scaler() { client.setCallback(listener); }
-
-    Listening listening;
-    VideoScalerClientTvhwImpl client{0};
-    std::shared_ptr<Listener> listener = std::make_shared<Listener>(listening);
-};
-
 }  // namespace
 
 void addScalerAndSinkScenarios(std::vector<Scenario>& all) {
@@ -72,34 +63,20 @@ void addScalerAndSinkScenarios(std::vector<Scenario>& all) {
         start("dropper", [&] { first.reset(); });
         joinAll();
     });
-    add(all, "scaler-connects", {kIsCalled}, [] {
-        Scaler scaler;
-        start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
-        start("owner", [&] { scaler.client.connect({}); });
-        joinAll();
-    });
     // What any thread may do, each of it twice, beside the owner.
     add(all, "scaler-any-thread", {kIsCalled}, [] {
-        Scaler scaler;
+        Listening listening;
+        VideoScalerClientTvhwImpl scaler(0);
+        auto const listener = std::make_shared<Listener>(listening);
+        scaler.setCallback(listener);
         for (int count = 0; count < 2; ++count) {
-            start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
-            start("setter", [&] { scaler.client.setCallback(scaler.listener); });
+            start("reporter", [&] { scaler.bbdCallbackRegion({}); });
+            start("setter", [&] { scaler.setCallback(listener); });
         }
         start("owner", [&] {
-            scaler.client.connect({});
-            scaler.client.updateRegion({});
-            scaler.client.disconnect();
-        });
-        joinAll();
-    });
-    // A report while the picture is placed and its source goes.
-    add(all, "scaler-moves", {kIsCalled}, [] {
-        Scaler scaler;
-        scaler.client.connect({});
-        start("reporter", [&] { scaler.client.bbdCallbackRegion({}); });
-        start("owner", [&] {
-            scaler.client.updateRegion({});
-            scaler.client.disconnect();
+            scaler.connect({});
+            scaler.updateRegion({});
+            scaler.disconnect();
         });
         joinAll();
     });
