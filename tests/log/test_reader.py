@@ -225,6 +225,8 @@ MADE += [
     (INITS[:1] + plays(1, 70001) + ['2 500 501 V/HostPlatform: TVHW_CRM_ClientReleaseResource(70001) = 0 in 9 us', LATER],
      ['never-freed'], 'decoder 70001, process 500: still open 97.0 s later'),
     (plays(1, 70001) + reclaims(2) + INITS + [LATER.replace('99', '8')], ['reclaim-hangs'], 'Whose: .* 6.0 s when its process'),
+    (plays(1, 70001) + reclaims(2) + ['8 9 9 I/Zygote: Process 500 exited due to signal (9)', LATER.replace('500', '510')],
+     ['process-died', 'reclaim-hangs'], '6.0 s when its process ends'),
     (plays(1, 70001) + reclaims(2) + plays(20, 70002, pid=500)[:1] + ['20.1 500 600 I/VideoClient: core_type: 801', LATER],
      [], 'its line be lost'),
     (plays(1, 70001) + reclaims(2, 3602) + window(3603, 'connect'), [], 'the clock may have been set'),

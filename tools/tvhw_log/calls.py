@@ -51,7 +51,7 @@ class Calls:
         if operation == 'ClientInit':
             number = arguments.rsplit(' ', 1)[-1]  # Clients are counted from 1.
             if number == '1' and process.is_whole is not None:
-                history.end_process(line.pid, line, 'its process ended: another has its number')
+                history.end_process(line.pid, line, 'its process ended: another has its number', process.last)
                 thread = history.thread(line)
             if number.isdigit() and int(number) < MANY:
                 process.opened += 1

@@ -475,18 +475,17 @@ class Clients:
         self.lost.extend(life for life in self._holders.pop(pid, ()) if life.state == 'holding')
         for reclaim in self._reclaims:
             if reclaim.pid == pid and last.time - reclaim.begin.time >= HANGS_AFTER:
-                self._judge_open(reclaim, last)
+                self._judge_open(reclaim, last, 'its process ends')
         self._reclaims = [reclaim for reclaim in self._reclaims if reclaim.pid != pid]
 
     def finish_reclaims(self):
         for reclaim in self._reclaims:
-            self._judge_open(reclaim, self._history.last)
+            self._judge_open(reclaim, self._history.last, 'the log ends')
 
-    def _judge_open(self, reclaim, until):
+    def _judge_open(self, reclaim, until, ends):
         if reclaim.end is not None or not reclaim.began:
             return
         history = self._history
-        ends = 'the log ends' if until is history.last else 'its process ends'
         after = until.time - reclaim.begin.time if until.clock else 0.0
         where = f'{reclaim.begin.clock}, {reclaim.who}'
         thread = history.thread(reclaim.begin)

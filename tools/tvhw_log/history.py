@@ -83,8 +83,9 @@ class History:
             self._judge_order(name, line, thread)
         thread.is_first = not thread.has_spoken
         thread.has_spoken |= level <= 3
-        for reclaim in thread.reclaims if level <= 3 and line.tid and name not in ('reclaim_timeout', 'reclaim_end') else ():
-            reclaim.overtaken = True
+        goes_on = level <= 3 and line.tid and name not in ('reclaim_timeout', 'reclaim_end')
+        for reclaim in thread.reclaims:
+            reclaim.overtaken |= bool(goes_on)
         life = self._handlers[name](line, thread, *values)
         if name in _CAUSES:
             self._fail(name, line, thread, values, life)
@@ -275,16 +276,16 @@ class History:
                 held += ' (as far as is known: releases are not in the log)'
             process.finding = self.find('process-died', f'process {ended.pid} {ended.how}{during}', [line],
                                         f'it held the core of {held}' if held else 'it held no core', lives)
-        self.end_process(ended.pid, line, 'its process ended')
+        self.end_process(ended.pid, line, 'its process ended', line if line.clock else process.last)
 
     def _alive(self, pid):
         return [life for life in self.lives if life.pid == pid
                 and life.state not in ('closed', 'refused', 'process ended')]
 
-    def end_process(self, pid, line, text):
-        """Ends all of a process that is no more."""
+    def end_process(self, pid, line, text, last):
+        """Ends all of a process that is no more, and that ran until the line `last`."""
         process = self.processes[pid]
-        self.clients.process_ended(pid, process.last)
+        self.clients.process_ended(pid, last)
         for life in self._alive(pid):
             self.clients.end_hold(life, line)
             life.tell(line, text)
