@@ -61,9 +61,12 @@ TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
     EXPECT_EQ(granted.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100);
+    auto const last = kvo::host::crmClients().back();
+    EXPECT_EQ(last.name, "test");
     auto* handle = second.handle;  // Not the one that its thread reads.
     EXPECT_EQ(TVHW_CRM_ClientFree(&handle), 0);
     EXPECT_EQ(closed.get(), -22);
+    EXPECT_EQ(kvo::host::reclaim(last.uniqueId).get(), -1) << "nobody asks it";
     EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0);
     EXPECT_EQ(granted.get(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << "at once";

@@ -370,8 +370,8 @@ TEST_F(ResourcePoolTest, AHolderIsWaitedForUntilItsDeadlineAndMayAnswerLater) {
     EXPECT_EQ(pool().nextDeadline(), ResourcePool::Clock::time_point::max());
     EXPECT_EQ(pool().stuckClients(), "client 70001 of process 1 (test)");
     EXPECT_NE(pool().describe().find("STUCK 10.0 s"), std::string::npos);
-    play("7200 s later, 3 decoder: -110");  // Nobody waits for it or asks it anew.
-    EXPECT_NE(pool().describe().find("STUCK 120 min"), std::string::npos);
+    play("3590 s later, 3 decoder: -110");  // Nobody waits for it or asks it anew.
+    EXPECT_NE(pool().describe().find("STUCK 60 min"), std::string::npos);
 
     pool().setCores({kLargeCore});
     play("1 gives up, 1 holds: nothing");
@@ -400,7 +400,7 @@ TEST_F(ResourcePoolTest, TheTablesFitATerminal) {
     EXPECT_EQ(ask(client - idOf(0), kDecoder), "0");
     EXPECT_NE(ask(open(), kDecoder), "0");
     gNow += std::chrono::hours(10000);
-    EXPECT_NE(pool().describe().find(" 10000 h "), std::string::npos) << "the name is cut";
+    EXPECT_NE(pool().describe().find("x 2147483647 10000 h "), std::string::npos) << "the name is cut";
     std::istringstream lines(pool().describe());
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(line.size(), 80U) << line;
@@ -422,9 +422,10 @@ TEST_F(ResourcePoolTest, NoIdIsGivenOutTwice) {
     EXPECT_FALSE(pool().closeClient(90001));
     EXPECT_EQ(opened(90000), 90002) << "the other may still be asked";
     pool().finishReclaim(reclaim, false);
-    EXPECT_EQ(opened(INT32_MAX), 70004) << "they are used up, and start anew";
+    pool().closeClient(70001);
+    EXPECT_EQ(opened(INT32_MAX), 70001) << "they are used up, and start anew";
     EXPECT_EQ(opened(INT32_MAX - 1), INT32_MAX);
-    EXPECT_EQ(pool().clients().size(), 7U);
+    EXPECT_EQ(pool().clients().size(), 6U);
     EXPECT_EQ(pool().clients().begin()->second.refusals, 0);
 }
 
