@@ -400,7 +400,8 @@ TEST_F(ResourcePoolTest, TheTablesFitATerminal) {
     EXPECT_EQ(ask(client - idOf(0), kDecoder), "0");
     EXPECT_NE(ask(open(), kDecoder), "0");
     gNow += std::chrono::hours(10000);
-    EXPECT_NE(pool().describe().find("x 2147483647 10000 h "), std::string::npos) << "the name is cut";
+    EXPECT_NE(pool().describe().find("x 2147483647 10000 h "), std::string::npos)
+        << "the name is cut";
     std::istringstream lines(pool().describe());
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(line.size(), 80U) << line;
