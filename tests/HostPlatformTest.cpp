@@ -52,6 +52,8 @@ TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
     holder.onReclaimed = [&] { release.get_future().wait(); };
     EXPECT_EQ(holder.acquire(), 0);
     EXPECT_EQ(other.acquire(), 0);
+    TVHW_CRM_ACQUIRE_PARAM const request{1, 640, 0, 0, 0, 0, {}};
+    EXPECT_EQ(TVHW_CRM_ClientTryAcquireResource(first.handle, &request), -16);
     auto const begin = std::chrono::steady_clock::now();
     auto granted = std::async(std::launch::async, [&] { return first.acquire(); });
     auto closed = std::async(std::launch::async, [&] { return second.acquire(); });
@@ -67,6 +69,11 @@ TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
     EXPECT_EQ(TVHW_CRM_ClientFree(&handle), 0);
     EXPECT_EQ(closed.get(), -22);
     EXPECT_EQ(kvo::host::reclaim(last.uniqueId).get(), -1) << "nobody asks it";
+    int id = 0;
+    TVHW_CRM_RESOURCE resource{};
+    EXPECT_EQ(TVHW_CRM_ClientGetUniqueId(second.handle, &id), -22);
+    EXPECT_EQ(TVHW_CRM_ClientGetResource(second.handle, &resource), -22);
+    EXPECT_EQ(TVHW_CRM_ClientReleaseResource(second.handle), -22);
     EXPECT_EQ(TVHW_CRM_ClientReleaseResource(other.handle), 0);
     EXPECT_EQ(granted.get(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << "at once";
