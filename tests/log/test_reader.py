@@ -198,6 +198,7 @@ MADE = [
 ]
 SERVICE = '9 9 I/ResourceManager: '
 INITS = [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us' for time in (0, 9)]
+UNREAD = '{} 500 502 E/VideoClient: crm-resource: ret=-61'
 CLEARED = '2.1 500 501 W/VideoClient: clear display resource fail'
 
 
@@ -230,6 +231,8 @@ MADE += [
     (plays(1, 70001) + reclaims(2) + plays(20, 70002, pid=500)[:1] + ['20.1 500 600 I/VideoClient: core_type: 801', LATER],
      [], 'its line be lost'),
     (plays(1, 70001) + reclaims(2, 3602) + window(3603, 'connect'), [], 'the clock may have been set'),
+    (['1 500 502 ' + REFUSED.format(-16), UNREAD.format(31)], ['refused'], 'Whose.*ret=-16.*ret=-61'),
+    (['1 500 502 ' + REFUSED.format(-16), UNREAD.format(1), UNREAD.format(31)], ['refused', 'grant-lost'], 'nothing is held'),
     (plays(1, 70001) + reclaims(2) + [LATER, LATER.replace('99', '3600')], ['reclaim-hangs'], '97.0 s when the log'),
     (timed(20, 5000), [], r'\[reclaimed'), (timed(20, 5000) + [LATER], ['core-kept'], 'still open 79.0 s later'),
     (timed(20, 5000000), ['release-slow'], 'at least 2.0 s of 5.0 s'),

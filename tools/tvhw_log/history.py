@@ -7,8 +7,8 @@ calls; without them all clients that fit are candidates."""
 from .calls import Calls
 from .clients import Clients
 from .lives import Life, Process, Thread, named
-from .messages import (AFTER, BEFORE, CLIENT, CODEC, ENCODER, EXPLAINED_BY, MESSAGES, NEXT, PLATFORM, SCALER, SINK,
-                       STEP_ENDS, TAGS, event_of)
+from .messages import (AFTER, AT_ONCE, BEFORE, CLIENT, CODEC, ENCODER, EXPLAINED_BY, MESSAGES, NEXT, PLATFORM, SCALER,
+                       SINK, STEP_ENDS, TAGS, event_of)
 from .others import SERVICE, TAGS_OF_OTHERS, end_of_process, tells_of_loss
 from .scaler_and_sink import Channels, Sinks
 from .verdicts import HOST_CODES, MISTAKES, NOTHING_HELD, Finding, Verdicts
@@ -232,8 +232,8 @@ class History:
         if name == 'acquire_refused':
             rule = self.clients.rule_of_refusal(*values)
         before = thread.finding
-        if (before is not None and (before.rule in explained_by or before.rule == rule)
-                and name not in before.events and line.time - before.lines[-1].time <= TOGETHER):
+        if (before is not None and (before.rule in explained_by or before.rule == rule) and name not in before.events
+                and (name in AT_ONCE or line.time - before.lines[-1].time <= TOGETHER)):
             before.events.add(name)
             before.add(line)
             before.whose = life or before.whose

@@ -111,6 +111,8 @@ EXPLAINED_BY = {
     'sink_close_failed': ('output-unopened',),
 }
 
+# Lines that follow the failure of their operation at once, whatever the clock says.
+AT_ONCE = ('resource_unread', 'grant_unread')
 # What the same thread must have logged just before an event, and just after one: else lines are lost.
 AFTER = {name: name[:-len('_end')] for name, *_ in MESSAGES if name.endswith('_end') and name != 'reclaim_end'}
 STEP_ENDS = set(AFTER)
