@@ -152,7 +152,7 @@ class TvhwRun(unittest.TestCase):
             self.assertIn(started.returncode, (143, -signal.SIGTERM))
 
     def test_nothing_outlives_its_death(self):
-        script = 'echo $$ $TVHW_SERVICE_PID $(pgrep -P $PPID dbus-daemon); sleep 600'
+        script = 'echo $$ $TVHW_SERVICE_PID $(pgrep -P $PPID dbus-daemon); exec sleep 600'
         started, pids = begin(script)
         self.assertEqual(len(pids), 3)
         started.kill()

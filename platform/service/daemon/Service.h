@@ -157,15 +157,15 @@ private:
         mObject->finishRegistration();
     }
 
-    /// The bus tells of every name that goes. A process also ends while a child of it has its name.
+    /// The bus tells of every name that goes, or comes, which is not known then. A process also
+    /// ends while a child of it has its name.
     void watchForDeaths() {
         mBusDaemon = sdbus::createProxy(*mConnection, kBusDaemon, kBusDaemonPath);
         mBusDaemon->uponSignal("NameOwnerChanged")
             .onInterface(kBusDaemon)
-            .call([this](std::string const& name, std::string const&, std::string const& newOwner) {
+            .call([this](std::string const& name, std::string const&, std::string const&) {
                 // Anybody on the bus can send what looks like it.
-                if (newOwner.empty() &&
-                    mBusDaemon->getCurrentlyProcessedMessage()->getSender() == kBusDaemon) {
+                if (mBusDaemon->getCurrentlyProcessedMessage()->getSender() == kBusDaemon) {
                     forget(name);
                 }
             });
