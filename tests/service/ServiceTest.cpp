@@ -412,6 +412,7 @@ TEST_F(ServiceTest, TheCommandShowsAndChangesWhatTheServiceDoes) {
         {"--log-level -2", "-2 is no number from -1 to 4; see --help\n2\n"},
         {"--log-level 99", "99 is no number from -1 to 4; see --help\n2\n"},
         {"--status", " ??    "},
+        {"--watch | head -c 4", "CORE0\n"},
         {"--status >/dev/full", "tvhw-resource-manager: the output cannot be written\n1\n"},
         {"--reclaim 99", "tvhw-resource-manager: client 99 is not open\n1\n"},
         {"--reclaim " + second, " keeps what it holds\n1\n"},
