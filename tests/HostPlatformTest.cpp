@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <future>
+#include <list>
 
 #include "Journal.h"
 #include "SystemUtils.h"
@@ -81,25 +82,30 @@ TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
     EXPECT_EQ(other.acquire(), 0);
 }
 
-// By a manager with less patience than that of the process.
+/// A manager with less patience than that of the process, and holders that answer when told to.
+struct SlowHolders {
+    kvo::host::InProcessManager manager{{{}}, std::chrono::milliseconds(200)};
+    std::promise<void> mayAnswer;
+    std::shared_future<void> answers{mayAnswer.get_future()};
+};
+
 TEST(InProcessManagerTest, WhoWaitsIsAnsweredInTimeThoughNoHolderAnswers) {
-    static auto& manager = *new kvo::host::InProcessManager({{}}, std::chrono::milliseconds(200));
-    static std::promise<void> end;
-    static std::shared_future<void> const hasEnded(end.get_future());
-    auto const request = [] {
+    static auto& all = *new std::list<SlowHolders>;  // A callback may still return to one.
+    SlowHolders& slow = all.emplace_back();
+    auto const request = [&slow] {
         int client = 0;
-        auto const onReclaim = [](auto const*, void*) {
-            hasEnded.wait();
+        auto const onReclaim = [](auto const*, void* holders) {
+            static_cast<SlowHolders*>(holders)->answers.wait();
             return 1;
         };
-        manager.open("test", onReclaim, nullptr, client);
-        return manager.acquire(client, {false, false, 1, 640, 480}, false);
+        slow.manager.open("test", onReclaim, &slow, client);
+        return slow.manager.acquire(client, {false, false, 1, 640, 480}, false);
     };
     EXPECT_EQ(request(), 0);
     auto first = std::async(std::launch::async, request);
     auto second = std::async(std::launch::async, request);
     EXPECT_EQ(std::pair(first.get(), second.get()), std::pair(-110, -110));
-    end.set_value();
+    slow.mayAnswer.set_value();
     while (request() != 0) {  // Until the answer has arrived.
     }
 }
