@@ -166,8 +166,7 @@ TEST_F(ResourcePoolTest, TheLowestPriorityThenTheSmallestCoreThenTheLongestHolde
             pool().setCores(cores);
             EXPECT_EQ(ask(open(test.holders[index]), kDecoder), "0");
         }
-        play("2 decoder: 0");                // It has one and keeps it.
-        play("1 gives back, 1 decoder: 0");  // And holds from now on.
+        play("2 decoder: 0, 1 gives back, 1 decoder: 0");  // 2 keeps its one, 1's is the newest.
         EXPECT_EQ(ask(open(9), kDecoder, 0, true), "-16") << "a try asks nobody";
         int const newcomer = open(test.newcomer);
         std::string becomes = ask(newcomer, kDecoder);
@@ -211,9 +210,8 @@ TEST_F(ResourcePoolTest, TheSmallestCoreThatFitsIsGrantedThenTheFirst) {
 TEST_F(ResourcePoolTest, AClientHasOneCoreAndOnePortAndEachHasItsOwnAge) {
     start({kSmallCore, kLargeCore, kEncoderCore});
     play("1 decoder: 0, 2 decoder: 0, 2 port: 0, 1 port: 0, 2 port: 0");  // It has one.
-    play("2 holds: type 3 and port 1, 1 holds: type 1 and port 2");
-    play("3 port: asks 1");  // Who loses the smaller core with its port.
-    play("3 decoder: waits for 1 and waits for 1, 1 gives up, 1 holds: nothing");
+    play("2 holds: type 3 and port 1, 1 holds: type 1 and port 2");  // The smaller core goes first.
+    play("3 port: asks 1, 3 decoder: waits for 1 and waits for 1, 1 gives up, 1 holds: nothing");
     EXPECT_EQ(pool().clients().at(idOf(1)).refusals, 0);
     play("3: 0 from 1 and 0, 2 decoder: 0, 2 holds: type 3 and port 1, 3 holds: type 1 and port 2");
     play("2 gives back, 3 large: 0, 3 holds: type 3 and port 2, 4 decoder: 0, 4 holds: type 1");
@@ -227,16 +225,20 @@ TEST_F(ResourcePoolTest, WhatIsGivenUpGoesToWhoAskedAndWhatIsFreeToTheOldest) {
     play("5 port: waits for 1 and asks 7, 2 gives up, 4 holds: type 3");  // Though 3 is older.
     play("4: 0 from 2, 4 closes, 3: 0, 3 holds: type 3");  // Also while it waits for an answer.
     play("5: waits for 1 and waits for 7, 5 closes, 5: -22 and -22");  // At once.
-    play("1 gives up, 6: 0, 6 holds: type 1");                         // Nobody else wants it.
-    play("1 decoder: asks 6");  // Who waited for 1 does so no longer.
+    play("1 gives up, 6: 0, 6 holds: type 1, 1 decoder: asks 6");  // Nobody waits for 1 any longer.
 
     start({kSmallCore, kSmallCore, kLargeCore});
     play("1 decoder: 0, 2 decoder: 0, 3 decoder: 0, 4 decoder: asks 1, 5 1x1: waits for 1");
     play("2 gives back, 3 gives back, 4: 0, 5: 0, 4 holds: type 1, 5 holds: type 3");
 
     start({kSmallCore, kLargeCore});  // What was given up is kept, though a smaller one is free.
-    play("1 1x999 at -1: 0, 2 decoder: 0, 3 decoder: asks 1, 1 gives back, 2 closes");
+    play("1 1x999 at -1: 0, 2 decoder: 0, 3 decoder: asks 1, 4 decoder: waits for 1, 1 gives back");
+    play("4: asks 2, 4 closes, 2 closes");  // Nor does 4 wait for 1 any longer.
     play("3: waits for 1, 3 holds: type 3, 1 gives up, 3: 0 from 1, 3 holds: type 3");
+
+    start({kSmallCore, kSmallCore, kEncoderCore});  // Also what 1 leaves for another.
+    play("1 encoder: 0, 2 decoder: 0, 3 decoder: 0, 4 encoder: asks 1, 1 decoder: asks 2");
+    play("5 encoder at 1: waits for 1, 3 gives back, 4: 0, 5: asks 4");
 }
 
 TEST_F(ResourcePoolTest, WhoGaveUpMayBeAskedAgain) {
@@ -315,8 +317,7 @@ TEST_F(ResourcePoolTest, ARequestInsideAReclaimIsAnsweredAndTakesNothingBack) {
     play("6 decoder inside 3: -16");     // What it may take, too, is older.
     play("3 keeps, 5: -16, 1 gives back, 4: waits for 1, 4 holds: type 3");
     play("3 closes, 5 decoder inside 1: 0, 5 closes");  // What is free may be taken.
-    play("7 decoder: 0, 8 decoder inside 1: -16");      // All are granted since it began.
-    play("10 s later, 4: 0 from 1");                    // At the latest.
+    play("7 decoder: 0, 8 decoder inside 1: -16, 10 s later, 4: 0 from 1");  // At the latest.
 
     start({kSmallCore, kSmallCore});
     play("1 decoder: 0, 2 decoder: 0, 1 is reclaimed, 3 decoder inside 1: asks 2, 2 keeps, 3: -16");

@@ -6,7 +6,6 @@
 #include <future>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <thread>
 #include <utility>
 

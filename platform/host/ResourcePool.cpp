@@ -148,7 +148,6 @@ void ResourcePool::giveBack(int client) {
             asking->second.givenBy = client;
         }
     }
-    wakeWaitersFor(client);
 }
 
 ResourcePool::Number ResourcePool::request(int client, Request const& request, bool tryOnly,
@@ -194,6 +193,7 @@ void ResourcePool::decide(Number number, std::vector<Step>& steps) {
     }
     bool const isOver = pending.since + mPatience <= mNow();
     if (pending.granted || serve(pending)) {
+        leaveQueue(number, pending);  // Who followed it may ask somebody else meanwhile.
         // Its holder may have given up but still be in its callback: what the newcomer does next
         // must not surprise it there.
         auto const source = mReclaims.find(pending.grantedIn);
@@ -289,15 +289,14 @@ std::vector<ResourcePool::Lease const*> ResourcePool::leases(Request const& requ
 /// Gives what is free to the requests that wait for anything, the oldest first.
 void ResourcePool::serveInOrder() {
     auto const hasFree = [](auto const& leases) {
-        return std::any_of(leases.begin(), leases.end(),
-                           [](Lease const& lease) { return lease.holder == 0; });
+        return std::any_of(leases.begin(), leases.end(), [](auto& its) { return its.holder == 0; });
     };
-    if (!std::exchange(mIsFreed, false)) {
-        return;
-    }
-    for (auto& [number, pending] : mPending) {
-        if (pending.request.display ? hasFree(mPorts) : hasFree(mCores)) {
-            serve(pending);
+    while (std::exchange(mIsFreed, false)) {
+        for (auto& [number, pending] : mPending) {
+            bool const isFree = pending.request.display ? hasFree(mPorts) : hasFree(mCores);
+            if (isFree && serve(pending) && mIsFreed) {
+                break;  // It has left another core, which may fit an older one.
+            }
         }
     }
 }
@@ -363,6 +362,7 @@ void ResourcePool::giveBackCore(int client) {
         }
     }
     dropRetired();
+    wakeWaitersFor(client);
 }
 
 /// Says whether an older request decides for this one, too, as it differs in nothing but its age:
