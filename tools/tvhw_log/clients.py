@@ -454,6 +454,9 @@ class Clients:
         measured, or by the clock, which may have been set meanwhile."""
         taken = seconds(reclaim.begin, reclaim.end) if measured is None else measured
         if taken is None or not reclaim.began:
+            if reclaim.began and reclaim.begin.silence != reclaim.end.silence:
+                self._history.note(f'A reclaim ended after a time without a line ({reclaim.begin.clock} to '
+                                   f'{reclaim.end.clock}, {reclaim.who}): how long it took is not known.')
             return
         lines = [line for line in (reclaim.begin, reclaim.quiet, reclaim.end) if line]
         late = f'; the host platform\'s manager waits {PATIENCE:.0f} s' if taken > PATIENCE else ''
@@ -500,7 +503,8 @@ class Clients:
                          'or a core was granted: it may have ended, and its line be lost.')
         elif after < HANGS_AFTER:
             history.note(f'The log ends in a reclaim that gave up waiting for calls ({where}).' if reclaim.timeout else
-                         f'The log ends during a reclaim ({where}): too soon to tell more.')
+                         f'The log ends during a reclaim ({where}): too soon to tell more'
+                         + (', as a time without a line does not count.' if until.silence != reclaim.begin.silence else '.'))
         elif history.quiet_for(reclaim.begin) <= GRACE and not history.has_system and not (
                 reclaim.life and (reclaim.pid, reclaim.life.id) in self.service.stuck):
             history.note(f'A reclaim had not ended after {after:.1f} s, when the log ends ({where}), but its process '
