@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
+#include <functional>
 #include <regex>
 #include <sstream>
 

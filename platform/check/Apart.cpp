@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <unwind.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>

@@ -102,8 +102,8 @@ inline Values inOrder(std::initializer_list<Values> const& steps) {
     return all;
 }
 
-/// What this process has that a platform might keep; expected is how much it may of it in two
-/// rounds.
+/// What this process has that a platform might keep; expected is what would be too much of it for
+/// two rounds.
 Values usage();
 
 /// Does `once`, which is told the round from 0 and returns values, a thousand times, or a hundred

@@ -121,6 +121,8 @@ public:
         }
     }
 
+    // For setPool, forceGrant, crmClients and describe of HostPlatform.h, which tells of them.
+
     void setCores(std::vector<CodecCore> const& cores) {
         std::lock_guard<std::mutex> const lock(mMutex);
         mPool.setCores(cores);

@@ -1,6 +1,5 @@
 #include <array>
 #include <memory>
-#include <utility>
 
 #include "../ScalerStart.h"
 #include "Platform.h"

@@ -8,7 +8,6 @@
 #include <memory>
 #include <random>
 #include <sstream>
-#include <thread>
 
 #include "service/BusNames.h"
 
