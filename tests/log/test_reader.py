@@ -199,6 +199,8 @@ MADE = [
 SERVICE = '9 9 I/ResourceManager: '
 INITS = [f'{time} 500 501 V/HostPlatform: TVHW_CRM_ClientInit(VDC, 0, 1) = 0 in 9 us' for time in (0, 9)]
 UNREAD = '{} 500 502 E/VideoClient: crm-resource: ret=-61'
+AT_ONCE = ['1 500 502 ' + REFUSED.format(-16), UNREAD.format(1)]
+CALLED = '99 500 777 V/HostPlatform: TVHW_VBE_DISP_GetPanelSize(0) = 0 in 9 us'
 CLEARED = '2.1 500 501 W/VideoClient: clear display resource fail'
 
 
@@ -223,7 +225,7 @@ MADE += [
     (plays(1, 70001) + reclaims(2, 8) + ['1.9 500 600 V/HostPlatform: reclaim(70001) entered', '8.1 500 600 V/HostPlatform: '
                                          'reclaim(70001) = 1 in 900 us'], [], r'decoder 70001, process 500 \[reclaimed'),
     (plays(1, 70001) + reclaims(2) + INITS + [LATER], [], 'another has its number'),
-    (INITS[:1] + plays(1, 70001) + ['2 500 501 V/HostPlatform: TVHW_CRM_ClientReleaseResource(70001) = 0 in 9 us', LATER],
+    (INITS[:1] + plays(1, 70001) + ['2 500 501 V/HostPlatform: TVHW_CRM_ClientReleaseResource(70001) = 0 in 9 us', CALLED],
      ['never-freed'], 'decoder 70001, process 500: still open 97.0 s later'),
     (plays(1, 70001) + reclaims(2) + INITS + [LATER.replace('99', '8')], ['reclaim-hangs'], 'Whose: .* 6.0 s when its process'),
     (plays(1, 70001) + reclaims(2) + ['8 9 9 I/Zygote: Process 500 exited due to signal (9)', LATER.replace('500', '510')],
@@ -234,7 +236,12 @@ MADE += [
     (['1 500 502 ' + REFUSED.format(-16), UNREAD.format(31)], ['refused'], 'Whose.*ret=-16.*ret=-61'),
     (['1 500 502 ' + REFUSED.format(-16), UNREAD.format(1), UNREAD.format(31)], ['refused', 'grant-lost'], 'nothing is held'),
     (plays(1, 70001) + reclaims(2) + [LATER, LATER.replace('99', '3600')], ['reclaim-hangs'], '97.0 s when the log'),
-    (timed(20, 5000), [], r'\[reclaimed'), (timed(20, 5000) + [LATER], ['core-kept'], 'still open 79.0 s later'),
+    (timed(20, 5000), [], r'\[reclaimed'), (timed(20, 5000) + [CALLED], ['core-kept'], 'still open 79.0 s later'),
+    (timed(20, 5000) + [LATER], [], 'too soon'), (plays(1, 70001) + reclaims(2, 2.01) + [CALLED], [], 'Nothing is wrong'),
+    (2 * AT_ONCE, ['refused'], r'for a core Proved.* 2 lines of .* stand there'),
+    ([AT_ONCE[0], *AT_ONCE], ['refused'], 'for a core Proved'),
+    (AT_ONCE + [AT_ONCE[0].replace('1', '1.001', 1)], ['refused'], r'\(2 times'),
+    (['1 ' + 5000 * '9' + ' 501 I/VideoClient: a', '2 500 501 V/HostPlatform: reclaim(\u00b2) entered', LATER], [], 'Nothing is wrong'),
     (timed(20, 5000000), ['release-slow'], 'at least 2.0 s of 5.0 s'),
     (plays(1, 70001) + ['2 500 501 I/VideoClient: clear display resource all 0, port 1', CLEARED], ['ports-not-cleared'],
      r'70001, process 500 \[held((?!not configured).)*$'),

@@ -13,7 +13,7 @@ class Calls:
 
     def of_platform(self, line, thread, _kind, _address, operation, arguments, result, taken):
         history = self._history
-        thread.process.has_calls = True
+        thread.process.first_call, thread.process.last_call = thread.process.first_call or line, line
         if operation == 'reclaim':
             return self._reclaim(line, thread, arguments, result, taken / 1e6)
         if history.observers:
@@ -24,7 +24,7 @@ class Calls:
             return self._of_manager(line, thread, operation[len('TVHW_CRM_'):], arguments, result, taken)
         if operation == 'TVHW_VBE_DISP_GetPanelSize' and result != 0:
             history.find('panel-unknown', f'process {line.pid}', [line])
-        elif operation in ('TVHW_VSC_Open', 'TVHW_VSC_Close') and result == 0 and first.isdigit():
+        elif operation in ('TVHW_VSC_Open', 'TVHW_VSC_Close') and result == 0 and first.isdecimal():
             return getattr(self._channels, operation[len('TVHW_VSC_'):].lower())(line, thread, int(first))
         elif operation == 'onReclaimedClientReleased':
             fitting = [life for life in self._clients.lost if life.state == 'reclaimed' and life.pid == line.pid
@@ -36,7 +36,7 @@ class Calls:
 
     def _reclaim(self, line, thread, arguments, result, taken):
         if result is None:
-            thread.reclaimed_id = int(arguments) if arguments.isdigit() else None
+            thread.reclaimed_id = int(arguments) if arguments.isdecimal() else None
         else:
             thread.reclaimed_id = None
             if thread.reclaims and str(getattr(thread.reclaims[-1].life, 'id', '')) == arguments:
@@ -53,7 +53,7 @@ class Calls:
             if number == '1' and process.is_whole is not None:
                 history.end_process(line.pid, line, 'its process ended: another has its number', process.last)
                 thread = history.thread(line)
-            if number.isdigit() and int(number) < MANY:
+            if number.isdecimal() and int(number) < MANY:
                 process.opened += 1
                 process.highest = max(process.highest, int(number))
             if process.is_whole is None:
@@ -66,7 +66,7 @@ class Calls:
                 thread.life.mime = arguments
             return thread.life
         first, *rest = arguments.split(', ')
-        if not first.isdigit() or first == '0':
+        if not first.isdecimal() or first == '0':
             return None
         number = int(first)
         life = history.by_id.get((line.pid, number))

@@ -19,8 +19,9 @@ what that suggests, and what to look at next. Where several may have caused it, 
 
 FILE is a log of logcat (every form of -v but raw), of Android Studio or of the host platform; "-" is
 standard input. It may be compressed by gzip, a zip archive, or UTF-16. Give all files of a rotated log, and
-those of all processes: they are read together, by time, and lines that stand in two of them count once; but
-not those of two devices, whose processes may have the same numbers. Other programs' lines may stand between.
+those of all processes: they are read together, by time, and lines that stand in two of them, or twice in one
+by the logs of two readers, count once; but not those of two devices, whose processes may have the same
+numbers. Other programs' lines may stand between.
 
 The more levels a log has, the more there is to tell: 0 and 1 the failures; 2 grants and reclaims; 3 what
 was asked for, and the scaler's steps; 4, which the host platform alone has, every platform call and every

@@ -530,9 +530,9 @@ class Clients:
         if life.state == 'reclaimed' and life.reclaim.end is not None:
             if knows:
                 history.show(('life', life), 'closed', 'reclaimed: refuses every call', life.reclaim.end, last)
-            self._judge_open_client(life, 'core-kept', life.reclaim.end, life.told_of_reclaim, knows)
+            self._judge_open_client(life, 'core-kept', life.reclaim.end, life.told_of_reclaim)
         elif life.state == 'released' and life.gave_back is not None:
-            self._judge_open_client(life, 'never-freed', life.gave_back, None, knows)
+            self._judge_open_client(life, 'never-freed', life.gave_back, None)
         if life.held_since is not None:
             life.tell(last, 'still holds its core when its lines end' if knows else
                       'whether it still holds its core when the log ends is not known')
@@ -551,12 +551,14 @@ class Clients:
         life.state = 'process ended'
         return True
 
-    def _judge_open_client(self, life, rule, since, told, knows):
-        """A client that should be closed: wrong once there was time enough to close it."""
-        history = self._history
-        if not knows or life.id is None:
+    def _judge_open_client(self, life, rule, since, told):
+        """A client that should be closed: wrong once there was time enough to close it. Its process may have logged
+        its calls only for a while."""
+        history, process = self._history, self._history.process(life.pid)
+        if life.id is None or not process.has_calls or not (
+                process.first_call.time <= since.time <= process.last_call.time):
             return
-        open_for = history.quiet_for(since)
+        open_for = process.last_call.time - since.time
         if open_for >= (GRACE_OF_OWNER if rule == 'core-kept' else GRACE):
             history.find(rule, life, [line for line in (since, told) if line],
                          f'still open {open_for:.1f} s later, when the log ends', [life], absent=True)

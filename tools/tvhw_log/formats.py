@@ -17,6 +17,7 @@ import zipfile
 import zlib
 
 LONGEST = 1 << 20  # Bytes that are read of a line at once; the rest counts as further lines.
+TOLD = 4000  # Characters of it that are looked at: a device cuts longer ones, and forms take long to fail on them.
 JUMP = 1.0  # Seconds that lines of several threads may be out of order.
 DAY = 86400
 YEAR = 365 * DAY
@@ -141,10 +142,24 @@ class Source:
         except (EOFError, zlib.error, zipfile.BadZipFile, gzip.BadGzipFile, RuntimeError) as error:
             self.damage = str(error) or 'it ends too soon'
 
+    def _once(self):
+        """Leaves out what the logs of two readers in one file have twice: a line, or all lines, of one time."""
+        for stamp, lines in itertools.groupby(self._read(), lambda line: line._stamp):
+            if stamp[0]:
+                lines = list(lines)
+                texts = [line.raw for line in lines]
+                half = len(texts) // 2
+                if texts == 2 * texts[:half]:
+                    texts[half:] = [texts[half - 1]] * half
+                self.repeated += len(lines)
+                lines = [line for line, text, before in zip(lines, texts, ['', *texts]) if text != before]
+                self.repeated -= len(lines)
+            yield from lines
+
     def __iter__(self):
         """Yields each line once the next tells whether its clock is ahead of all others."""
         held = None
-        for line in self._read():
+        for line in self._once():
             if held is not None:
                 if held.time is not None and line.time is not None and line.time < held.time - JUMP and \
                         self._latest and self._latest - JUMP <= line.time + self._offset:
@@ -162,7 +177,7 @@ class Source:
         for raw in self._texts():
             self.lines = number = number + 1
             raw = raw.rstrip('\r\n')
-            text = _COLOUR.sub('', raw) if '\x1b' in raw else raw
+            text = (_COLOUR.sub('', raw) if '\x1b' in raw else raw)[:TOLD]
             match = self._form.match(text) or self._other_form(text)
             is_header = match is not None and self._form is LONG
             if is_header:

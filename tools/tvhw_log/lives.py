@@ -82,10 +82,14 @@ class Thread:
 
 class Process:
     def __init__(self):
-        self.has_calls = False  # Whether its platform calls are in the log.
+        self.first_call = self.last_call = None  # Lines of the platform calls that are in the log.
         self.opened = self.highest = 0  # How many clients it opened, and the highest number of one.
         self.is_whole = None  # Whether the log has it from its start; None: not known.
         self.last = self.finding = self.end = None
+
+    @property
+    def has_calls(self):
+        return self.first_call is not None
 
     def lacks_clients(self):
         """Says whether the log lost the opening of a client."""

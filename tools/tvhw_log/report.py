@@ -143,7 +143,7 @@ def report(history, sources):
         if source.jumps:
             yield f'The clock of {source.name} jumped back {_times(source.jumps, "time")}.'
         if source.repeated:
-            yield f'{_times(source.repeated, "line")} of {source.name} stand in another file, too.'
+            yield f'{_times(source.repeated, "line")} of {source.name} stand there or in another file before.'
         if source.damage:
             yield f'{source.name} is damaged: {source.damage}.'
 
