@@ -134,7 +134,7 @@ protected:
     }
 
     void answer(int client, bool givesUp) { pool().finishReclaim(mReclaims.at(client), givesUp); }
-    static int idOf(int client) { return client + kFirstClient - 1; }
+    static int idOf(int client) { return client + (kFirstClient - 1); }
     ResourcePool& pool() { return *mPool; }
 
 private:
