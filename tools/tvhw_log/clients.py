@@ -188,9 +188,9 @@ class Clients:
             (one.pid, other.id) not in known and (other.pid, one.id) not in known))
 
     def core_type(self, line, thread, core):
+        if thread.life is not None and (thread.life.core is not None or thread.life.state == 'refused'):
+            self._new(line, thread)  # Its grant is not in the log.
         life = self.concerned(line, thread)
-        if life.core is not None:  # Its grant is not in the log.
-            life = self._new(line, thread)
         life.core = core
         if life.kind == 'client':
             life.kind = 'encoder' if line.tag == ENCODER else 'decoder' if line.tag == CLIENT else 'client'
@@ -273,10 +273,14 @@ class Clients:
 
     def resource_unread(self, line, thread, code):
         life = self.concerned(line, thread)
-        if code == NOTHING_HELD and life.held_since is not None:
-            life.tell(line, 'holds nothing any more')
-            self.end_hold(life, line)
-            life.state = 'refused'
+        if life.id is not None and not str(thread.event_before).startswith('display_'):
+            life = self._new(line, thread)  # Of a request whose lines are not in the log.
+        if code == NOTHING_HELD:
+            if life.held_since is not None:
+                life.tell(line, 'holds nothing any more')
+                self.end_hold(life, line)
+            if life.state in ('asking', 'holding'):
+                life.state = 'refused'
         return life
 
     def id_unread(self, line, thread):

@@ -79,6 +79,7 @@ class History:
         if level > self.levels.get(line.tag, -1):
             self.levels[line.tag] = level
         thread = self.thread(line)
+        thread.process.level = max(level, thread.process.level)
         if level <= 3 and line.tid:
             self._judge_order(name, line, thread)
         thread.is_first = not thread.has_spoken
@@ -157,7 +158,8 @@ class History:
     def _judge_order(self, name, line, thread):
         if name.startswith('reclaim') or name == 'region_reported':
             return  # It comes at any time.
-        before, thread.event = thread.event, name
+        before = thread.event_before = thread.event
+        thread.event = name
         has_both = line.tag != ENCODER or CLIENT in self.levels  # An encoder's request logs with two tags.
         if before is not None and AFTER.get(name, before) != before and has_both:
             self.loses(line)
@@ -238,7 +240,8 @@ class History:
             before.add(line)
             before.whose = life or before.whose
         else:
-            if name == 'grant_unread' or thread.is_first and name == 'resource_unread':
+            had_grant = thread.process.level < 2 or NOTHING_HELD not in values or life.core_type or life.core
+            if name == 'grant_unread' or name == 'resource_unread' and (thread.is_first or not had_grant):
                 rule = 'cause-unknown'  # The line that tells it is not there.
             elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
                 rule = 'grant-lost'
@@ -299,7 +302,7 @@ class History:
         if process.lacks_clients():
             self.loses(line)
         process.end, process.is_whole, process.last = line, None, None
-        process.opened = process.highest = 0
+        process.opened = process.highest = process.level = 0
 
     # --- The end of the log.
 

@@ -71,7 +71,7 @@ class Thread:
         self.process = process
         self.life = self.finding = self.found = self.reclaimed_id = self.channel = self.panel = self.held_up = None
         self.opened = None  # A client that has not asked yet: the one that it replaces is closed in between.
-        self.event = None  # The library's last on it.
+        self.event = self.event_before = None  # The library's last on it, and that before.
         self.clears_both = None  # Ports, and not one.
         self.ended = None  # The reclaim that has ended, until the host platform tells how long it took.
         self.reclaims = []  # Those under way, the innermost last.
@@ -83,6 +83,7 @@ class Thread:
 class Process:
     def __init__(self):
         self.first_call = self.last_call = None  # Lines of the platform calls that are in the log.
+        self.level = 0  # The highest of a line that it wrote.
         self.opened = self.highest = 0  # How many clients it opened, and the highest number of one.
         self.is_whole = None  # Whether the log has it from its start; None: not known.
         self.last = self.finding = self.end = None
