@@ -243,6 +243,8 @@ MADE += [
     (['1 500 502 D/VideoEncClient: acquire-resource: w/h=1/1, framerate=0', UNREAD.format(1)], ['cause-unknown'], 'encoder'),
     (plays(1, 70001) + [UNREAD.format(3).replace('502', '501')], ['cause-unknown'], r'70001, process 500 \[held.*client without id'),
     (plays(1, 70001, 0)[:4] + [UNREAD.format(3).replace('502', '501')], ['grant-lost'], r'decoder 70001, process 500 \[refused'),
+    (plays(1, 70001) + plays(2, 70002) + ['3 500 501 E/VideoClient: crm-release: ret=-61', '4 500 501 E/ImageSink: failed to '
+     'open vo: ret=-61'], ['give-back-failed', 'output-unopened'], 'Whose: process 500'),
     (2 * AT_ONCE, ['refused'], r'for a core Proved.* 2 lines of .* stand there'),
     ([AT_ONCE[0], *AT_ONCE], ['refused'], 'for a core Proved'),
     (AT_ONCE + [AT_ONCE[0].replace('1', '1.001', 1)], ['refused'], r'\(2 times'),

@@ -16,6 +16,7 @@ from .verdicts import HOST_CODES, MISTAKES, NOTHING_HELD, Finding, Verdicts
 TOGETHER = 5.0  # Seconds in which failure lines of one operation follow each other.
 SOON = 1.0  # Seconds in which the host platform and the library tell of the same.
 SILENCE = 600.0  # Seconds without a line from which on the clock may have been set: they do not count.
+NOT_OF_A_GRANT = ('acquire_refused', 'give_back_failed', 'free_failed')  # That nothing is held says little there.
 KEPT_LIVES = 2000
 KEPT_THREADS = 20000
 KEPT_UNKNOWN = 10
@@ -240,14 +241,15 @@ class History:
             before.add(line)
             before.whose = life or before.whose
         else:
-            had_grant = thread.process.level < 2 or NOTHING_HELD not in values or life.core_type or life.core
-            if name == 'grant_unread' or name == 'resource_unread' and (thread.is_first or not had_grant):
+            is_read = name == 'resource_unread'
+            if name == 'grant_unread' or is_read and (thread.is_first or (
+                    NOTHING_HELD in values and thread.process.level >= 2 and not life.core_type and not life.core)):
                 rule = 'cause-unknown'  # The line that tells it is not there.
-            elif values[:1] == (NOTHING_HELD,) and name != 'acquire_refused':
+            elif values[:1] == (NOTHING_HELD,) and line.tag == CLIENT and name not in NOT_OF_A_GRANT:
                 rule = 'grant-lost'
             elif name == 'grant_lost':
                 rule = 'grant-unreadable'
-            elif name == 'resource_unread' and life is not None and life.core is not None and life.held_since:
+            elif is_read and life.core is not None and life.held_since:
                 rule = 'port-not-granted'  # The core was read before.
             codes = HOST_CODES.get(line.tag, {})
             code = next((value for value in values if value in codes), None)
