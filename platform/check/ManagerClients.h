@@ -151,8 +151,7 @@ struct Client {
         ++client.running;
         client.thread = std::this_thread::get_id();
         lock.unlock();
-        ++client.reclaims;
-        if (client.inside) {
+        if (++client.reclaims == 1 && client.inside) {  // It may be asked again.
             client.insideResult = client.inside(client);
         }
         lock.lock();
