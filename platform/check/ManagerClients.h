@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -231,10 +232,12 @@ inline std::size_t countFree(Acquire acquire) {
     do {
         holders.push_back(std::make_unique<Client>(0));
     } while (holders.size() <= kMost && acquire(*holders.back()) == 0);
+    std::size_t lost = 0;  // For others, though it refused: no more are free than are kept.
     for (auto& holder : holders) {
+        lost += holder->reclaims > 0 && holder->held().result != 0 ? 1U : 0U;
         holder->release();  // And frees: if one of the two gives back, the other can be looked at.
     }
-    return holders.size() - 1;
+    return holders.size() - 1 - std::min(lost, holders.size() - 1);
 }
 
 /// Clients that hold all that is free, and answer a reclaim with `answer`. None of them has refused
