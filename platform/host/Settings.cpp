@@ -55,9 +55,9 @@ int number(std::string const& text, int least, int most) {
 
 /// Returns what the groups of `form` are in `text`, which must have it, from 1 on. What is longer
 /// than any setting would take too much of the stack.
-Parts match(std::string const& text, char const* form) {
+Parts match(std::string const& text, std::regex const& form) {
     std::smatch found;
-    if (text.size() > 1000 || !std::regex_match(text, found, std::regex(form))) {
+    if (text.size() > 1000 || !std::regex_match(text, found, form)) {
         refuse();
     }
     return {found.begin(), found.end()};
@@ -67,8 +67,9 @@ int size(std::string const& text) { return number(text, 1, 65535); }
 
 void readPool(std::string const& value, Settings& settings) {
     settings.pool.clear();
+    std::regex const form("(decoder|encoder):([1-4]):(\\d+)x(\\d+)");
     for (std::string const& part : split(value, ',')) {
-        Parts const core = match(part, "(decoder|encoder):([1-4]):(\\d+)x(\\d+)");
+        Parts const core = match(part, form);
         settings.pool.push_back(
             {number(core[2], 1, 4), core[1] == "encoder", size(core[3]), size(core[4])});
     }
@@ -79,20 +80,22 @@ void readPanel(std::string const& value, Settings& settings) {
         settings.panel.readable = false;
         return;
     }
-    Parts const panel = match(value, "(\\d+)x(\\d+)");
+    Parts const panel = match(value, std::regex("(\\d+)x(\\d+)"));
     settings.panel = {size(panel[1]), size(panel[2]), true};
 }
 
 void readProperties(std::string const& value, Settings& settings) {
+    std::regex const form("([^=]+)=(.*)");
     for (std::string const& part : split(value, ',')) {
-        Parts const property = match(part, "([^=]+)=(.*)");
+        Parts const property = match(part, form);
         settings.properties[property[1]] = number(property[2], INT32_MIN, INT32_MAX);
     }
 }
 
 void readFaults(std::string const& value, Settings& settings) {
+    std::regex const form("([^=]+)=([^@]*)(@(.*))?");
     for (std::string const& part : split(value, ',')) {
-        Parts const fault = match(part, "([^=]+)=([^@]*)(@(.*))?");
+        Parts const fault = match(part, form);
         if (fault[1] != "*" && !isOperation(fault[1])) {
             refuse();
         }
@@ -104,15 +107,16 @@ void readFaults(std::string const& value, Settings& settings) {
 
 void readPolicy(std::string const& value, Settings& settings) {
     settings.priorities.clear();
+    std::regex const form("([^=]+)=(.*)");
     for (std::string const& part : split(value, ',')) {
-        Parts const priority = match(part, "([^=]+)=(.*)");
+        Parts const priority = match(part, form);
         settings.priorities[priority[1]] = number(priority[2], -100, 100);
     }
 }
 
 void readReclaim(std::string const& value, Settings& settings) {
     using When = Settings::Reclaim::When;
-    Parts const call = match(value, "(before|inside|after):([^:@]+)@(.*)");
+    Parts const call = match(value, std::regex("(before|inside|after):([^:@]+)@(.*)"));
     settings.reclaim = {call[1] == "before"   ? When::kBefore
                         : call[1] == "inside" ? When::kInside
                                               : When::kAfter,
@@ -132,8 +136,9 @@ void readLeastHold(std::string const& value, Settings& settings) {
 
 /// Reads levels as LEVEL or TAG:LEVEL; "*" stands for all other tags.
 void readLogLevels(std::string const& value, Settings& settings) {
+    std::regex const form("((.+):)?(.*)");
     for (std::string const& part : split(value, ',')) {
-        Parts const level = match(part, "((.+):)?(.*)");
+        Parts const level = match(part, form);
         (level[1].empty() || level[2] == "*" ? settings.logLevels.ofOtherTags
                                              : settings.logLevels.ofTag[level[2]]) =
             number(level[3], -1, kCallLevel);

@@ -137,8 +137,9 @@ private:
                 if (!isOwn(client)) {
                     return reply.returnResults(ResourcePool::kInvalid);
                 }
+                int const inside = isAsked(insideReclaim) ? insideReclaim : 0;
                 mReplies.emplace(mPool.request(client, {display, encoder, codecType, width, height},
-                                               tryOnly, insideReclaim),
+                                               tryOnly, inside),
                                  std::move(reply));
             });
         method("AllowsForcedAcquire", [this](int pid) { return mSettings.priorityOf(pid) >= 0; });
@@ -149,8 +150,7 @@ private:
         });
         method("SetLogLevel", [](int level) { host::setLogLevel(level); });
         method("AnswerReclaim", [this](int reclaim, int answer) {
-            auto const asked = mReclaims.find(reclaim);
-            if (asked != mReclaims.end() && asked->second.name == sender()) {
+            if (isAsked(reclaim)) {
                 endReclaim(reclaim, answer == 1);
             }
         });
@@ -220,6 +220,11 @@ private:
     [[nodiscard]] bool isOwn(int client) const {
         auto const owner = mOwners.find(client);
         return owner != mOwners.end() && owner->second == sender();
+    }
+
+    [[nodiscard]] bool isAsked(int reclaim) const {
+        auto const asked = mReclaims.find(reclaim);
+        return asked != mReclaims.end() && asked->second.name == sender();
     }
 
     /// Returns a process of the bus; null when it has ended. The end of one that cannot be watched,
