@@ -13,7 +13,7 @@ export CTEST_PARALLEL_LEVEL = $(JOBS)
 
 help:
 	@echo 'make demo [CLIP=file]  play a clip through the library on the host platform'
-	@echo 'make play              test tvhw-play, and that players are told of their mistakes'
+	@echo 'make play              test tvhw-play and tvhw-sweep, and that players are told of their mistakes'
 	@echo 'make test              build the library and run its tests'
 	@echo 'make sanitize          run the tests under the address, undefined-behaviour and'
 	@echo '                       thread sanitizers'
@@ -116,7 +116,7 @@ service: build-dir
 
 # What is found goes to the first directory; the saved corpus stays as it is.
 fuzz: build-dir
-	@tools/install-packages build clang
+	@tools/install-packages build test clang
 	@$(call build,fuzz,tvhw_fuzz)
 	@mkdir -p build/fuzz/corpus
 	@echo 'Fuzzing for $(FUZZ_SECONDS) s.'
@@ -170,7 +170,7 @@ install-check: build-dir
 	@tools/check-android-bp build/test
 
 package: build-dir
-	@tools/install-packages build demo service manual
+	@tools/install-packages build demo service manual package
 	@$(call build,release)
 	@$(call quietly,packages,cd build/release && rm -f *.deb && cpack)
 	@ls build/release/*.deb
@@ -181,7 +181,6 @@ docs: build-dir
 	@echo 'build/docs/html/index.html'
 
 package-check: package
-	@tools/install-packages package
 	@tools/check-packages build/release
 
 sources = $(shell git ls-files '*.h' '*.cpp')
