@@ -261,7 +261,7 @@ Mistakes const kSpoiling{
          };
      }},
     {"ends with a status of its own",
-     [](Player& player) { player.onLost = [] { std::_Exit(77); }; }},
+     [](Player& player) { player.onLost = [] { std::_Exit(255); }; }},
 };
 
 }  // namespace
