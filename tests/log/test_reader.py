@@ -221,6 +221,12 @@ MADE += [
     (EVENING + reclaims(20, 26) + [f'19 {SERVICE}reclaim: client {client} of process 500 (player) is asked for decoder of '
                                    f'1x1 for client {client + 9} of process 510 (p)' for client in (70003, 70004)],
      ['release-slow'], 'Whose: a reclaim in process 500, of one of 5'),
+    (EVENING + reclaims(20, 26) + [f'19.{turn} {SERVICE}reclaim: client {client} of process 500 (player){what}'
+                                   for turn, (client, what) in enumerate((
+                                       (70003, ' is asked for port for client 9 of process 510 (p)'),
+                                       (70003, ', asked 12 min ago, keeps it'),
+                                       (70004, ' is asked for port for client 9 of process 510 (p)')))],
+     ['release-slow'], 'Whose: decoder 70004'),
     (plays(1, 70001) + reclaims(2) + plays(8, 70001) + [LATER], [], 'its line be lost'),
     (plays(1, 70001) + reclaims(2, 8) + ['1.9 500 600 V/HostPlatform: reclaim(70001) entered', '8.1 500 600 V/HostPlatform: '
                                          'reclaim(70001) = 1 in 900 us'], [], r'decoder 70001, process 500 \[reclaimed'),

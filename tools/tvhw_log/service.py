@@ -7,10 +7,11 @@ import re
 SOON = 1.0  # Seconds between the service's line of a refusal and the library's.
 PATIENCE = 10.0  # Seconds that a request may take.
 _CLIENT = r'client (\d+)(?: of process (\d+) \(.*?\))?'
+_TIME = r'\S+ (?:s|min|h)'
 _LINES = [(what, re.compile(pattern)) for what, pattern in (
     ('asks', rf'{_CLIENT} is asked for '),
-    ('answers', rf'{_CLIENT}, asked \S+ s ago, (gives up|keeps it)$'),
-    ('refuses', rf'{_CLIENT} gets no .* after \S+ s: (-\d+)(?:, no answer from (.+))?$'),
+    ('answers', rf'{_CLIENT}, asked {_TIME} ago, (gives up|keeps it)$'),
+    ('refuses', rf'{_CLIENT} gets no .* after {_TIME}: (-\d+)(?:, no answer from (.+))?$'),
     ('forces', rf'{_CLIENT} loses by force what it holds$'),
 )]
 

@@ -222,10 +222,11 @@ HOST_CODES = {
     CLIENT: {-16: 'nothing is free, or its holders keep it', -22: 'no such client, or a request without sense',
              -61: 'the client holds nothing', -95: 'no core of the pool could ever serve the request',
              -110: 'a holder has not answered a reclaim for 10 seconds', -111: 'there is no service'},
-    SCALER: {-6: 'the scaler is not initialised', -9: 'the channel is not open, or there is none',
-             -16: 'the channel is in use', -22: 'a request without sense', -34: 'a region outside the panel',
+    SCALER: {-6: 'the scaler is not initialised', -9: 'the channel is not open',
+             -16: 'the channel is in use', -22: 'no such channel, or a request without sense', -34: 'a region outside the panel',
              -107: 'another source is connected, or none'},
-    SINK: {-16: 'in use', -22: 'no such output'},
+    SINK: {-9: 'the output is not open', -22: 'no such output, or a request without sense',
+           -61: 'no picture was configured'},
 }
 
 # Failure lines that Clients judges together with others.
