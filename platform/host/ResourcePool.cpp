@@ -637,8 +637,9 @@ std::string ResourcePool::describe(Step const& step) const {
     }
     std::string const after = " after " + inSeconds(step.waited);
     if (step.code != 0) {
+        std::string const silent = step.code == kStuck ? stuckClients() : "";
         return nameOf(step.client) + " gets no " + wish + after + ": " + std::to_string(step.code) +
-               (step.code == kStuck ? ", no answer from " + stuckClients() : "");
+               (silent.empty() ? "" : ", no answer from " + silent);
     }
     std::string const got = step.wish.display      ? std::to_string(held.port)
                             : held.core == nullptr ? "?"
