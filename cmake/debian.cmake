@@ -47,6 +47,7 @@ debian_package(library ${library} "" "codec cores, scaler and stills of a TV pla
 debian_package(development ${library}-dev "${same}" "codec cores of a TV platform: development"
     "Headers, CMake package, pkg-config files, examples and documents.")
 debian_package(tools tvhw-tools "${same}, python3, dbus" "codec cores of a TV platform: programs"
-    "A player, the resource manager of several processes, a check of a"
-    "platform and a reader of logs.")
+    "A player, the resource manager of several processes with a program that"
+    "runs players on it, a check of a platform, a test of players and a"
+    "reader of logs.")
 include(CPack)

@@ -120,8 +120,8 @@ else()
 endif()
 install_pkg_config(kvo_media_hw_tvhw)
 
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN Doxyfile EXCLUDE)
 install(DIRECTORY examples/libav-codec examples/minimal-platform examples/minimal-player
         examples/player-test
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

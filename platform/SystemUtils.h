@@ -24,8 +24,8 @@ public:
 
     /// Learns that the decoder of process `pid` was stopped because its core was reclaimed. Comes
     /// once from each of several reclaims that overlap. Comes for a decoder that is reclaimed
-    /// before its first acquisition is complete only if that completes while the reclaim releases
-    /// the codec. Comes before the reclaim is answered.
+    /// before its first acquisition is complete only if that completes before the reclaim has
+    /// released the codec. Comes before the reclaim is answered.
     virtual void onProcessReclaimed(int pid) = 0;
 
     /// Learns that process `pid` has released a decoder that was stopped by a reclaim: comes for

@@ -17,8 +17,8 @@ namespace kvo::media::hardware::example {
 ///
 /// Every operation may be called from any thread at any time: one mutex admits one call after the
 /// other, and none waits for another call to come. One that has to wait for room or for a picture
-/// returns codec_status::kTryAgain instead; before a configuration and after release() all return
-/// kNotRunning.
+/// returns codec_status::kTryAgain instead; before a configuration and after release() all but the
+/// configurations, release() and getFrameInfo() return kNotRunning.
 ///
 /// The flags of a coded frame are those of its AVPacket. A picture is planar YUV 4:2:0 with 8 bits
 /// a sample, whatever the stream's own format. A frame that cannot be decoded is dropped.

@@ -7,8 +7,9 @@
 #include "kvo/media/hardware/Status.h"
 
 /// What the stand-in of the common library knows of the wrappers in the process, to notice when
-/// they are misused. A wrapper has no room for it, so it is kept apart, by address. Nothing here
-/// takes a lock or allocates once there is a record for each wrapper and thread.
+/// they are misused. A wrapper has no room for it, so it is kept apart, by address. Once
+/// there is a record for each wrapper and thread only what is rare takes a lock or allocates: a key
+/// that nobody knows, a port that was never granted, a mistake that is told.
 namespace kvo::host {
 
 /// A wrapper was constructed, around a client or around none, for which nothing is noted.

@@ -43,7 +43,7 @@ Of the service that runs on this bus:
   --version        print the version
 
 Exits with 0 when all is well, 1 when there is no bus, no service, already one or no answer, a client
-keeps what it holds or nothing can be printed, 2 when the option or a setting is wrong.
+is not open or keeps what it holds or nothing can be printed, 2 when the option or a setting is wrong.
 )";
 
 /// Lets nobody who reads the log too slowly, or not at all, stop the service, and nothing else be
