@@ -31,6 +31,9 @@ def is_running(pid):
         return False
 
 
+GONE = 'while kill -0 $TVHW_SERVICE_PID 2>/dev/null; do sleep 0.05; done'
+
+
 class TvhwRun(unittest.TestCase):
     def assert_gone(self, *pids):
         limit = time.monotonic() + 20
@@ -43,9 +46,9 @@ class TvhwRun(unittest.TestCase):
                 (['--', 'true'], 0, r'^(?![\s\S]*tvhw-run)'), (['--', 'true', '--', 'true'], 0, 'true .* ended with status 0'),
                 (['--', 'sh', '-c', 'sleep 0.5; exit 3', '--', 'sh', '-c', 'exit 4'], 4, 'status 3'),
                 (['--', 'sh', '-c', 'kill -KILL $$'], 137, 'was killed by SIGKILL'),
-                (['--', 'sh', '-c', 'kill -ABRT $TVHW_SERVICE_PID; sleep 0.5'], 134,
+                (['--', 'sh', '-c', 'kill -ABRT $TVHW_SERVICE_PID; ' + GONE], 134,
                  'the service .* was killed by SIGABRT'),
-                (['--', 'sh', '-c', 'kill -TERM $TVHW_SERVICE_PID; sleep 0.5'], 1,
+                (['--', 'sh', '-c', 'kill -TERM $TVHW_SERVICE_PID; ' + GONE], 1,
                  'the service .* ended with status 0'),
                 (['--', 'sh', '-c', '(trap "kill -KILL $TVHW_SERVICE_PID; sleep 0.5; exit" TERM; '
                   'while :; do sleep 0.1; done) & sleep 0.5'], 137, 'the service .* SIGKILL'),
@@ -91,9 +94,12 @@ class TvhwRun(unittest.TestCase):
             self.assertRegex(ended.stderr, 'there is no libkvo_hal_crm.so')
             write('libkvo_hal_crm.so', '')
             os.symlink('.', os.path.join(folder, 'lib'))
-            write('tvhw-resource-manager', 'if [ "$1" ]; then [ -e "$0.ready" ] && kill $PPID; exit; fi\n'
-                  'trap "echo ended; exit" TERM\n: >"$0.ready"\nwhile :; do sleep 0.1; done')
-            ended = subprocess.run(words, stdout=subprocess.PIPE, timeout=60, check=False)
+            os.remove(os.path.join(folder, 'dbus-daemon'))
+            write('dbus-send', '[ -e "${0%/*}/ready" ] && kill $PPID && echo true')
+            write('tvhw-resource-manager', 'trap "echo ended; exit" TERM\n: >"${0%/*}/ready"\n'
+                  'while :; do sleep 0.1; done')
+            ended = subprocess.run(words, stdout=subprocess.PIPE, timeout=60, check=False,
+                                   env=os.environ | {'PATH': f'{folder}:{os.environ["PATH"]}'})
             self.assertEqual((ended.stdout, ended.returncode), (b'ended\n', 143), 'a signal comes first')
 
     def test_what_a_program_leaves_behind_ends(self):
