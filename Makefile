@@ -7,6 +7,7 @@ PREFIX ?= /usr/local
 SHELL = /bin/bash -o pipefail
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 export CTEST_PARALLEL_LEVEL = $(JOBS)
+unexport CMAKE_GENERATOR PYTHONOPTIMIZE  # The one leaves no link.txt, the other no assertion.
 
 .PHONY: help build-dir demo play test sanitize interleave service fuzz coverage bench clang target abi \
 	install install-check package package-check docs format format-check tidy shellcheck
@@ -183,7 +184,7 @@ docs: build-dir
 package-check: package
 	@tools/check-packages build/release
 
-sources = $(shell git ls-files '*.h' '*.cpp')
+sources = $(or $(shell git ls-files '*.h' '*.cpp'),$(error git lists no sources))
 
 format:
 	@tools/install-packages check

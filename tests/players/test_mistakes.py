@@ -26,7 +26,7 @@ TOLD = {
 
 
 def run(*command, **settings):
-    environment = {**os.environ, 'KVO_MEDIA_LOG_LEVEL': '1', **settings}
+    environment = {**os.environ, 'KVO_MEDIA_LOG_LEVEL': '1', 'KVO_MEDIA_LOG_FILE': '/dev/stderr', **settings}
     ran = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                          text=True, timeout=20, check=False)
     return ran.returncode, re.findall(r' W HostPlatform: mistake: (.*)', ran.stdout)
