@@ -173,7 +173,7 @@ install-check: build-dir
 package: build-dir
 	@tools/install-packages build demo service manual package
 	@$(call build,release)
-	@$(call quietly,packages,cd build/release && rm -f *.deb && cpack)
+	@$(call quietly,packages,cd build/release && rm -f *.deb && umask 022 && cpack)
 	@ls build/release/*.deb
 
 docs: build-dir
