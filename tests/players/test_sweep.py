@@ -25,7 +25,7 @@ FOUND = {
     'believes it has a port': ('mistake', CALLS),
 }
 PASS = {
-    'none': ['env', 'TZ=UTC+5', PLAYERS, 'none'],  # Another time zone.
+    'none': ['env', 'TZ=UTC+5', 'TEXT=\udcff', PLAYERS, 'none'],  # Another time zone, and no UTF-8.
     'minimal player': [MINIMAL],
     'tvhw-play': [PLAY, '--fast', '--seconds', '1', CLIP],
 }
@@ -56,6 +56,7 @@ with concurrent.futures.ThreadPoolExecutor(6) as pool:  # Most of them wait.
     for check in [*pool.map(check_passes, PASS), *pool.map(check_found, FOUND)]:
         pass
 for arguments in [], ['--'], ['--', 'no-such-program'], ['--jobs', '0', '--', 'true'], ['--', 'true'], ['--', 'false'], \
-        ['--', 'env', 'KVO_HOST_X=1', PLAYERS, 'none']:
+        ['--', 'env', 'KVO_HOST_X=1', PLAYERS, 'none'], \
+        ['--reclaims', '--', 'env', 'KVO_HOST_POOL=encoder:1:640x480', PLAYERS, 'none']:
     ran = subprocess.run([SWEEP, *arguments], cwd=LOGS.name, stderr=subprocess.PIPE, check=False)
     assert ran.returncode == 2 and b'tvhw-sweep: ' in ran.stderr, (arguments, ran)
