@@ -1,10 +1,12 @@
 """Sweeps players with a mistake each, which must be found, and right ones, which must pass.
 usage: test_sweep.py TVHW-SWEEP PLAYERS MINIMAL-PLAYER TVHW-PLAY CLIP"""
 import concurrent.futures
+import pathlib
 import re
 import subprocess
 import sys
 import tempfile
+import time
 
 SWEEP, PLAYERS, MINIMAL, PLAY, CLIP = sys.argv[1:]
 LOGS = tempfile.TemporaryDirectory()
@@ -52,6 +54,19 @@ def check_passes(name):
         assert page.read().count('<tr>') > 10
 
 
+def check_ends_runs():
+    logs = pathlib.Path(LOGS.name, 'ends')
+    logs.mkdir()
+    (logs / '2024-accounts.txt').touch()
+    with subprocess.Popen([SWEEP, '--logs', logs, '--', 'sh', '-c', 'echo $$; exec sleep 60']) as ran:
+        while not (logs / '0000.out').exists() or not (logs / '0000.out').read_text():
+            time.sleep(0.01)
+        ran.terminate()
+    assert ran.returncode == 128 + 15 and (logs / '2024-accounts.txt').exists()
+    assert not pathlib.Path('/proc', (logs / '0000.out').read_text().strip()).exists()
+
+
+check_ends_runs()
 with concurrent.futures.ThreadPoolExecutor(6) as pool:  # Most of them wait.
     for check in [*pool.map(check_passes, PASS), *pool.map(check_found, FOUND)]:
         pass
