@@ -1,5 +1,7 @@
 #include "host/CodecWrappers.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -66,7 +68,7 @@ private:
 Records<Wrapper> gWrappers;
 Records<CallOfThread> gCalls;
 thread_local CallOfThread* tCall = nullptr;
-std::atomic<unsigned int> gGrantedPorts{0};  ///< A bit each, of all times.
+std::atomic<unsigned int> gKnownPorts{0};  ///< A bit each: was granted once, or told of.
 
 Wrapper* find(void const* wrapper) {
     return gWrappers.find([&](Wrapper const& record) { return record.owner == wrapper; });
@@ -96,6 +98,11 @@ bool isOfRunningCodec(char const* operation) {
                         [&](char const* start) { return startsWith(operation, start); });
 }
 
+/// Returns the bit of a display port, the last for all that are too high; 0 for none.
+unsigned int bitOf(int port) {
+    return port < 0 ? 0U : 1U << static_cast<unsigned int>(std::min(port, 31));
+}
+
 std::string called(void const* wrapper, char const* operation) {
     std::ostringstream text;
     text << operation << "() of wrapper " << wrapper;
@@ -119,6 +126,14 @@ void tellUnreadKeys(void const* wrapper) {
         tellMisuse(text.str(), "use the names of kvo/media/hardware/ConfigurationKeys.h");
     }
 }
+
+/// A child has no thread that could be in a call, but the one that forks.
+[[maybe_unused]] int const gForgetsCalls = pthread_atfork(nullptr, nullptr, [] {
+    gCalls.find([](CallOfThread& call) {
+        call.wrapper = &call == tCall ? call.wrapper.load() : nullptr;
+        return false;
+    });
+});
 
 [[maybe_unused]] int const gTellsAtExit = std::atexit([] {
     auto const* const call = gCalls.find([](CallOfThread const& each) {
@@ -198,8 +213,7 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
         record->width = config.getInt32(key::kWidth, 0);
         record->height = config.getInt32(key::kHeight, 0);
         record->isAdaptive = config.getInt32(key::kAdaptiveEnable, 0) != 0;
-        int const port = config.getInt32(key::kVideoPort, -1);
-        gGrantedPorts |= port >= 0 && port < 32 ? 1U << static_cast<unsigned int>(port) : 0U;
+        gKnownPorts |= bitOf(config.getInt32(key::kVideoPort, -1));
         enter(*record, State::kConfigured);
     }
     if (isWithinAnother(wrapper)) {
@@ -209,7 +223,9 @@ void noteConfigured(void const* wrapper, char const* operation, Configuration co
         tellMisuse(called(wrapper, operation) + " without width or height",
                    "set both to the size of the pictures, which decides what core is asked for");
     }
-    noteKeysGiven(wrapper, config);
+    if (!status.isError()) {
+        noteKeysGiven(wrapper, config);
+    }
 }
 
 void noteReleased(void const* wrapper) {
@@ -221,6 +237,7 @@ void noteReleased(void const* wrapper) {
 }
 
 void noteReconfiguring(void const* wrapper, Configuration const& config) {
+    tellOverlap(wrapper, "reconfigureOutputBuffer");
     Wrapper const* const record = find(wrapper);
     if (record == nullptr || record->state != State::kConfigured || record->isAdaptive ||
         isWithinAnother(wrapper)) {
@@ -239,9 +256,12 @@ void noteReconfiguring(void const* wrapper, Configuration const& config) {
 
 void noteReleasing(media::hardware::BufferInfo const& buffer) {
     int const port = buffer.videoPort;
-    bool const isGranted =
-        port >= 0 && port < 32 && (gGrantedPorts >> static_cast<unsigned int>(port) & 1U) != 0;
-    if (port >= 0 && !isGranted && !isPortHeld(port) && !isWithinAnother()) {
+    unsigned int const bit = bitOf(port);
+    if ((gKnownPorts & bit) == bit || isWithinAnother()) {
+        return;
+    }
+    gKnownPorts |= bit;
+    if (!isPortHeld(port)) {
         tellMisuse("releaseOutputBuffer() of a buffer with videoPort " + std::to_string(port) +
                        ", which nobody has",
                    "release a buffer as it was dequeued, or with a port that was granted");

@@ -127,6 +127,9 @@ KVO_MEDIA_EXPORT void setPanel(Panel panel);
 /// Returns the panel as it is set.
 KVO_MEDIA_EXPORT Panel panel();
 
+/// Says whether the last to ask the platform for the panel's size got that of now.
+KVO_MEDIA_EXPORT bool panelIsKnown();
+
 /// The scaler's channels count from 0.
 inline constexpr unsigned int kScalerChannels = 2;
 

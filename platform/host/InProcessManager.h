@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/HostPlatform.h"
+#include "host/Misuse.h"
 #include "host/ResourceManager.h"
 #include "host/Settings.h"
 
@@ -57,10 +58,21 @@ public:
             // who is asked from now on is so after that.
             auto const deadline = mPool.nextDeadline();
             lock.unlock();
-            if (answer.wait_until(deadline) == std::future_status::ready) {
-                return answer.get();
-            }
+            bool const isReady = answer.wait_until(deadline) == std::future_status::ready;
+            int const result = isReady ? answer.get() : 0;
             lock.lock();
+            if (isReady) {
+                bool const isStopping =
+                    result == ResourcePool::kStuck && !mPool.stuckClients().empty();
+                lock.unlock();
+                if (isStopping) {
+                    tellMisuse(
+                        "TVHW_CRM_ClientAcquireResource() was refused, since a codec is still "
+                        "being stopped after 10 seconds",
+                        kLetReleaseReturn);
+                }
+                return result;
+            }
             advance();
         }
     }

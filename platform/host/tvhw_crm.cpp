@@ -102,18 +102,11 @@ int acquire(char const* operation, TVHW_CRM_HANDLE client, TVHW_CRM_ACQUIRE_PARA
             if (request == nullptr || !isWellFormed(values)) {
                 return -EINVAL;
             }
-            int const result = resourceManager().acquire(
+            return resourceManager().acquire(
                 idOf(client),
                 {values.codecType == TVHW_CRM_CODEC_TYPE_DISPLAY, values.isEncoder != 0,
                  values.codecType, values.width, values.height},
                 tryOnly);
-            if (result == ResourcePool::kStuck) {
-                tellMisuse(std::string(operation) +
-                               "() was refused, since a codec is still being "
-                               "stopped after 10 seconds",
-                           kLetReleaseReturn);
-            }
-            return result;
         });
 }
 

@@ -15,6 +15,7 @@ namespace {
 struct State {
     std::mutex mutex;
     Panel panel = settings().panel;
+    bool isKnown = false;  ///< To who asked last.
 };
 
 OnReset const gOnReset([] { setPanel(settings().panel); });
@@ -24,6 +25,7 @@ OnReset const gOnReset([] { setPanel(settings().panel); });
 void setPanel(Panel panel) {
     std::lock_guard<std::mutex> const lock(forever<State>().mutex);
     forever<State>().panel = panel;
+    forever<State>().isKnown = false;
 }
 
 Panel panel() {
@@ -31,8 +33,13 @@ Panel panel() {
     return forever<State>().panel;
 }
 
+bool panelIsKnown() {
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    return forever<State>().isKnown;
+}
+
 extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* size) {
-    return PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
+    int const result = PlatformCall("TVHW_VBE_DISP_GetPanelSize").perform([&] {
         Panel const current = panel();
         if (size == nullptr) {
             return -EINVAL;
@@ -43,6 +50,9 @@ extern "C" KVO_MEDIA_EXPORT int TVHW_VBE_DISP_GetPanelSize(TVHW_VBE_PANEL_SIZE* 
         *size = {current.width, current.height};
         return 0;
     });
+    std::lock_guard<std::mutex> const lock(forever<State>().mutex);
+    forever<State>().isKnown = result == 0;
+    return result;
 }
 
 }  // namespace kvo::host

@@ -54,11 +54,12 @@ int setWindow(char const* operation, unsigned int index, TVHW_VSC_WINDOW const& 
         Panel const current = panel();
         bool const isPossible = !isOnPanel || (window.x + window.w <= current.width &&
                                                window.y + window.h <= current.height);
-        if (!isPossible || window.w == 0 || window.h == 0) {
+        bool const isOffKnownPanel = !isPossible && panelIsKnown();
+        if (isOffKnownPanel || window.w == 0 || window.h == 0) {
             tellMisuse(std::string(operation) + "() with a window of " + std::to_string(window.w) +
                            "x" + std::to_string(window.h) + " at " + std::to_string(window.x) +
                            "," + std::to_string(window.y),
-                       isPossible ? "give the window a size" : "keep within the panel");
+                       isOffKnownPanel ? "keep within the panel" : "give the window a size");
         }
         return changeChannel(index, [&](ScalerChannel& channel) {
             if (!isPossible) {

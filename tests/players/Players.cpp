@@ -151,6 +151,7 @@ Mistakes const kMade{
          BufferInfo buffer;
          buffer.videoPort = 1;
          player.decoder->releaseOutputBuffer(buffer);
+         player.decoder->releaseOutputBuffer(buffer);
      }},
     {"configured twice at once",
      [](Player& player) {
@@ -198,7 +199,15 @@ Mistakes const kMade{
 
 /// What spoils a player that is right else; most of it comes to light when the core is lost.
 Mistakes const kSpoiling{
-    {"none", [](Player&) {}},
+    {"none",
+     [](Player& player) {
+         Configuration config = stream();
+         config.setInt32("key of a codec that refuses", 1);
+         player.codec->answer = Status(-5);
+         player.decoder->configureReferenceMode(CodecType::AVC, config);
+         player.decoder->release();
+         player.codec->answer = {};
+     }},
     {"spins",
      [](Player& player) {
          player.onLost = [&] {

@@ -40,4 +40,5 @@ for name, told in TOLD.items():
     assert status == -signal.SIGABRT and len(lines) == 1, f'{name}: {status}, {lines}'
 for command in [players, 'none'], *([program] for program in right):
     assert run(*command) == (0, []), f'{command}: {run(*command)}'
+assert run(players, 'off the panel', KVO_HOST_PANEL='unreadable') == (0, [])
 assert run(players, 'none', KVO_HOST_MISUSE='ignore')[0] == 2
