@@ -15,6 +15,7 @@
 #include <regex>
 #include <stdexcept>
 
+#include "CodecOperations.h"
 #include "host/PlatformCall.h"
 
 namespace kvo::host {
@@ -29,6 +30,11 @@ struct Variable {
 };
 
 using Parts = std::vector<std::string>;
+
+#define NAME_OF(result, name, ...) #name,
+constexpr std::array kCodecOperations{KVO_MEDIA_DECODER_OPERATIONS(NAME_OF, NAME_OF)
+                                          KVO_MEDIA_ENCODER_OPERATIONS(NAME_OF, NAME_OF) "release"};
+#undef NAME_OF
 
 Parts split(std::string const& text, char separator) {
     Parts parts;
@@ -117,6 +123,11 @@ void readPolicy(std::string const& value, Settings& settings) {
 void readReclaim(std::string const& value, Settings& settings) {
     using When = Settings::Reclaim::When;
     Parts const call = match(value, std::regex("(before|inside|after):([^:@]+)@(.*)"));
+    bool const isOfCodec = std::find(kCodecOperations.begin(), kCodecOperations.end(), call[2]) !=
+                           kCodecOperations.end();
+    if (call[2] != "*" && !isOfCodec && !isOperation(call[2])) {
+        refuse();
+    }
     settings.reclaim = {call[1] == "before"   ? When::kBefore
                         : call[1] == "inside" ? When::kInside
                                               : When::kAfter,
