@@ -655,16 +655,11 @@ std::string ResourcePool::describeReclaim(int reclaim) const {
 
 /// Says what there is to tell of a client's reclaims.
 std::string ResourcePool::describeAnswers(int client) const {
-    std::string text;
     if (Reclaim const* const running = reclaimFrom(client)) {
-        text =
-            std::string(isStuck(client) ? "STUCK " : "asked ") + inSeconds(mNow() - running->since);
+        return (isStuck(client) ? "STUCK " : "asked ") + inSeconds(mNow() - running->since);
     }
     int const refusals = mClients.at(client).refusals;
-    if (refusals > 0) {
-        text += (text.empty() ? "refused " : ", no ") + std::to_string(refusals);
-    }
-    return text;
+    return refusals > 0 ? "refused " + std::to_string(refusals) : "";
 }
 
 }  // namespace kvo::host
