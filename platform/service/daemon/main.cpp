@@ -2,6 +2,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -48,7 +49,7 @@ is not open or keeps what it holds or nothing can be printed, 2 when the option 
 
 /// Lets nobody who reads the log too slowly, or not at all, stop the service, and nothing else be
 /// written to. Standard error is opened anew where that is possible, since others may share how it
-/// is open now.
+/// is open now; but a file, which makes nobody wait, is not, so that its writers share one place.
 void neverWaitForTheLog() {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     for (int const standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -56,7 +57,10 @@ void neverWaitForTheLog() {
             open("/dev/null", O_RDWR);  // Takes its place.
         }
     }
-    dup2(open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC), STDERR_FILENO);
+    struct stat error {};
+    if (fstat(STDERR_FILENO, &error) == 0 && !S_ISREG(error.st_mode)) {
+        dup2(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC), STDERR_FILENO);
+    }
     for (int const output : {STDERR_FILENO, kvo::host::settings().logOutput}) {
         fcntl(output, F_SETFL, fcntl(output, F_GETFL) | O_NONBLOCK);
     }
