@@ -224,7 +224,11 @@ int runProgram(int count, char** arguments) {
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int count, char** arguments) {
     kvo::check::endLoading();
-    int const status = kvo::check::runProgram(count, arguments);
-    static_cast<void>(std::fflush(stdout));
+    int status = kvo::check::runProgram(count, arguments);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        static_cast<void>(
+            std::fputs("tvhw-platform-check: the output cannot be written\n", stderr));
+        status = std::max(status, 1);
+    }
     _exit(status);  // What the platform's libraries do at exit is no part of the check.
 }
