@@ -350,6 +350,7 @@ class Reader(unittest.TestCase):
         for other in (gzip.compress(plain), gzip.compress(plain)[:-9], archive.getvalue(),
                       plain.decode().encode('utf-16'), plain.decode().encode('utf-16-le')):
             self.assertEqual(found(other), ['codec-stuck'])
+        self.assertEqual(read('-', stdin=gzip.compress(plain)[:5])[0], 2)
 
     def test_a_timed_out_reclaim_is_told_and_drawn(self):
         path = self.logs['codec-stuck']

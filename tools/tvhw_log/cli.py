@@ -81,6 +81,8 @@ def run(options):
 
 def main(version):
     options = arguments(sys.argv[1:], version)
+    if sys.stdout is None:
+        sys.stdout = open('/dev/full', 'w', encoding='utf-8')
     sys.stdout.reconfigure(errors='replace')
     try:
         status = run(options)

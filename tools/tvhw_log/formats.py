@@ -133,11 +133,11 @@ class Source:
 
     def _texts(self):
         """Yields the lines as far as the file can be read."""
-        start = self._stream.peek(4)[:4]
-        wide = {b'\xff\xfe': 'utf-16', b'\xfe\xff': 'utf-16'}.get(start[:2]) or (
-            'utf-16-le' if len(start) == 4 and not start[1] and not start[3] and start[0] else None)
-        text = io.TextIOWrapper(self._stream, wide or 'utf-8-sig', 'replace', '\n')
         try:
+            start = self._stream.peek(4)[:4]
+            wide = {b'\xff\xfe': 'utf-16', b'\xfe\xff': 'utf-16'}.get(start[:2]) or (
+                'utf-16-le' if len(start) == 4 and not start[1] and not start[3] and start[0] else None)
+            text = io.TextIOWrapper(self._stream, wide or 'utf-8-sig', 'replace', '\n')
             yield from iter(functools.partial(text.readline, LONGEST), '')
         except (EOFError, zlib.error, zipfile.BadZipFile, gzip.BadGzipFile, RuntimeError) as error:
             self.damage = str(error) or 'it ends too soon'

@@ -92,7 +92,8 @@ def what_was_found(history, sources):
     count = sum(source.lines for source in sources)
     formless = sum(source.formless for source in sources)
     if not count:
-        return 'the log is empty'
+        return next((f'{source.name} is damaged: {source.damage}' for source in sources if source.damage),
+                    'the log is empty')
     if history.unknown:
         return f'{_times(history.unknown, "line")} of its tags, with messages that are not its own'
     if formless >= count / 2:
