@@ -110,11 +110,16 @@ void writePng(std::string const& path, AVFrame const& picture) {
     requireLibav(avcodec_receive_packet(encoder.get(), packet.get()), "cannot encode PNG");
 
     std::ofstream file(path, std::ios::binary);
+    bool const isOpen = file.is_open();
     file.write(reinterpret_cast<char const*>(packet->data), packet->size);
     file.close();
     if (!file) {
         std::error_code ignored;
-        std::filesystem::remove(path, ignored);
+        // Not a device, a link, or what could not be written to.
+        if (isOpen &&
+            std::filesystem::is_regular_file(std::filesystem::symlink_status(path, ignored))) {
+            std::filesystem::remove(path, ignored);
+        }
         throw Failure("cannot write " + path);
     }
 }

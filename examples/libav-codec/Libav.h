@@ -73,8 +73,8 @@ Size shapeOf(AVFrame const& picture);
 /// colours is taken to be in those of HDTV. Throws Failure where that cannot be done.
 FramePtr filtered(std::vector<AVFrame const*> const& pictures, std::string const& filters);
 
-/// Writes a picture of any format as a PNG file. Throws Failure, and leaves no file, where that
-/// fails.
+/// Writes a picture of any format as a PNG file. Throws Failure, and leaves no part of a file,
+/// where that fails.
 void writePng(std::string const& path, AVFrame const& picture);
 
 // Pictures as the codecs exchange them with their callers: planar YUV 4:2:0, 8 bits a sample.

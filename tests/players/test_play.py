@@ -58,6 +58,9 @@ play('--window 9x9+1919+1 {clip}', 2, 'within the panel of 1920x1080')
 play('--pixel --tunnel {clip}', 2, '--pixel excludes --tunnel')
 play('--fast --png {out}/no/panel.png {clip}', 1, 'cannot write .*no/panel.png')
 play('--record {out}/no/clip.webm {clip}', 1, 'cannot write .*no/clip.webm')
+os.mkdir(os.path.join(OUT.name, 'empty'))
+play('--fast --pixel --png {out}/empty {clip}', 1, 'cannot write .*empty')
+assert os.path.isdir(os.path.join(OUT.name, 'empty'))
 play('{clip}', 4, 'no core was granted', 'KVO_HOST_POOL=decoder:1:640x480')
 
 # Two processes and one core: the newcomer takes it, and one that insists takes it back.
