@@ -127,8 +127,21 @@ Window usualWindow(std::size_t index, std::size_t count) {
     return {static_cast<int>(index) * width, 0, width, panel.height};
 }
 
+/// Throws unless writing the outputs leaves the files to play as they are.
+void requireNoOverwriting(Options const& options) {
+    for (std::string const& output : {options.png, options.playback.recording}) {
+        for (std::string const& file : options.files) {
+            std::error_code ignored;  // Mostly that there is no output yet.
+            if (std::filesystem::equivalent(output, file, ignored)) {
+                throw CLI::ValidationError(output + " is a file to play, and would be overwritten");
+            }
+        }
+    }
+}
+
 /// Prepares to play the files, with their windows.
 std::vector<std::unique_ptr<Playback>> prepare(Options& options, FramePtr& lastPicture) {
+    requireNoOverwriting(options);
     Player::Settings& player = options.playback.player;
     player.mode = options.pixel ? Player::Mode::kPixel : Player::Mode::kTunnel;
     player.inTime = !options.isFast;
