@@ -57,6 +57,13 @@ std::string Playback::ask() {
         Part& rest = settings.first.emplace(mSettings.part);
         rest.from = mPosition;
         rest.length -= rest.length > 0 ? mPosition - mSettings.part.from : 0;
+        bool const isDone = mSettings.part.length > 0 && rest.length <= 0;
+        if (isDone && !settings.loop) {
+            return leaveWith(State::kEnded, "ended, as nothing was left to play");
+        }
+        if (isDone) {
+            settings.first.reset();
+        }
         mPlayer = std::make_unique<Player>(mClip, std::move(settings));
         configured = mPlayer->configure();
     }

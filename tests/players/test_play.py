@@ -46,6 +46,8 @@ for file in 'recorded.webm', 'recorded.mp4':
     play('--fast {out}/' + file, 0, 'after 125 pictures')
 play('--record {out}/ended.mp4 --loop --keep {clip}', 0, 'ended at', program=('timeout', '--preserve-status', '2'))
 play('--fast {out}/ended.mp4', 0, 'ended at')
+play('--fast --insist --from 1 --seconds 0.5 {clip}', 0, 'lost its core at 1.*\n.*nothing was left',
+     'KVO_HOST_RECLAIM=after:releaseOutputBuffer@15')
 play('--fast --live {clip}', 0, WHOLE, 'SDL_VIDEODRIVER=dummy')
 play('--fast --loop {clip}', 0, 'plays on', program=('timeout', '--preserve-status', '2'))
 
