@@ -3,6 +3,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <thread>
@@ -24,6 +25,9 @@ constexpr int kExitRefused = 4;
 
 /// How often the players are looked at, and the live window is drawn.
 constexpr std::chrono::milliseconds kEvery{20};
+
+constexpr double kLeastSeconds = 0.001;     ///< Of --seconds.
+constexpr double kMostSeconds = 1'000'000;  ///< Of --seconds and --from.
 
 constexpr char kDescription[] =
     R"(Plays the video of files through the library: each takes a codec core, and in tunnel mode a
@@ -68,10 +72,21 @@ Window windowFrom(std::string const& text) {
     return window;
 }
 
+/// Returns a check that a number of seconds is at least `least`.
+CLI::Validator secondsFrom(double least) {
+    auto const refusal = [least](std::string const& text) -> std::string {
+        double const seconds = std::strtod(text.c_str(), nullptr);
+        // What is not a number is not in range either.
+        bool const isInRange = seconds >= least && seconds <= kMostSeconds;
+        return isInRange ? ""
+                         : fmt::format("Value {} not in range {} to {}", text, least, kMostSeconds);
+    };
+    return {refusal, ""};
+}
+
 /// Describes the command line to `app`, which writes what it reads to `options`.
 void describe(CLI::App& app, Options& options) {
     Playback::Settings& playback = options.playback;
-    CLI::Validator const seconds = CLI::Range(0.0, 1e6).description("");
     app.add_option("FILE", options.files, "the files to play, all at once")
         ->required()
         ->type_name("");
@@ -85,11 +100,11 @@ void describe(CLI::App& app, Options& options) {
             ->allow_extra_args(false)
             ->excludes(pixel);
     auto* const from = app.add_option("--from", playback.part.from, "begin at this second")
-                           ->check(seconds)
+                           ->check(secondsFrom(0))
                            ->type_name("S");
     auto* const length =
         app.add_option("--seconds", playback.part.length, "play no more than these")
-            ->check(seconds)
+            ->check(secondsFrom(kLeastSeconds))
             ->type_name("S");
     app.add_flag("--loop", playback.player.loop, "begin again at the end, until ended");
     auto* const adaptive = app.add_flag("--adaptive", playback.player.adaptive,

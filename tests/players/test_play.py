@@ -60,6 +60,8 @@ play('--window 9x9+1919+1 {clip}', 2, 'within the panel of 1920x1080')
 play('--pixel --tunnel {clip}', 2, '--pixel excludes --tunnel')
 play('--fast --png {out}/no/panel.png {clip}', 1, 'cannot write .*no/panel.png')
 play('--record {out}/no/clip.webm {clip}', 1, 'cannot write .*no/clip.webm')
+play('--seconds 0 {clip}', 2, '--seconds: Value 0 not in range')
+play('--from nan {clip}', 2, '--from: Value nan not in range')
 for option in '--record', '--png':
     play(option + ' {out}/recorded.mp4 {out}/recorded.mp4', 2, 'recorded.mp4 is a file to play')
 os.mkdir(os.path.join(OUT.name, 'empty'))
