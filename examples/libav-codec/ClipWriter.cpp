@@ -23,12 +23,18 @@ ClipWriter::ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame
     mDescription->color_range = example.color_range;
 }
 
+ClipWriter::~ClipWriter() {
+    if (mFormat != nullptr) {
+        av_write_trailer(mFormat.get());
+    }
+}
+
 void ClipWriter::begin(unsigned char const* data, unsigned int length) {
     std::string const failure = "cannot write " + mPath;
     std::string const url = "file:" + mPath;
     AVFormatContext* format = nullptr;
     requireLibav(avformat_alloc_output_context2(&format, nullptr, nullptr, url.c_str()), failure);
-    mFormat.reset(format);
+    std::unique_ptr<AVFormatContext, Close> begun(format);
     AVStream* const stream = avformat_new_stream(format, nullptr);
     require(stream != nullptr, failure);
     stream->time_base = kMicroseconds;
@@ -44,6 +50,7 @@ void ClipWriter::begin(unsigned char const* data, unsigned int length) {
     requireLibav(avcodec_parameters_copy(stream->codecpar, mDescription.get()), failure);
     requireLibav(avio_open(&format->pb, url.c_str(), AVIO_FLAG_WRITE), failure);
     requireLibav(avformat_write_header(format, nullptr), failure);
+    mFormat = std::move(begun);
 }
 
 void ClipWriter::write(unsigned long long timestampUs, unsigned char const* data,
@@ -65,8 +72,9 @@ void ClipWriter::finish() {
     if (mFormat == nullptr) {
         return;
     }
-    requireLibav(av_write_trailer(mFormat.get()), "cannot write " + mPath);
-    requireLibav(avio_closep(&mFormat->pb), "cannot write " + mPath);
+    auto const format = std::move(mFormat);  // A clip is ended once, even if that fails.
+    requireLibav(av_write_trailer(format.get()), "cannot write " + mPath);
+    requireLibav(avio_closep(&format->pb), "cannot write " + mPath);
 }
 
 }  // namespace kvo::media::hardware::example

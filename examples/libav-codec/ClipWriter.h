@@ -14,6 +14,10 @@ public:
     /// Nothing is written before the first picture. `example` is a picture of the clip's size,
     /// shape and colours.
     ClipWriter(std::string path, AVCodecID codec, int frameRate, AVFrame const& example);
+    ClipWriter(ClipWriter const&) = delete;
+    ClipWriter& operator=(ClipWriter const&) = delete;
+    /// Ends a clip that finish() did not, so that it can be read after an error too.
+    ~ClipWriter();
 
     /// Appends a coded picture. The first one carries the codec's parameter sets. Throws
     /// Failure on failure.
@@ -33,7 +37,7 @@ private:
     std::string const mPath;
     int const mFrameRate;
     CodecParametersPtr mDescription;
-    std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null before the first picture.
+    std::unique_ptr<AVFormatContext, Close> mFormat;  ///< Null unless the clip is begun.
 };
 
 }  // namespace kvo::media::hardware::example
