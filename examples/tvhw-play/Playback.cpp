@@ -52,6 +52,12 @@ std::string Playback::ask() {
             mClip, Recorder::Settings{isWebm ? CodecType::VP8 : CodecType::AVC, mSettings.recording,
                                       0, mSettings.player.loop, mSettings.keepsEncoder});
         configured = mRecorder->configure();
+        if (configured.code() == status::kResourceFailed.code()) {
+            return leaveWith(
+                State::kRefused,
+                fmt::format("no encoder core was granted for {} of {}x{}", isWebm ? "vp8" : "h264",
+                            mRecorder->size().width, mRecorder->size().height));
+        }
     } else {
         Player::Settings settings = mSettings.player;
         Part& rest = settings.first.emplace(mSettings.part);

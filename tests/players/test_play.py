@@ -71,6 +71,8 @@ for option in '--record', '--png':
 os.mkdir(os.path.join(OUT.name, 'empty'))
 play('--fast --pixel --png {out}/empty {clip}', 1, 'cannot write .*empty')
 assert os.path.isdir(os.path.join(OUT.name, 'empty'))
+play('--record {out}/z.mp4 {clip}', 4, 'no encoder core was granted for h264 of 640x360',
+     'KVO_HOST_POOL=decoder:1:1920x1088')
 play('{clip}', 4, 'no core was granted', 'KVO_HOST_POOL=decoder:1:640x480')
 
 # Two processes and one core: the newcomer takes it, and one that insists takes it back.
