@@ -72,7 +72,8 @@ static struct Core* coreOf(int id) {
 }
 
 static void grant(struct Core* core, int id) {
-    core->holder = id;
+    int const isGone = id > 0 && find((TVHW_CRM_HANDLE)(intptr_t)id) == NULL;  // While it waited.
+    core->holder = isGone ? 0 : id;
     core->wantedBy = 0;
     core->since = ++gGrants;
 }
@@ -173,6 +174,10 @@ static int acquireCore(int id, TVHW_CRM_ACQUIRE_PARAM const* request, int isTry)
         asked[oldest - gCores] = 1;
         if (reclaimFor(id, oldest) == 0) {
             return 0;
+        }
+        if (oldest->wantedBy == id) {  // Its holder has not answered, and may give up yet.
+            oldest->wantedBy = 0;
+            return result;
         }
     }
 }
