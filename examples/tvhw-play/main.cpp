@@ -139,6 +139,10 @@ void describe(CLI::App& app, Options& options) {
 Window usualWindow(std::size_t index, std::size_t count) {
     host::Panel const panel = host::panel();
     int const width = count == 1 ? panel.width : panel.width / 2;
+    if (width < 2 || panel.height < 2) {
+        throw CLI::ValidationError(fmt::format("a panel of {}x{} has no room for the pictures",
+                                               panel.width, panel.height));
+    }
     return {static_cast<int>(index) * width, 0, width, panel.height};
 }
 

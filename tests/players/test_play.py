@@ -66,6 +66,7 @@ play('--fast --png {out}/no/panel.png {clip}', 1, 'cannot write .*no/panel.png')
 play('--record {out}/no/clip.webm {clip}', 1, 'cannot write .*no/clip.webm')
 play('--seconds 0 {clip}', 2, '--seconds: Value 0 not in range')
 play('--from nan {clip}', 2, '--from: Value nan not in range')
+play('{clip} {clip}', 2, 'a panel of 3x3 has no room', 'KVO_HOST_PANEL=3x3')
 for option in '--record', '--png':
     play(option + ' {out}/recorded.mp4 {out}/recorded.mp4', 2, 'recorded.mp4 is a file to play')
 os.mkdir(os.path.join(OUT.name, 'empty'))
