@@ -58,6 +58,8 @@ TEST_F(HostPlatformTest, WhoWaitsForAHolderSleepsUntilSomethingChanges) {
     auto const begin = std::chrono::steady_clock::now();
     auto granted = std::async(std::launch::async, [&] { return first.acquire(); });
     auto closed = std::async(std::launch::async, [&] { return second.acquire(); });
+    // An emulator translates what the threads run first, one waiting for the other.
+    EXPECT_EQ(granted.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
     rusage before{};
     rusage after{};
     getrusage(RUSAGE_SELF, &before);
